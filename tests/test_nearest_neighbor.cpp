@@ -1,0 +1,190 @@
+// Nearest neighbour, 8-bit colour.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "qzrcfa.h"
+#include "support/arena.h"
+#include "support/bayer_model.h"
+
+namespace qzrcfa::test {
+namespace {
+
+using Fn8 = int (*)(unsigned char*, int, int, unsigned char*, unsigned short);
+
+struct NearestCase {
+    const char* name;
+    Fn8 fn;
+    Fn8 border;
+    std::string pattern;
+    bool flip;
+    char form;  // 'A' right and green averaged, 'B' right and green copied, 'C' left and green copied
+    bool prefill;
+};
+
+const NearestCase kCases[] = {
+    {"RGGB", QZRCFA_NearestNeighbor_RGGB, QZRCFA_NearestNeighbor_Edge1_RGGB, "RGGB", false, 'A', true},
+    {"BGGR", QZRCFA_NearestNeighbor_BGGR, QZRCFA_NearestNeighbor_Edge1_BGGR, "BGGR", false, 'C', false},
+    {"GRBG", QZRCFA_NearestNeighbor_GRBG, QZRCFA_NearestNeighbor_Edge1_GRBG, "GRBG", false, 'A', false},
+    {"GBRG", QZRCFA_NearestNeighbor_GBRG, QZRCFA_NearestNeighbor_Edge1_GBRG, "GBRG", false, 'B', false},
+    {"RGGB_Flip", QZRCFA_NearestNeighbor_RGGB_Flip, QZRCFA_NearestNeighbor_Edge1_RGGB_Flip, "RGGB", true, 'A', false},
+    {"BGGR_Flip", QZRCFA_NearestNeighbor_BGGR_Flip, QZRCFA_NearestNeighbor_Edge1_BGGR_Flip, "BGGR", true, 'A', false},
+    {"GRBG_Flip", QZRCFA_NearestNeighbor_GRBG_Flip, QZRCFA_NearestNeighbor_Edge1_GRBG_Flip, "GRBG", true, 'A', false},
+    {"GBRG_Flip", QZRCFA_NearestNeighbor_GBRG_Flip, QZRCFA_NearestNeighbor_Edge1_GBRG_Flip, "GBRG", true, 'B', false},
+};
+
+// Expected image: optional white fill, the member's border fill, then every interior
+// pixel from its two-by-two neighbourhood.
+std::vector<std::uint8_t> model(const NearestCase& m, std::vector<std::uint8_t> raw, int W, int H, int P,
+                                std::vector<std::uint8_t> out) {
+    if (m.prefill) std::fill(out.begin(), out.end(), 255);
+    m.border(raw.data(), W, H, out.data(), std::uint16_t(P * 8));
+    const Raw<std::uint8_t> S{raw, W};
+    const int h = m.form == 'C' ? -1 : +1;  // the horizontal neighbour's side
+    for (int r = 1; r <= H - 2; ++r) {
+        for (int c = 1; c <= W - 2; ++c) {
+            std::uint8_t* px = &out[std::size_t(((m.flip ? H - 1 - r : r) * W + c) * P)];
+            const char here = colour_at(m.pattern, r, c);
+            if (here == 'G') {
+                const char x = row_colour(m.pattern, r);
+                px[element_of(x)] = S(r, c + h);
+                px[element_of(opposite(x))] = S(r + 1, c);
+                px[1] = m.form == 'A' ? std::uint8_t((S(r, c) + S(r + 1, c + 1)) / 2) : S(r, c);
+            } else {
+                px[element_of(here)] = S(r, c);
+                px[element_of(opposite(here))] = S(r + 1, c + h);
+                px[1] = m.form == 'A' ? std::uint8_t((S(r, c + 1) + S(r + 1, c)) / 2) : S(r, c + h);
+            }
+        }
+    }
+    return out;
+}
+
+TEST(NearestNeighbor8, EveryMemberMatchesItsFormOnRandomFrames) {
+    for (const auto& m : kCases) {
+        for (int P : {3, 4}) {
+            for (int H = 2; H <= 10; ++H) {
+                for (int W = 2; W <= 10; ++W) {
+                    std::vector<std::uint8_t> raw = random_frame<std::uint8_t>(W, H, 21);
+                    Arena<std::uint8_t> out(std::size_t(W * H * P), 0xAB);
+                    const std::vector<std::uint8_t> expected = model(m, raw, W, H, P, out.image());
+                    ASSERT_EQ(m.fn(raw.data(), W, H, out.data(), std::uint16_t(P * 8)), 0);
+                    ASSERT_EQ(out.image(), expected) << m.name << " " << W << "x" << H << " P=" << P;
+                }
+            }
+        }
+    }
+}
+
+// The spelled-out RGGB member on a 4 x 4 frame whose samples name their positions.
+TEST(NearestNeighbor8, RggbInteriorOfAFourByFourFrame) {
+    const int W = 4, H = 4;
+    std::vector<std::uint8_t> raw(16);
+    for (int i = 0; i < 16; ++i) raw[std::size_t(i)] = std::uint8_t(8 * i);
+    auto S = [&](int r, int c) { return int(raw[std::size_t(r * W + c)]); };
+    std::vector<std::uint8_t> out(48, 0);
+    QZRCFA_NearestNeighbor_RGGB(raw.data(), W, H, out.data(), 24);
+    auto px = [&](int r, int c) {
+        const std::uint8_t* p = &out[std::size_t((r * W + c) * 3)];
+        return std::vector<int>{p[0], p[1], p[2]};
+    };
+    EXPECT_EQ(px(1, 1), (std::vector<int>{S(1, 1), (S(1, 2) + S(2, 1)) >> 1, S(2, 2)}));  // blue site
+    EXPECT_EQ(px(1, 2), (std::vector<int>{S(1, 3), (S(1, 2) + S(2, 3)) >> 1, S(2, 2)}));  // green on blue
+    EXPECT_EQ(px(2, 1), (std::vector<int>{S(3, 1), (S(2, 1) + S(3, 2)) >> 1, S(2, 2)}));  // green on red
+    EXPECT_EQ(px(2, 2), (std::vector<int>{S(3, 3), (S(2, 3) + S(3, 2)) >> 1, S(2, 2)}));  // red site
+}
+
+// BGGR: the plain member copies green from the left at red site (1, 1); the bottom-up
+// member averages right and below, and stores the pixel in output row H - 2.
+TEST(NearestNeighbor8, BggrPairDisagreesAtARedSite) {
+    const int W = 5, H = 5;
+    std::vector<std::uint8_t> raw = random_frame<std::uint8_t>(W, H, 2);
+    auto S = [&](int r, int c) { return int(raw[std::size_t(r * W + c)]); };
+    std::vector<std::uint8_t> plain(std::size_t(W * H * 3)), flip(plain.size());
+    QZRCFA_NearestNeighbor_BGGR(raw.data(), W, H, plain.data(), 24);
+    QZRCFA_NearestNeighbor_BGGR_Flip(raw.data(), W, H, flip.data(), 24);
+    EXPECT_EQ(plain[std::size_t((1 * W + 1) * 3 + 1)], S(1, 0));
+    EXPECT_EQ(flip[std::size_t(((H - 2) * W + 1) * 3 + 1)], (S(1, 2) + S(2, 1)) >> 1);
+}
+
+// Only the top-down RGGB member pre-fills: with four bytes per pixel its element 3 is
+// 255 everywhere, while the others keep the caller's bytes.
+TEST(NearestNeighbor8, OnlyTopDownRggbPrefills) {
+    for (const auto& m : kCases) {
+        const int W = 6, H = 5;
+        std::vector<std::uint8_t> raw = random_frame<std::uint8_t>(W, H, 4);
+        std::vector<std::uint8_t> out(std::size_t(W * H * 4), 0xAB);
+        m.fn(raw.data(), W, H, out.data(), 32);
+        for (int p = 0; p < W * H; ++p) {
+            const bool last_of_middle_row = p % W == W - 1 && p / W > 0 && p / W < H - 1;
+            if (last_of_middle_row) continue;  // element 3 there takes the border's red
+            ASSERT_EQ(out[std::size_t(p * 4 + 3)], m.prefill ? 255 : 0xAB) << m.name << " pixel " << p;
+        }
+    }
+}
+
+TEST(NearestNeighbor8, WritesNothingOutsideTheImage) {
+    for (const auto& m : kCases) {
+        for (int P : {3, 4}) {
+            for (int H = 2; H <= 6; ++H) {
+                for (int W = 2; W <= 6; ++W) {
+                    std::vector<std::uint8_t> raw = random_frame<std::uint8_t>(W, H, 8);
+                    const std::size_t size = std::size_t(W * H * P);
+                    auto written = written_elements<std::uint8_t>(size, [&](std::uint8_t* dst) {
+                        m.fn(raw.data(), W, H, dst, std::uint16_t(P * 8));
+                    });
+                    ASSERT_TRUE(outside(written, size).empty()) << m.name << " " << W << "x" << H;
+                }
+            }
+        }
+    }
+}
+
+// Height 2: the border fill alone.
+TEST(NearestNeighbor8, TwoRowsAreTheBorderFillAlone) {
+    for (const auto& m : kCases) {
+        const int W = 7, H = 2;
+        std::vector<std::uint8_t> raw = random_frame<std::uint8_t>(W, H, 6);
+        std::vector<std::uint8_t> a(std::size_t(W * H * 3), 0), b(a.size(), 0);
+        m.fn(raw.data(), W, H, a.data(), 24);
+        m.border(raw.data(), W, H, b.data(), 24);
+        EXPECT_EQ(a, b) << m.name;
+    }
+}
+
+// Bottom-up output equals the top-down output upside down, except in the RGGB pair's
+// border (last pixel of odd middle rows) and throughout the BGGR pair, whose members
+// use different forms.
+TEST(NearestNeighbor8, FlipIsThePlainImageUpsideDownWhereTheFormsAgree) {
+    for (int i = 0; i < 4; ++i) {
+        const auto& plain = kCases[i];
+        const auto& flip = kCases[i + 4];
+        const bool same_form = plain.form == flip.form;
+        const bool border_differs = plain.pattern == "RGGB" || plain.pattern == "BGGR";
+        bool interior_differed = false;
+        for (int H = 3; H <= 9; ++H) {
+            for (int W = 3; W <= 9; ++W) {
+                std::vector<std::uint8_t> raw = random_frame<std::uint8_t>(W, H, 12);
+                std::vector<std::uint8_t> a(std::size_t(W * H * 3), 0), b(a.size(), 0);
+                plain.fn(raw.data(), W, H, a.data(), 24);
+                flip.fn(raw.data(), W, H, b.data(), 24);
+                const std::vector<std::uint8_t> turned = reversed_rows(b, std::size_t(W) * 3);
+                for (std::size_t k = 0; k < a.size(); ++k) {
+                    if (a[k] == turned[k]) continue;
+                    const int r = int(k / std::size_t(W * 3)), c = int(k % std::size_t(W * 3)) / 3;
+                    const bool interior = r > 0 && r < H - 1 && c > 0 && c < W - 1;
+                    const bool border_ok = border_differs && c == W - 1 && (r & 1) && r < H - 1;
+                    ASSERT_TRUE((interior && !same_form) || border_ok)
+                        << plain.name << " " << W << "x" << H << " at (" << r << "," << c << ")";
+                    interior_differed = interior_differed || interior;
+                }
+            }
+        }
+        EXPECT_EQ(interior_differed, !same_form) << plain.name;
+    }
+}
+
+}  // namespace
+}  // namespace qzrcfa::test
