@@ -121,40 +121,9 @@ const char* const kPlainNames[] = {
 // Itanium C++ ABI name of int QZRCFA_Laplacian2_RGGB(unsigned char*, int, int, unsigned char*, unsigned short).
 const char kLaplacian2Decorated[] = "_Z22QZRCFA_Laplacian2_RGGBPhiiS_t";
 
-// Declared by the header but not yet defined by the library.
-const std::set<std::string> kPending = {
-    "QZRCFA_NearestNeighbor_Edge2_RGGB",
-    "QZRCFA_NearestNeighbor_Edge2_BGGR",
-    "QZRCFA_NearestNeighbor_Edge2_GRBG",
-    "QZRCFA_NearestNeighbor_Edge2_GBRG",
-    "QZRCFA_NearestNeighbor_Edge2_RGGB_Flip",
-    "QZRCFA_NearestNeighbor_Edge2_BGGR_Flip",
-    "QZRCFA_NearestNeighbor_Edge2_GRBG_Flip",
-    "QZRCFA_NearestNeighbor_Edge2_GBRG_Flip",
-    "QZRCFA_NearestNeighbor_RGGB_16Bits",
-    "QZRCFA_NearestNeighbor_BGGR_16Bits",
-    "QZRCFA_NearestNeighbor_GRBG_16Bits",
-    "QZRCFA_NearestNeighbor_GBRG_16Bits",
-    "QZRCFA_NearestNeighbor_RGGB_Flip_16Bits",
-    "QZRCFA_NearestNeighbor_BGGR_Flip_16Bits",
-    "QZRCFA_NearestNeighbor_GRBG_Flip_16Bits",
-    "QZRCFA_NearestNeighbor_GBRG_Flip_16Bits",
-    "QZRCFA_NearestNeighbor_RGGB_Gray",
-    "QZRCFA_NearestNeighbor_BGGR_Gray",
-    "QZRCFA_NearestNeighbor_GRBG_Gray",
-    "QZRCFA_NearestNeighbor_GBRG_Gray",
-    "QZRCFA_NearestNeighbor_RGGB_Gray_Flip",
-    "QZRCFA_NearestNeighbor_BGGR_Gray_Flip",
-    "QZRCFA_NearestNeighbor_GRBG_Gray_Flip",
-    "QZRCFA_NearestNeighbor_GBRG_Gray_Flip",
-    "QZRCFA_NearestNeighbor_RGGB_Gray_16Bits",
-    "QZRCFA_NearestNeighbor_BGGR_Gray_16Bits",
-    "QZRCFA_NearestNeighbor_GRBG_Gray_16Bits",
-    "QZRCFA_NearestNeighbor_GBRG_Gray_16Bits",
-    "QZRCFA_NearestNeighbor_RGGB_Gray_Flip_16Bits",
-    "QZRCFA_NearestNeighbor_BGGR_Gray_Flip_16Bits",
-    "QZRCFA_NearestNeighbor_GRBG_Gray_Flip_16Bits",
-    "QZRCFA_NearestNeighbor_GBRG_Gray_Flip_16Bits",
+// Declared by the header but not yet defined by the library, by family.
+// bilinear, its gate and edge sensing
+const std::set<std::string> kPendingBilinearEdgeSensing = {
     "QZRCFA_Bilinear_RGGB",
     "QZRCFA_Bilinear_BGGR",
     "QZRCFA_Bilinear_GRBG",
@@ -181,6 +150,18 @@ const std::set<std::string> kPending = {
     "QZRCFA_EdgeSensing1_BGGR_Flip",
     "QZRCFA_EdgeSensing1_GRBG_Flip",
     "QZRCFA_EdgeSensing1_GBRG_Flip",
+};
+
+// two-pixel border fill, Laplacian and Laplacian2
+const std::set<std::string> kPendingLaplacian = {
+    "QZRCFA_NearestNeighbor_Edge2_RGGB",
+    "QZRCFA_NearestNeighbor_Edge2_BGGR",
+    "QZRCFA_NearestNeighbor_Edge2_GRBG",
+    "QZRCFA_NearestNeighbor_Edge2_GBRG",
+    "QZRCFA_NearestNeighbor_Edge2_RGGB_Flip",
+    "QZRCFA_NearestNeighbor_Edge2_BGGR_Flip",
+    "QZRCFA_NearestNeighbor_Edge2_GRBG_Flip",
+    "QZRCFA_NearestNeighbor_Edge2_GBRG_Flip",
     "QZRCFA_Laplacian_RGGB",
     "QZRCFA_Laplacian_BGGR",
     "QZRCFA_Laplacian_GRBG",
@@ -189,6 +170,11 @@ const std::set<std::string> kPending = {
     "QZRCFA_Laplacian_BGGR_Flip",
     "QZRCFA_Laplacian_GRBG_Flip",
     "QZRCFA_Laplacian_GBRG_Flip",
+    kLaplacian2Decorated,
+};
+
+// smooth hue
+const std::set<std::string> kPendingSmoothHue = {
     "QZRCFA_SmoothHue_RGGB",
     "QZRCFA_SmoothHue_BGGR",
     "QZRCFA_SmoothHue_GRBG",
@@ -197,8 +183,41 @@ const std::set<std::string> kPending = {
     "QZRCFA_SmoothHue_BGGR_Flip",
     "QZRCFA_SmoothHue_GRBG_Flip",
     "QZRCFA_SmoothHue_GBRG_Flip",
-    kLaplacian2Decorated,
 };
+
+// grey output and 16-bit nearest neighbour
+const std::set<std::string> kPendingGreyAnd16Bit = {
+    "QZRCFA_NearestNeighbor_RGGB_16Bits",
+    "QZRCFA_NearestNeighbor_BGGR_16Bits",
+    "QZRCFA_NearestNeighbor_GRBG_16Bits",
+    "QZRCFA_NearestNeighbor_GBRG_16Bits",
+    "QZRCFA_NearestNeighbor_RGGB_Flip_16Bits",
+    "QZRCFA_NearestNeighbor_BGGR_Flip_16Bits",
+    "QZRCFA_NearestNeighbor_GRBG_Flip_16Bits",
+    "QZRCFA_NearestNeighbor_GBRG_Flip_16Bits",
+    "QZRCFA_NearestNeighbor_RGGB_Gray",
+    "QZRCFA_NearestNeighbor_BGGR_Gray",
+    "QZRCFA_NearestNeighbor_GRBG_Gray",
+    "QZRCFA_NearestNeighbor_GBRG_Gray",
+    "QZRCFA_NearestNeighbor_RGGB_Gray_Flip",
+    "QZRCFA_NearestNeighbor_BGGR_Gray_Flip",
+    "QZRCFA_NearestNeighbor_GRBG_Gray_Flip",
+    "QZRCFA_NearestNeighbor_GBRG_Gray_Flip",
+    "QZRCFA_NearestNeighbor_RGGB_Gray_16Bits",
+    "QZRCFA_NearestNeighbor_BGGR_Gray_16Bits",
+    "QZRCFA_NearestNeighbor_GRBG_Gray_16Bits",
+    "QZRCFA_NearestNeighbor_GBRG_Gray_16Bits",
+    "QZRCFA_NearestNeighbor_RGGB_Gray_Flip_16Bits",
+    "QZRCFA_NearestNeighbor_BGGR_Gray_Flip_16Bits",
+    "QZRCFA_NearestNeighbor_GRBG_Gray_Flip_16Bits",
+    "QZRCFA_NearestNeighbor_GBRG_Gray_Flip_16Bits",
+};
+
+bool pending(const std::string& name) {
+    for (const auto* set : {&kPendingBilinearEdgeSensing, &kPendingLaplacian, &kPendingSmoothHue, &kPendingGreyAnd16Bit})
+        if (set->count(name)) return true;
+    return false;
+}
 
 std::set<std::string> catalogue() {
     std::set<std::string> all(std::begin(kPlainNames), std::end(kPlainNames));
@@ -234,7 +253,7 @@ std::set<std::string> defined_dynamic_symbols(const char* path) {
 TEST(Exports, TheLibraryExportsTheImplementedCatalogueAndNothingElse) {
     std::set<std::string> expected;
     for (const std::string& name : catalogue())
-        if (!kPending.count(name)) expected.insert(name);
+        if (!pending(name)) expected.insert(name);
     EXPECT_EQ(defined_dynamic_symbols(QZRCFA_LIBRARY_PATH), expected);
 }
 
@@ -242,7 +261,7 @@ TEST(Exports, EveryImplementedNameResolvesThroughDlopen) {
     void* lib = dlopen(QZRCFA_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(lib, nullptr) << dlerror();
     for (const std::string& name : catalogue()) {
-        if (kPending.count(name)) continue;
+        if (pending(name)) continue;
         EXPECT_NE(dlsym(lib, name.c_str()), nullptr) << name;
     }
     // The Laplacian2 entry point has C++ linkage only.

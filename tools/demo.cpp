@@ -19,6 +19,12 @@ struct Method {
 
 const Method kMethods[] = {
     {"nearest.png", QZRCFA_NearestNeighbor_RGGB},
+    // bilinear and edge sensing
+
+    // Laplacian
+
+    // smooth hue
+
 };
 
 }  // namespace
