@@ -147,19 +147,14 @@ TEST(NearestNeighbor16, BitCounts24To31AreThreeElementsPerPixel) {
     }
 }
 
-// Height 2, or width 2: the border fill alone. Nothing outside the image is written.
-TEST(NearestNeighbor16, SmallFramesAreTheBorderFillAloneAndStayInside) {
+// Nothing outside the image is written (height or width 2 being the border fill
+// alone, which the model above already covers).
+TEST(NearestNeighbor16, WritesNothingOutsideTheImage) {
     for (const auto& m : kCases) {
         for (int P : {3, 4}) {
             for (auto [W, H] : {std::pair{7, 2}, std::pair{2, 7}, std::pair{2, 2}, std::pair{3, 3}, std::pair{5, 4}}) {
                 std::vector<std::uint16_t> raw = random_frame<std::uint16_t>(W, H, 55);
                 const std::size_t size = std::size_t(W * H * P);
-                Arena<std::uint16_t> a(size, 0x5A5A), b(size, 0x5A5A);
-                m.fn(raw.data(), W, H, a.data(), std::uint16_t(P * 8));
-                m.border(raw.data(), W, H, b.data(), std::uint16_t(P * 8));
-                if (W == 2 || H == 2) {
-                    EXPECT_TRUE(a.differences(b).empty()) << m.name << " " << W << "x" << H;
-                }
                 auto written = written_elements<std::uint16_t>(size, [&](std::uint16_t* dst) {
                     m.fn(raw.data(), W, H, dst, std::uint16_t(P * 8));
                 });
