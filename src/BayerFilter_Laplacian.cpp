@@ -65,16 +65,47 @@ struct PastEndIsZero {
     int operator[](std::ptrdiff_t i) const { return i < available ? s[i] : 0; }
 };
 
+// Visits the columns c_first .. c_last of a row two at a time, one green site and one
+// red or blue site, without asking for the phase of every pixel.
+template <class Green, class Colour>
+inline void walk_row(const Row<std::uint8_t>& row, Green green_site, Colour colour_site) {
+    int c = row.c_first;
+    const int last = row.c_last;
+    if (c > last) return;
+    if (row.phase.green_at(c)) {
+        for (; c + 1 <= last; c += 2) {
+            green_site(c);
+            colour_site(c + 1);
+        }
+        if (c <= last) green_site(c);
+    } else {
+        for (; c + 1 <= last; c += 2) {
+            colour_site(c);
+            green_site(c + 1);
+        }
+        if (c <= last) colour_site(c);
+    }
+}
+
+// `first` when a < b, `second` when b < a, `tie` otherwise. Written with masks rather
+// than branches: which gradient is the smaller changes from pixel to pixel, and the
+// compiler turns a conditional expression back into jumps here.
+constexpr int pick(int a, int b, int first, int second, int tie) {
+    const int take_first = -int(a < b);
+    const int take_second = -int(b < a);
+    return (first & take_first) | (second & take_second) | (tie & ~(take_first | take_second));
+}
+
 template <class Samples>
 inline void green_row(const Row<std::uint8_t>& row, Samples S) {
     const std::ptrdiff_t w = row.width;
     const int colour = row.phase.colour;
-    const int stride = row.stride;
-    int c = row.c_first;
-    if (c > row.c_last) return;
-    // Walk the row two columns at a time: one green site and one red or blue site.
+    const bool red_row = colour == kRed;
+    const std::ptrdiff_t stride = row.stride;
+    std::uint8_t* const d = row.d;
+
     auto colour_site = [&](int col) {
-        std::uint8_t* px = row.d + std::ptrdiff_t(col) * stride;
+        std::uint8_t* px = d + col * stride;
         const int x = S[col];
         const int left = S[col - 1], right = S[col + 1];
         const int up = S[col - w], down = S[col + w];
@@ -82,33 +113,14 @@ inline void green_row(const Row<std::uint8_t>& row, Samples S) {
         const int dv = 2 * x - S[col - 2 * w] - S[col + 2 * w];
         const int h = absolute(left - right) + absolute(dh);
         const int v = absolute(up - down) + absolute(dv);
-        int g;
-        if (h < v) {
-            g = dh / 4 + ((left + right) >> 1);
-        } else if (v < h) {
-            g = dv / 4 + ((up + down) >> 1);
-        } else {
-            g = (dh + dv) / 8 + ((left + right + up + down) >> 2);
-        }
+        const int g = pick(h, v, dh / 4 + ((left + right) >> 1), dv / 4 + ((up + down) >> 1),
+                           (dh + dv) / 8 + ((left + right + up + down) >> 2));
         px[kGreen] = std::uint8_t(clamp_byte(g));
         px[colour] = std::uint8_t(x);
-        if (colour == kRed) px[kBlue] = std::uint8_t(x);  // interim, replaced by the red/blue pass
+        if (red_row) px[kBlue] = std::uint8_t(x);  // interim, replaced by the red/blue pass
     };
-    auto green_site = [&](int col) { row.d[std::ptrdiff_t(col) * stride + kGreen] = std::uint8_t(S[col]); };
-
-    if (row.phase.green_at(c)) {
-        for (; c + 1 <= row.c_last; c += 2) {
-            green_site(c);
-            colour_site(c + 1);
-        }
-        if (c <= row.c_last) green_site(c);
-    } else {
-        for (; c + 1 <= row.c_last; c += 2) {
-            colour_site(c);
-            green_site(c + 1);
-        }
-        if (c <= row.c_last) colour_site(c);
-    }
+    auto green_site = [&](int col) { d[col * stride + kGreen] = std::uint8_t(S[col]); };
+    walk_row(row, green_site, colour_site);
 }
 
 void laplacian_green_row(const Row<std::uint8_t>& row, const LaplacianParams&) {
@@ -125,18 +137,19 @@ void laplacian_rb_row(const Row<std::uint8_t>& row, const LaplacianParams& param
     const std::ptrdiff_t w = row.width;
     const int colour = row.phase.colour;
     const int other = row.phase.other();
-    const int stride = row.stride;
+    const std::ptrdiff_t stride = row.stride;
     const std::ptrdiff_t upper = params.crossed_diagonals ? row.down : row.up;
     const std::ptrdiff_t lower = params.crossed_diagonals ? row.up : row.down;
-    const std::uint8_t* s = row.s;
+    const std::uint8_t* const s = row.s;
+    std::uint8_t* const d = row.d;
 
     auto green_site = [&](int c) {
-        std::uint8_t* px = row.d + std::ptrdiff_t(c) * stride;
+        std::uint8_t* px = d + c * stride;
         px[colour] = std::uint8_t((s[c - 1] + s[c + 1]) >> 1);
         px[other] = std::uint8_t((s[c - w] + s[c + w]) >> 1);
     };
     auto colour_site = [&](int c) {
-        std::uint8_t* px = row.d + std::ptrdiff_t(c) * stride;
+        std::uint8_t* px = d + c * stride;
         const std::uint8_t* gu = px + upper;
         const std::uint8_t* gl = px + lower;
         // Greens at fixed three-byte spacing: -2 is the pixel to the left, +4 the one
@@ -148,32 +161,10 @@ void laplacian_rb_row(const Row<std::uint8_t>& row, const LaplacianParams& param
         const int ur = s[c - w + 1], ll = s[c + w - 1];
         const int e1 = absolute(ul - lr) + absolute(d1);
         const int e2 = absolute(ur - ll) + absolute(d2);
-        int v;
-        if (e1 < e2) {
-            v = (ul + lr + d1) / 2;
-        } else if (e2 < e1) {
-            v = (ur + ll + d2) / 2;
-        } else {
-            v = (ul + lr + ur + ll + d1 + d2) / 4;
-        }
+        const int v = pick(e1, e2, (ul + lr + d1) / 2, (ur + ll + d2) / 2, (ul + lr + ur + ll + d1 + d2) / 4);
         px[other] = std::uint8_t(clamp_byte(v));
     };
-
-    int c = row.c_first;
-    if (c > row.c_last) return;
-    if (row.phase.green_at(c)) {
-        for (; c + 1 <= row.c_last; c += 2) {
-            green_site(c);
-            colour_site(c + 1);
-        }
-        if (c <= row.c_last) green_site(c);
-    } else {
-        for (; c + 1 <= row.c_last; c += 2) {
-            colour_site(c);
-            green_site(c + 1);
-        }
-        if (c <= row.c_last) colour_site(c);
-    }
+    walk_row(row, green_site, colour_site);
 }
 
 using LaplacianMember = Member<std::uint8_t, LaplacianParams>;
