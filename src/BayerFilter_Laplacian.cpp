@@ -33,10 +33,14 @@
 // last two rows read up to two rows past the end of the frame; those samples read as 0.
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include "detail/bayer.h"
 #include "detail/frame.h"
 #include "qzrcfa.h"
+
+// The per-site bodies are inlined into the row walk, which calls each twice.
+#define LAPLACIAN_INLINE __attribute__((always_inline))
 
 namespace qzrcfa::detail {
 namespace {
@@ -96,15 +100,38 @@ constexpr int pick(int a, int b, int first, int second, int tie) {
     return (first & take_first) | (second & take_second) | (tie & ~(take_first | take_second));
 }
 
-template <class Samples>
-inline void green_row(const Row<std::uint8_t>& row, Samples S) {
+template <int N>
+using Int = std::integral_constant<int, N>;
+
+// Calls f(colour, stride) with the row's colour, and the pixel stride when it is 3 or
+// 4, as compile-time constants, so the byte offsets inside a pixel are immediates.
+template <class F>
+inline void with_layout(const Row<std::uint8_t>& row, F f) {
+    auto by_stride = [&](auto colour) {
+        if (row.stride == 3) {
+            f(colour, Int<3>{});
+        } else if (row.stride == 4) {
+            f(colour, Int<4>{});
+        } else {
+            f(colour, row.stride);
+        }
+    };
+    if (row.phase.colour == kRed) {
+        by_stride(Int<kRed>{});
+    } else {
+        by_stride(Int<kBlue>{});
+    }
+}
+
+template <class Samples, class Colour, class Stride>
+inline void green_row(const Row<std::uint8_t>& row, Samples S, Colour colour_, Stride stride_) {
     const std::ptrdiff_t w = row.width;
-    const int colour = row.phase.colour;
-    const bool red_row = colour == kRed;
-    const std::ptrdiff_t stride = row.stride;
+    constexpr bool red_row = Colour::value == kRed;
+    const int colour = colour_;
+    const std::ptrdiff_t stride = stride_;
     std::uint8_t* const d = row.d;
 
-    auto colour_site = [&](int col) {
+    auto colour_site = [&](int col) LAPLACIAN_INLINE {
         std::uint8_t* px = d + col * stride;
         const int x = S[col];
         const int left = S[col - 1], right = S[col + 1];
@@ -119,7 +146,7 @@ inline void green_row(const Row<std::uint8_t>& row, Samples S) {
         px[colour] = std::uint8_t(x);
         if (red_row) px[kBlue] = std::uint8_t(x);  // interim, replaced by the red/blue pass
     };
-    auto green_site = [&](int col) { d[col * stride + kGreen] = std::uint8_t(S[col]); };
+    auto green_site = [&](int col) LAPLACIAN_INLINE { d[col * stride + kGreen] = std::uint8_t(S[col]); };
     walk_row(row, green_site, colour_site);
 }
 
@@ -127,28 +154,30 @@ void laplacian_green_row(const Row<std::uint8_t>& row, const LaplacianParams&) {
     // Rows up to height - 3 read no further than the last sample of the frame; the two
     // rows below (reached only by the displaced pass) take the guarded path.
     if (row.r + 2 < row.height) {
-        green_row(row, Direct{row.s});
+        with_layout(row, [&](auto colour, auto stride) { green_row(row, Direct{row.s}, colour, stride); });
     } else {
-        green_row(row, PastEndIsZero{row.s, std::ptrdiff_t(row.height - row.r) * row.width});
+        const PastEndIsZero samples{row.s, std::ptrdiff_t(row.height - row.r) * row.width};
+        with_layout(row, [&](auto colour, auto stride) { green_row(row, samples, colour, stride); });
     }
 }
 
-void laplacian_rb_row(const Row<std::uint8_t>& row, const LaplacianParams& params) {
+template <class Colour, class Stride>
+inline void rb_row(const Row<std::uint8_t>& row, const LaplacianParams& params, Colour colour_, Stride stride_) {
     const std::ptrdiff_t w = row.width;
-    const int colour = row.phase.colour;
-    const int other = row.phase.other();
-    const std::ptrdiff_t stride = row.stride;
+    const int colour = colour_;
+    const int other = 2 - colour;
+    const std::ptrdiff_t stride = stride_;
     const std::ptrdiff_t upper = params.crossed_diagonals ? row.down : row.up;
     const std::ptrdiff_t lower = params.crossed_diagonals ? row.up : row.down;
     const std::uint8_t* const s = row.s;
     std::uint8_t* const d = row.d;
 
-    auto green_site = [&](int c) {
+    auto green_site = [&](int c) LAPLACIAN_INLINE {
         std::uint8_t* px = d + c * stride;
         px[colour] = std::uint8_t((s[c - 1] + s[c + 1]) >> 1);
         px[other] = std::uint8_t((s[c - w] + s[c + w]) >> 1);
     };
-    auto colour_site = [&](int c) {
+    auto colour_site = [&](int c) LAPLACIAN_INLINE {
         std::uint8_t* px = d + c * stride;
         const std::uint8_t* gu = px + upper;
         const std::uint8_t* gl = px + lower;
@@ -165,6 +194,10 @@ void laplacian_rb_row(const Row<std::uint8_t>& row, const LaplacianParams& param
         px[other] = std::uint8_t(clamp_byte(v));
     };
     walk_row(row, green_site, colour_site);
+}
+
+void laplacian_rb_row(const Row<std::uint8_t>& row, const LaplacianParams& params) {
+    with_layout(row, [&](auto colour, auto stride) { rb_row(row, params, colour, stride); });
 }
 
 using LaplacianMember = Member<std::uint8_t, LaplacianParams>;
