@@ -154,23 +154,6 @@ const std::set<std::string> kPendingBilinearEdgeSensing = {
 
 // two-pixel border fill, Laplacian and Laplacian2
 const std::set<std::string> kPendingLaplacian = {
-    "QZRCFA_NearestNeighbor_Edge2_RGGB",
-    "QZRCFA_NearestNeighbor_Edge2_BGGR",
-    "QZRCFA_NearestNeighbor_Edge2_GRBG",
-    "QZRCFA_NearestNeighbor_Edge2_GBRG",
-    "QZRCFA_NearestNeighbor_Edge2_RGGB_Flip",
-    "QZRCFA_NearestNeighbor_Edge2_BGGR_Flip",
-    "QZRCFA_NearestNeighbor_Edge2_GRBG_Flip",
-    "QZRCFA_NearestNeighbor_Edge2_GBRG_Flip",
-    "QZRCFA_Laplacian_RGGB",
-    "QZRCFA_Laplacian_BGGR",
-    "QZRCFA_Laplacian_GRBG",
-    "QZRCFA_Laplacian_GBRG",
-    "QZRCFA_Laplacian_RGGB_Flip",
-    "QZRCFA_Laplacian_BGGR_Flip",
-    "QZRCFA_Laplacian_GRBG_Flip",
-    "QZRCFA_Laplacian_GBRG_Flip",
-    kLaplacian2Decorated,
 };
 
 // smooth hue

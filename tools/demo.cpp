@@ -22,6 +22,8 @@ const Method kMethods[] = {
     // bilinear and edge sensing
 
     // Laplacian
+    {"laplacian.png", QZRCFA_Laplacian_RGGB},
+    {"laplacian2.png", QZRCFA_Laplacian2_RGGB},
 
     // smooth hue
 
