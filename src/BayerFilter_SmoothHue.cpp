@@ -1,0 +1,192 @@
+// Smooth hue, 8-bit colour.
+//
+// Two passes over the interior, the output's green bytes serving as the green plane
+// between them. Pass 1 writes green: the sample itself at a green site, the floor of
+// the mean of the four side neighbours at a red or blue site. Pass 2 assumes that the
+// ratios red/green and blue/green vary slowly: each missing red or blue value is the
+// pixel's own green times the mean of the neighbours' colour-to-green ratios, in
+// single precision, saturated at 255.
+//
+// The greens of the horizontal neighbours are read at fixed byte distances from the
+// pixel, two bytes before it and four bytes after it, whatever the pixel stride. With
+// three bytes per pixel these are the neighbours' green elements; with four they are
+// the red element of the left neighbour (already written by pass 2 in this row) and
+// the blue element of the right one (not yet written). That is how the interface
+// has always read them, and it stays.
+//
+// Members differ in two ways, both data in the member table below: the top-down BGGR
+// member computes its green-on-blue sites with the red-site formulas, and the
+// bottom-up BGGR member clears width * height * 3 bytes first and saturates with the
+// less-than form, so its NaN estimates come out 255 instead of 0.
+#include <cfloat>
+#include <cstddef>
+#include <cstdint>
+
+#include "detail/bayer.h"
+#include "detail/frame.h"
+#include "detail/smooth_hue.h"
+#include "qzrcfa.h"
+
+// Pass 2 must round every operation to single precision; a target that evaluates float
+// expressions in a wider format would produce other bytes.
+static_assert(FLT_EVAL_METHOD == 0, "smooth hue needs float arithmetic evaluated in float");
+
+namespace qzrcfa::detail {
+namespace {
+
+// Byte distances, from the first byte of a pixel, of the greens its horizontal ratios
+// divide by. Fixed: they do not follow the pixel stride.
+constexpr std::ptrdiff_t kLeftByte = -2;
+constexpr std::ptrdiff_t kRightByte = 4;
+
+constexpr float kSaturationLimit = 255.0f;
+
+inline float ratio(std::uint8_t sample, std::uint8_t green) { return float(sample) / float(green); }
+
+// Truncation toward zero, written so that it never converts an infinity or a NaN:
+// those are decided by comparisons, which behave alike on every IEEE-754 target.
+// Estimates are never negative (samples and greens are not), so a value that reaches
+// the conversion lies in [0, 255].
+inline std::uint8_t to_byte(float x, Saturation form) {
+    if (form == Saturation::GreaterThan) {
+        if (x > kSaturationLimit) return 255;
+        if (x != x) return 0;  // NaN
+        return std::uint8_t(std::int32_t(x));
+    }
+    if (x < kSaturationLimit) return std::uint8_t(std::int32_t(x));
+    return 255;  // at or above the limit, and NaN
+}
+
+// The estimates of pixel px (raw sample s) whose neighbours' pixels lie `up` and
+// `down` elements away; g is the pixel's own green.
+struct Around {
+    const std::uint8_t* s;
+    int width;
+    const std::uint8_t* px;
+    const std::uint8_t* above;  // pixel computed from raw (r - 1, c)
+    const std::uint8_t* below;  // pixel computed from raw (r + 1, c)
+    float g;
+
+    float vertical() const {
+        const float up = ratio(s[-width], above[kGreen]);
+        const float down = ratio(s[width], below[kGreen]);
+        return (up + down) * (g * 0.5f);
+    }
+    float horizontal() const {
+        const float left = ratio(s[-1], px[kLeftByte]);
+        const float right = ratio(s[1], px[kRightByte]);
+        return (left + right) * (g * 0.5f);
+    }
+    float diagonal() const {
+        const float up_left = ratio(s[-width - 1], above[kLeftByte]);
+        const float up_right = ratio(s[-width + 1], above[kRightByte]);
+        const float down_left = ratio(s[width - 1], below[kLeftByte]);
+        const float down_right = ratio(s[width + 1], below[kRightByte]);
+        return (((up_left + up_right) + down_left) + down_right) * (g * 0.25f);
+    }
+};
+
+}  // namespace
+
+void smooth_hue_green_row(const Row<std::uint8_t>& row, const SmoothHueRule&) {
+    const int w = row.width;
+    for (int c = row.c_first; c <= row.c_last; ++c) {
+        const std::uint8_t* s = row.s + c;
+        std::uint8_t* px = row.d + std::ptrdiff_t(c) * row.stride;
+        px[kGreen] = row.phase.green_at(c) ? s[0] : std::uint8_t((s[1] + s[-1] + s[-w] + s[w]) >> 2);
+    }
+}
+
+// Element 0 is computed and stored before element 2 is computed: with strides other
+// than three the second estimate may read bytes the first one wrote.
+void smooth_hue_colour_row_scalar(const Row<std::uint8_t>& row, const SmoothHueRule& rule) {
+    for (int c = row.c_first; c <= row.c_last; ++c) {
+        std::uint8_t* px = row.d + std::ptrdiff_t(c) * row.stride;
+        const Around a{row.s + c, row.width, px, px + row.up, px + row.down, float(px[kGreen])};
+        Site site = row.phase.site(c);
+        if (site == Site::GreenOnBlue) site = rule.green_on_blue_as;
+        switch (site) {
+        case Site::Red:
+            px[kBlue] = to_byte(a.diagonal(), rule.saturation);
+            px[kRed] = a.s[0];
+            break;
+        case Site::Blue:
+            px[kBlue] = a.s[0];
+            px[kRed] = to_byte(a.diagonal(), rule.saturation);
+            break;
+        case Site::GreenOnRed:
+            px[kBlue] = to_byte(a.vertical(), rule.saturation);
+            px[kRed] = to_byte(a.horizontal(), rule.saturation);
+            break;
+        case Site::GreenOnBlue:
+            px[kBlue] = to_byte(a.horizontal(), rule.saturation);
+            px[kRed] = to_byte(a.vertical(), rule.saturation);
+            break;
+        }
+    }
+}
+
+void smooth_hue_colour_row(const Row<std::uint8_t>& row, const SmoothHueRule& rule) {
+    smooth_hue_colour_row_scalar(row, rule);
+}
+
+namespace {
+
+using SmoothHueMember = Member<std::uint8_t, SmoothHueRule>;
+
+constexpr SmoothHueRule kRegular{Site::GreenOnBlue, Saturation::GreaterThan};
+constexpr SmoothHueRule kGreenOnBlueAsRed{Site::Red, Saturation::GreaterThan};
+constexpr SmoothHueRule kNaNSaturates{Site::GreenOnBlue, Saturation::LessThan};
+
+constexpr SmoothHueMember smooth_hue(Pattern p, bool flip, Prefill fill, ColourFn<std::uint8_t> border,
+                                     SmoothHueRule rule) {
+    return SmoothHueMember{p, flip, fill, border, 3, rule,
+                           {{smooth_hue_green_row, 1, 0}, {smooth_hue_colour_row, 1, 0}}};
+}
+
+// The member table. Only the BGGR pair departs from the regular members: the top-down
+// one gives its green-on-blue sites the red-site formulas, the bottom-up one zero-fills
+// three bytes per pixel first and saturates NaN to 255.
+constexpr SmoothHueMember kSmoothHue_RGGB = smooth_hue(Pattern::RGGB, false, Prefill::None, QZRCFA_NearestNeighbor_Edge1_RGGB, kRegular);
+constexpr SmoothHueMember kSmoothHue_BGGR = smooth_hue(Pattern::BGGR, false, Prefill::None, QZRCFA_NearestNeighbor_Edge1_BGGR, kGreenOnBlueAsRed);
+constexpr SmoothHueMember kSmoothHue_GRBG = smooth_hue(Pattern::GRBG, false, Prefill::None, QZRCFA_NearestNeighbor_Edge1_GRBG, kRegular);
+constexpr SmoothHueMember kSmoothHue_GBRG = smooth_hue(Pattern::GBRG, false, Prefill::None, QZRCFA_NearestNeighbor_Edge1_GBRG, kRegular);
+constexpr SmoothHueMember kSmoothHue_RGGB_Flip = smooth_hue(Pattern::RGGB, true, Prefill::None, QZRCFA_NearestNeighbor_Edge1_RGGB_Flip, kRegular);
+constexpr SmoothHueMember kSmoothHue_BGGR_Flip = smooth_hue(Pattern::BGGR, true, Prefill::ZeroRgb, QZRCFA_NearestNeighbor_Edge1_BGGR_Flip, kNaNSaturates);
+constexpr SmoothHueMember kSmoothHue_GRBG_Flip = smooth_hue(Pattern::GRBG, true, Prefill::None, QZRCFA_NearestNeighbor_Edge1_GRBG_Flip, kRegular);
+constexpr SmoothHueMember kSmoothHue_GBRG_Flip = smooth_hue(Pattern::GBRG, true, Prefill::None, QZRCFA_NearestNeighbor_Edge1_GBRG_Flip, kRegular);
+
+}  // namespace
+}  // namespace qzrcfa::detail
+
+using qzrcfa::detail::demosaic;
+namespace d = qzrcfa::detail;
+
+extern "C" {
+
+QZRCFA_API int QZRCFA_SmoothHue_RGGB(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kSmoothHue_RGGB, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_SmoothHue_BGGR(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kSmoothHue_BGGR, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_SmoothHue_GRBG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kSmoothHue_GRBG, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_SmoothHue_GBRG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kSmoothHue_GBRG, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_SmoothHue_RGGB_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kSmoothHue_RGGB_Flip, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_SmoothHue_BGGR_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kSmoothHue_BGGR_Flip, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_SmoothHue_GRBG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kSmoothHue_GRBG_Flip, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_SmoothHue_GBRG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kSmoothHue_GBRG_Flip, src, width, height, dst, bitCount);
+}
+
+}  // extern "C"
