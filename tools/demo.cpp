@@ -24,6 +24,7 @@ const Method kMethods[] = {
     // Laplacian
 
     // smooth hue
+    {"smooth_hue.png", QZRCFA_SmoothHue_RGGB},
 
 };
 
