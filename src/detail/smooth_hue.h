@@ -34,4 +34,8 @@ void smooth_hue_colour_row(const Row<std::uint8_t>& row, const SmoothHueRule& ru
 // The reference for pass 2, one pixel at a time.
 void smooth_hue_colour_row_scalar(const Row<std::uint8_t>& row, const SmoothHueRule& rule);
 
+// Pass 2 in SSE2 single precision, four pixels of one column parity at a time; the
+// scalar kernel where the build has no SSE2. Byte for byte the scalar result.
+void smooth_hue_colour_row_sse2(const Row<std::uint8_t>& row, const SmoothHueRule& rule);
+
 }  // namespace qzrcfa::detail
