@@ -11,7 +11,6 @@
 #include "detail/cpu.h"
 #include "detail/frame.h"
 #include "detail/smooth_hue.h"
-#include "qzrcfa.h"
 
 namespace qzrcfa::detail {
 namespace {
@@ -78,49 +77,6 @@ TEST(SmoothHueKernels, VectorColourRowMatchesScalar) {
                         }
                     }
                 }
-            }
-        }
-    }
-}
-
-// Whole frames: each export against the same member run with the scalar colour pass,
-// on frames wide enough for many vector chunks, into exactly sized output buffers.
-using Fn8 = int (*)(unsigned char*, int, int, unsigned char*, unsigned short);
-
-struct Export {
-    Fn8 fn;
-    Member<std::uint8_t, SmoothHueRule> scalar;
-};
-
-constexpr Member<std::uint8_t, SmoothHueRule> scalar_member(Pattern p, bool flip, Prefill fill, ColourFn<std::uint8_t> border,
-                                                            SmoothHueRule rule) {
-    return {p, flip, fill, border, 3, rule, {{smooth_hue_green_row, 1, 0}, {smooth_hue_colour_row_scalar, 1, 0}}};
-}
-
-const Export kExports[] = {
-    {QZRCFA_SmoothHue_RGGB, scalar_member(Pattern::RGGB, false, Prefill::None, QZRCFA_NearestNeighbor_Edge1_RGGB, kRules[0])},
-    {QZRCFA_SmoothHue_BGGR, scalar_member(Pattern::BGGR, false, Prefill::None, QZRCFA_NearestNeighbor_Edge1_BGGR, kRules[1])},
-    {QZRCFA_SmoothHue_GRBG, scalar_member(Pattern::GRBG, false, Prefill::None, QZRCFA_NearestNeighbor_Edge1_GRBG, kRules[0])},
-    {QZRCFA_SmoothHue_GBRG, scalar_member(Pattern::GBRG, false, Prefill::None, QZRCFA_NearestNeighbor_Edge1_GBRG, kRules[0])},
-    {QZRCFA_SmoothHue_RGGB_Flip, scalar_member(Pattern::RGGB, true, Prefill::None, QZRCFA_NearestNeighbor_Edge1_RGGB_Flip, kRules[0])},
-    {QZRCFA_SmoothHue_BGGR_Flip, scalar_member(Pattern::BGGR, true, Prefill::ZeroRgb, QZRCFA_NearestNeighbor_Edge1_BGGR_Flip, kRules[2])},
-    {QZRCFA_SmoothHue_GRBG_Flip, scalar_member(Pattern::GRBG, true, Prefill::None, QZRCFA_NearestNeighbor_Edge1_GRBG_Flip, kRules[0])},
-    {QZRCFA_SmoothHue_GBRG_Flip, scalar_member(Pattern::GBRG, true, Prefill::None, QZRCFA_NearestNeighbor_Edge1_GBRG_Flip, kRules[0])},
-};
-
-TEST(SmoothHueKernels, ExportsMatchTheScalarPassOnWideFrames) {
-    std::mt19937 rng(77);
-    for (const Export& e : kExports) {
-        for (auto [W, H] : {std::pair{17, 3}, std::pair{33, 6}, std::pair{64, 5}, std::pair{41, 9}}) {
-            for (int P : {3, 4}) {
-                // Two rows more than the frame: the BGGR border fill reads past its end on
-                // odd widths.
-                std::vector<std::uint8_t> raw = random_bytes(std::size_t(W * (H + 2)), rng, false);
-                const std::vector<std::uint8_t> start = random_bytes(std::size_t(W * H * P), rng, false);
-                std::vector<std::uint8_t> got = start, expected = start;
-                e.fn(raw.data(), W, H, got.data(), std::uint16_t(P * 8));
-                demosaic(e.scalar, raw.data(), W, H, expected.data(), std::uint16_t(P * 8));
-                ASSERT_EQ(got, expected) << W << "x" << H << " P=" << P;
             }
         }
     }

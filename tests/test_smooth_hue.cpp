@@ -121,16 +121,18 @@ std::vector<std::uint8_t> run(const SmoothHueCase& m, std::vector<std::uint8_t> 
     return out;
 }
 
-// Random frames of many sizes, full range and a range of 0..3 where zero greens (and
-// with them infinities and NaN) are common, into buffers of two different contents
-// (with four bytes per pixel the right-hand byte can be one the call never writes).
+// Random frames of many sizes (the wider ones span several chunks of the vector
+// colour pass), full range and a range of 0..3 where zero greens (and with them
+// infinities and NaN) are common, into buffers of two different contents (with four
+// bytes per pixel the right-hand byte can be one the call never writes).
 TEST(SmoothHue, EveryMemberMatchesTheModelOnRandomFrames) {
+    const int widths[] = {2, 3, 4, 5, 6, 7, 8, 9, 10, 17, 26, 33};
     for (const auto& m : kCases) {
         for (int P : {3, 4}) {
             for (unsigned max : {255u, 3u}) {
                 for (std::uint8_t fill : {std::uint8_t(0xAB), std::uint8_t(0)}) {
                     for (int H = 2; H <= 10; ++H) {
-                        for (int W = 2; W <= 10; ++W) {
+                        for (int W : widths) {
                             std::vector<std::uint8_t> raw = random_frame<std::uint8_t>(W, H, 31 + max, max);
                             Arena<std::uint8_t> out(std::size_t(W * H * P), fill);
                             const std::vector<std::uint8_t> expected = model(m, raw, W, H, P, out.image());
