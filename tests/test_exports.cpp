@@ -158,14 +158,6 @@ const std::set<std::string> kPendingLaplacian = {
 
 // smooth hue
 const std::set<std::string> kPendingSmoothHue = {
-    "QZRCFA_SmoothHue_RGGB",
-    "QZRCFA_SmoothHue_BGGR",
-    "QZRCFA_SmoothHue_GRBG",
-    "QZRCFA_SmoothHue_GBRG",
-    "QZRCFA_SmoothHue_RGGB_Flip",
-    "QZRCFA_SmoothHue_BGGR_Flip",
-    "QZRCFA_SmoothHue_GRBG_Flip",
-    "QZRCFA_SmoothHue_GBRG_Flip",
 };
 
 // grey output and 16-bit nearest neighbour

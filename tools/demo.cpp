@@ -26,6 +26,7 @@ const Method kMethods[] = {
     {"laplacian2.png", QZRCFA_Laplacian2_RGGB},
 
     // smooth hue
+    {"smooth_hue.png", QZRCFA_SmoothHue_RGGB},
 
 };
 
