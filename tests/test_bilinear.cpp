@@ -110,6 +110,23 @@ TEST(Bilinear, EveryMemberMatchesTheModelOnRandomFrames) {
     }
 }
 
+// Rows wide enough for the vector kernels, with every remainder a 32- and 16-column
+// step can leave.
+TEST(Bilinear, WideFramesMatchTheModel) {
+    for (const auto& m : kCases) {
+        for (int P : {3, 4}) {
+            for (int W = 33; W <= 70; ++W) {
+                const int H = 4;
+                std::vector<std::uint8_t> raw = random_frame<std::uint8_t>(W, H, 37);
+                Arena<std::uint8_t> out(std::size_t(W * H * P), 0xAB);
+                const std::vector<std::uint8_t> expected = model(m, raw, W, H, P, out.image());
+                m.fn(raw.data(), W, H, out.data(), std::uint16_t(P * 8));
+                ASSERT_EQ(out.image(), expected) << m.name << " " << W << "x" << H << " P=" << P;
+            }
+        }
+    }
+}
+
 // The one interior pixel of a 3 x 3 RGGB frame is a blue site.
 TEST(Bilinear, ThreeByThreeRggbCentre) {
     std::vector<std::uint8_t> raw = {11, 40, 97, 13, 200, 250, 7, 66, 180};

@@ -14,4 +14,11 @@ namespace qzrcfa::detail {
 
 int bilinear_columns_scalar(const Row<std::uint8_t>& row, int c);
 
+// 16 columns at a time (the x86-64 baseline), and 32 at a time where the processor
+// has AVX2 (elsewhere it leaves every column to the next kernel). Both take pixel
+// strides 3 and 4 and leave any other stride to the scalar kernel. With stride 4,
+// element 3 of the pixels they compute is read and stored back unchanged.
+int bilinear_columns_sse2(const Row<std::uint8_t>& row, int c);
+int bilinear_columns_avx2(const Row<std::uint8_t>& row, int c);
+
 }  // namespace qzrcfa::detail
