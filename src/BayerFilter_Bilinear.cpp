@@ -56,6 +56,7 @@ int bilinear_columns_scalar(const Row<std::uint8_t>& row, int c) {
 // without widening: (a & b) + ((a ^ b) >> 1) is floor((a + b) / 2), and the mean of
 // four is the mean of the two pair means plus the carry that both pairs' dropped
 // halves make together.
+//
 // The byte-vector helpers are always inlined into a kernel of the instruction set
 // they run in, so no 32-byte vector ever crosses a call without AVX: the warning
 // about that calling convention does not apply.
@@ -242,7 +243,8 @@ int bilinear_columns_sse2(const Row<std::uint8_t>& row, int c) {
     return c;
 }
 
-QZRCFA_AVX2 int bilinear_columns_avx2(const Row<std::uint8_t>& row, int c) {
+// Compiled for the baseline, so that it may be called on any processor.
+int bilinear_columns_avx2(const Row<std::uint8_t>& row, int c) {
     if (!isa_available(Isa::AVX2)) return c;
     if (row.stride == 3) return columns_avx2<3>(row, c);
     if (row.stride == 4) return columns_avx2<4>(row, c);
