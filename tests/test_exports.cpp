@@ -124,32 +124,6 @@ const char kLaplacian2Decorated[] = "_Z22QZRCFA_Laplacian2_RGGBPhiiS_t";
 // Declared by the header but not yet defined by the library, by family.
 // bilinear, its gate and edge sensing
 const std::set<std::string> kPendingBilinearEdgeSensing = {
-    "QZRCFA_Bilinear_RGGB",
-    "QZRCFA_Bilinear_BGGR",
-    "QZRCFA_Bilinear_GRBG",
-    "QZRCFA_Bilinear_GBRG",
-    "QZRCFA_Bilinear_RGGB_Flip",
-    "QZRCFA_Bilinear_BGGR_Flip",
-    "QZRCFA_Bilinear_GRBG_Flip",
-    "QZRCFA_Bilinear_GBRG_Flip",
-    "QZRCFA_FastBilinear_RGGB",
-    "QZRCFA_FastBilinear_BGGR",
-    "QZRCFA_FastBilinear_GRBG",
-    "QZRCFA_FastBilinear_GBRG",
-    "QZRCFA_FastBilinear_RGGB_Flip",
-    "QZRCFA_FastBilinear_BGGR_Flip",
-    "QZRCFA_FastBilinear_GRBG_Flip",
-    "QZRCFA_FastBilinear_GBRG_Flip",
-    "QZRCFA_EdgeSensing2_RGGB",
-    "QZRCFA_EdgeSensing2_RGGB_Flip",
-    "QZRCFA_EdgeSensing1_RGGB",
-    "QZRCFA_EdgeSensing1_BGGR",
-    "QZRCFA_EdgeSensing1_GRBG",
-    "QZRCFA_EdgeSensing1_GBRG",
-    "QZRCFA_EdgeSensing1_RGGB_Flip",
-    "QZRCFA_EdgeSensing1_BGGR_Flip",
-    "QZRCFA_EdgeSensing1_GRBG_Flip",
-    "QZRCFA_EdgeSensing1_GBRG_Flip",
 };
 
 // two-pixel border fill, Laplacian and Laplacian2

@@ -20,6 +20,9 @@ struct Method {
 const Method kMethods[] = {
     {"nearest.png", QZRCFA_NearestNeighbor_RGGB},
     // bilinear and edge sensing
+    {"bilinear.png", QZRCFA_Bilinear_RGGB},
+    {"edge-sensing1.png", QZRCFA_EdgeSensing1_RGGB},
+    {"edge-sensing2.png", QZRCFA_EdgeSensing2_RGGB},
 
     // Laplacian
     {"laplacian.png", QZRCFA_Laplacian_RGGB},
