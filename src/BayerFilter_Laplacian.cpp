@@ -31,6 +31,7 @@
 // Laplacian2 (RGGB, top-down, C++ linkage) runs the same passes with its green pass
 // displaced two rows down and two columns right: rows and columns 4 .. size - 1. Its
 // last two rows read up to two rows past the end of the frame; those samples read as 0.
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -271,7 +272,14 @@ LAPLACIAN_INLINE inline void store(std::uint8_t* p, __m128i v) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v);
 }
 
-// Lanes from sixteen bytes and back, SSE2: two 128-bit halves.
+// Sixteen pixels of P bytes, as P vectors.
+template <int P>
+struct Pixels {
+    __m128i v[P];
+};
+
+// Lanes from sixteen bytes and back, SSE2: two 128-bit halves. The moves between
+// interleaved pixels and byte planes are the shifts and masks below.
 struct Sse2Lanes {
     static LAPLACIAN_INLINE inline Lanes16 widen(__m128i bytes) {
         const __m128i zero = _mm_setzero_si128();
@@ -286,20 +294,10 @@ struct Sse2Lanes {
         std::memcpy(halves, &v, sizeof v);
         return _mm_packus_epi16(halves[0], halves[1]);
     }
-};
-
-// Not forced inline: the generic templates that call these are compiled for the
-// baseline too. The AVX2 row kernels are flattened, which inlines them there.
-#define LAPLACIAN_AVX2 __attribute__((target("avx2")))
-
-struct Avx2Lanes {
-    static LAPLACIAN_AVX2 inline Lanes16 widen(__m128i bytes) {
-        return reinterpret_cast<Lanes16>(_mm256_cvtepu8_epi16(bytes));
-    }
-    static LAPLACIAN_AVX2 inline __m128i narrow(Lanes16 v) {
-        const __m256i w = reinterpret_cast<__m256i>(v);
-        return _mm_packus_epi16(_mm256_castsi256_si128(w), _mm256_extracti128_si256(w, 1));
-    }
+    template <int P>
+    static LAPLACIAN_INLINE inline __m128i gather(const std::uint8_t* p);
+    template <int P>
+    static LAPLACIAN_INLINE inline Pixels<P> interleave(__m128i b, __m128i g, __m128i r);
 };
 
 // Bytes p[P * k], k = 0 .. 15, reading nothing outside p[0] .. p[15 * P].
@@ -335,12 +333,6 @@ LAPLACIAN_INLINE inline __m128i gather<3>(const std::uint8_t* p) {
     return _mm_packus_epi16(_mm_packs_epi32(a, b), _mm_packs_epi32(c, d));
 }
 
-// Sixteen pixels of P bytes, as P vectors.
-template <int P>
-struct Pixels {
-    __m128i v[P];
-};
-
 // Planes of blue, green and red bytes to sixteen interleaved pixels; element 3 of
 // four-byte pixels is 0.
 template <int P>
@@ -371,6 +363,79 @@ LAPLACIAN_INLINE inline Pixels<3> interleave<3>(__m128i b, __m128i g, __m128i r)
     return {{_mm_or_si128(q0, _mm_slli_si128(q1, 12)), _mm_or_si128(_mm_srli_si128(q1, 4), _mm_slli_si128(q2, 8)),
              _mm_or_si128(_mm_srli_si128(q2, 8), _mm_slli_si128(q3, 4))}};
 }
+
+template <int P>
+LAPLACIAN_INLINE inline __m128i Sse2Lanes::gather(const std::uint8_t* p) {
+    return ::qzrcfa::detail::gather<P>(p);
+}
+template <int P>
+LAPLACIAN_INLINE inline Pixels<P> Sse2Lanes::interleave(__m128i b, __m128i g, __m128i r) {
+    return ::qzrcfa::detail::interleave<P>(b, g, r);
+}
+
+// Byte shuffle controls: byte j of the result is byte pick(j) of the source, or 0
+// where pick(j) is negative.
+template <class F>
+constexpr std::array<std::int8_t, 16> shuffle_control(F pick) {
+    std::array<std::int8_t, 16> out{};
+    for (int j = 0; j < 16; ++j) out[std::size_t(j)] = std::int8_t(pick(j));
+    return out;
+}
+
+inline __m128i control(const std::array<std::int8_t, 16>& bytes) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes.data()));
+}
+
+// The three loads of a three-byte gather hold lanes 0 .. 5 (bytes 0, 3 .. 15), lanes
+// 6 .. 10 (bytes 2, 5 .. 14 of bytes 16 .. 31) and lanes 11 .. 15 (bytes 3 .. 15 of
+// bytes 30 .. 45).
+constexpr auto kGather3First = shuffle_control([](int j) { return j <= 5 ? 3 * j : -1; });
+constexpr auto kGather3Second = shuffle_control([](int j) { return j >= 6 && j <= 10 ? 3 * j - 16 : -1; });
+constexpr auto kGather3Third = shuffle_control([](int j) { return j >= 11 ? 3 * j - 30 : -1; });
+
+// Byte j of the three-byte pixels' vector v comes from plane j' % 3 (blue, green,
+// red) at lane j' / 3, where j' = 16 v + j.
+template <int V, int Plane>
+constexpr auto kInterleave3 = shuffle_control([](int j) { return (16 * V + j) % 3 == Plane ? (16 * V + j) / 3 : -1; });
+
+// Not forced inline: the generic templates that call these are compiled for the
+// baseline too. The AVX2 row kernels are flattened, which inlines them there. Three-
+// byte pixels move between planes and pixels with byte shuffles.
+#define LAPLACIAN_AVX2 __attribute__((target("avx2")))
+
+struct Avx2Lanes {
+    static LAPLACIAN_AVX2 inline Lanes16 widen(__m128i bytes) {
+        return reinterpret_cast<Lanes16>(_mm256_cvtepu8_epi16(bytes));
+    }
+    static LAPLACIAN_AVX2 inline __m128i narrow(Lanes16 v) {
+        const __m256i w = reinterpret_cast<__m256i>(v);
+        return _mm_packus_epi16(_mm256_castsi256_si128(w), _mm256_extracti128_si256(w, 1));
+    }
+    template <int P>
+    static LAPLACIAN_AVX2 inline __m128i gather(const std::uint8_t* p) {
+        if constexpr (P == 3) {
+            return _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(load(p), control(kGather3First)),
+                                             _mm_shuffle_epi8(load(p + 16), control(kGather3Second))),
+                                _mm_shuffle_epi8(load(p + 30), control(kGather3Third)));
+        } else {
+            return ::qzrcfa::detail::gather<P>(p);
+        }
+    }
+    template <int P>
+    static LAPLACIAN_AVX2 inline Pixels<P> interleave(__m128i b, __m128i g, __m128i r) {
+        if constexpr (P == 3) {
+            return {{vector3<0>(b, g, r), vector3<1>(b, g, r), vector3<2>(b, g, r)}};
+        } else {
+            return ::qzrcfa::detail::interleave<P>(b, g, r);
+        }
+    }
+    template <int V>
+    static LAPLACIAN_AVX2 inline __m128i vector3(__m128i b, __m128i g, __m128i r) {
+        return _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(b, control(kInterleave3<V, 0>)),
+                                         _mm_shuffle_epi8(g, control(kInterleave3<V, 1>))),
+                            _mm_shuffle_epi8(r, control(kInterleave3<V, 2>)));
+    }
+};
 
 // Writes the bytes of `values` that `mask` selects; the others keep their contents.
 template <int P>
@@ -426,14 +491,14 @@ LAPLACIAN_INLINE inline int green_row_chunks(const Row<std::uint8_t>& row) {
     const SiteLanes sites = site_lanes(row);
     const __m128i none = _mm_setzero_si128(), all = _mm_set1_epi32(-1);
     // G everywhere; the sample into its own colour and, in red rows, into B as well.
-    const Pixels<P> mask = interleave<P>(sites.colour8, all, row.phase.colour == kRed ? sites.colour8 : none);
+    const Pixels<P> mask = L::template interleave<P>(sites.colour8, all, row.phase.colour == kRed ? sites.colour8 : none);
     const std::ptrdiff_t w = row.width;
     const int end = last_colour_column(row);
     int c = row.c_first;
     for (; c + kLanes - 1 <= end; c += kLanes) {
         const std::uint8_t* s = row.s + c;
         const __m128i x = load(s);
-        merge<P>(row.d + std::ptrdiff_t(c) * P, interleave<P>(x, green_chunk<L>(s, w, sites.colour), x), mask);
+        merge<P>(row.d + std::ptrdiff_t(c) * P, L::template interleave<P>(x, green_chunk<L>(s, w, sites.colour), x), mask);
     }
     return c;
 }
@@ -452,9 +517,9 @@ LAPLACIAN_INLINE inline RbChunk rb_chunk(const std::uint8_t* s, std::ptrdiff_t w
     const Lanes16 ul = L::widen(load(s - w - 1)), ur = L::widen(load(s - w + 1));
     const Lanes16 ll = L::widen(load(s + w - 1)), lr = L::widen(load(s + w + 1));
     // Greens at fixed three-byte spacing from the pixels above and below.
-    const Lanes16 g = L::widen(gather<P>(px + kGreen));
-    const Lanes16 d1 = g + g - L::widen(gather<P>(px + upper - 2)) - L::widen(gather<P>(px + lower + 4));
-    const Lanes16 d2 = g + g - L::widen(gather<P>(px + upper + 4)) - L::widen(gather<P>(px + lower - 2));
+    const Lanes16 g = L::widen(L::template gather<P>(px + kGreen));
+    const Lanes16 d1 = g + g - L::widen(L::template gather<P>(px + upper - 2)) - L::widen(L::template gather<P>(px + lower + 4));
+    const Lanes16 d2 = g + g - L::widen(L::template gather<P>(px + upper + 4)) - L::widen(L::template gather<P>(px + lower - 2));
     const Lanes16 e1 = absolute(ul - lr) + absolute(d1);
     const Lanes16 e2 = absolute(ur - ll) + absolute(d2);
     const Lanes16 v = pick(e1, e2, divide_pow2<1>(ul + lr + d1), divide_pow2<1>(ur + ll + d2),
@@ -469,8 +534,8 @@ LAPLACIAN_INLINE inline int rb_row_chunks(const Row<std::uint8_t>& row, const La
     const __m128i all = _mm_set1_epi32(-1);
     const bool red = row.phase.colour == kRed;
     // The row's own colour at green sites, the other colour everywhere.
-    const Pixels<P> mask = red ? interleave<P>(all, _mm_setzero_si128(), sites.green8)
-                               : interleave<P>(sites.green8, _mm_setzero_si128(), all);
+    const Pixels<P> mask = red ? L::template interleave<P>(all, _mm_setzero_si128(), sites.green8)
+                               : L::template interleave<P>(sites.green8, _mm_setzero_si128(), all);
     const std::ptrdiff_t upper = params.crossed_diagonals ? row.down : row.up;
     const std::ptrdiff_t lower = params.crossed_diagonals ? row.up : row.down;
     const std::ptrdiff_t w = row.width;
@@ -480,7 +545,7 @@ LAPLACIAN_INLINE inline int rb_row_chunks(const Row<std::uint8_t>& row, const La
         std::uint8_t* px = row.d + std::ptrdiff_t(c) * P;
         const RbChunk v = rb_chunk<L, P>(row.s + c, w, px, upper, lower, sites.colour);
         const __m128i zero = _mm_setzero_si128();
-        merge<P>(px, red ? interleave<P>(v.other, zero, v.own) : interleave<P>(v.own, zero, v.other), mask);
+        merge<P>(px, red ? L::template interleave<P>(v.other, zero, v.own) : L::template interleave<P>(v.own, zero, v.other), mask);
     }
     return c;
 }
