@@ -24,9 +24,10 @@ int edge_sensing_columns_scalar(const Row<std::uint8_t>& row, const EdgeSensingR
 // has AVX2 (elsewhere it leaves every column to the next kernel). Both take pixel
 // strides 3 and 4 and leave any other stride to the scalar kernel. With stride 4,
 // element 3 of the pixels they compute is read and stored back unchanged. They read
-// no sample the scalar kernel would not read for the same columns: where the row's
-// first or last column is a green site, whose diagonals the scalar kernel never
-// reads, no block reaches past it (the first such column they compute one by one).
+// no sample the scalar kernel would not read for the same row: where the row's first
+// or last column is a green site, whose diagonals the scalar kernel never reads, no
+// block reaches past it (a green first column they compute alone, by the scalar
+// kernel, a green last column they leave to it).
 int edge_sensing_columns_sse2(const Row<std::uint8_t>& row, const EdgeSensingRule& rule, int c);
 int edge_sensing_columns_avx2(const Row<std::uint8_t>& row, const EdgeSensingRule& rule, int c);
 
