@@ -5,7 +5,10 @@
  *   width     pixels per row, height rows (signed, compared as signed);
  *   dst       output of width*height pixels, bitCount>>3 elements each, element 0 blue,
  *             1 green, 2 red; an element 3 keeps what the buffer held unless the member
- *             pre-fills (then 255);
+ *             pre-fills (then 255) or the one-pixel border fill puts red there (the
+ *             last pixel of each middle row). The vector kernels may store element 3
+ *             back with the value it held, so dst must not be shared with another
+ *             thread during the call;
  *   bitCount  bits per output pixel, 24 or 32.
  * The pattern suffix (RGGB, BGGR, GRBG, GBRG) names the top-left 2x2 tile of src.
  * _Flip members read src top-down exactly as their plain twins and write the image
