@@ -83,7 +83,9 @@ AtomicFile::AtomicFile(const std::string& path) : path_(path) {
     std::error_code ec;
     if (std::filesystem::is_directory(p, ec)) fail(path, "is a directory");
     const std::filesystem::path dir = p.has_parent_path() ? p.parent_path() : std::filesystem::path(".");
-    std::string temp = (dir / ("." + p.filename().string() + ".tmp-XXXXXX")).string();
+    std::string name = ".";
+    name.append(p.filename().string()).append(".tmp-XXXXXX");
+    std::string temp = (dir / name).string();
     const int fd = ::mkstemp(temp.data());
     if (fd < 0) fail(path, std::string("cannot create: ") + std::strerror(errno));
     temp_ = temp;
