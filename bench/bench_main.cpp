@@ -1,6 +1,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstring>
+#include <functional>
 #include <map>
 #include <random>
 #include <string>
@@ -66,25 +67,34 @@ std::string label(const std::string& name, const Size& s, int bits) {
     return name + "/" + std::to_string(s.width) + "x" + std::to_string(s.height) + (bits ? "/" + std::to_string(bits) : "");
 }
 
+// Exports register from static initialisers in their own files, before main() runs
+// and in link order; they are queued and handed to the framework after the floors,
+// so that every floor runs (and is known to the reporter) before the exports.
+std::vector<std::function<void()>>& queued() {
+    static std::vector<std::function<void()>> q;
+    return q;
+}
+
 template <class T, class Fn>
 bool register_export(const std::string& name, Fn fn, bool colour) {
-    for (const Size& s : kSizes) {
-        for (int bits : colour ? std::vector<int>{24, 32} : std::vector<int>{0}) {
-            benchmark::RegisterBenchmark(label(name, s, bits).c_str(),
-                                         [fn, s, bits](benchmark::State& state) {
-                                             run_export<T>(state, fn, s.width, s.height, bits);
-                                             add_counters(state, s.width, s.height);
-                                         })
-                ->Unit(benchmark::kMillisecond)
-                ->UseRealTime();
+    queued().push_back([name, fn, colour] {
+        for (const Size& s : kSizes) {
+            for (int bits : colour ? std::vector<int>{24, 32} : std::vector<int>{0}) {
+                benchmark::RegisterBenchmark(label(name, s, bits).c_str(),
+                                             [fn, s, bits](benchmark::State& state) {
+                                                 run_export<T>(state, fn, s.width, s.height, bits);
+                                                 add_counters(state, s.width, s.height);
+                                             })
+                    ->Unit(benchmark::kMillisecond)
+                    ->UseRealTime();
+            }
         }
-    }
+    });
     return true;
 }
 
-// Floors for 8- and 16-bit samples at 1, 3 and 4 elements per pixel, registered
-// first so they run (and are known) before the exports of the same size.
-const bool floors_registered = [] {
+// Floors for 8- and 16-bit samples at 1, 3 and 4 elements per pixel.
+void register_floors() {
     for (const Size& s : kSizes) {
         for (int bits : {0, 24, 32}) {
             const int elements = bits == 0 ? 1 : bits / 8;
@@ -102,8 +112,7 @@ const bool floors_registered = [] {
                 ->Unit(benchmark::kMillisecond)->UseRealTime();
         }
     }
-    return true;
-}();
+}
 
 // Adds an "x floor" column: each run's time over the floor's time for the same
 // sample width, size and pixel size.
@@ -144,6 +153,8 @@ bool register_grey16(const std::string& name, Grey16 fn) { return register_expor
 }  // namespace qzrcfa::bench
 
 int main(int argc, char** argv) {
+    qzrcfa::bench::register_floors();
+    for (const auto& registration : qzrcfa::bench::queued()) registration();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     qzrcfa::bench::FloorReporter reporter;

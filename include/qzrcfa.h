@@ -100,18 +100,21 @@ QZRCFA_API int QZRCFA_NearestNeighbor_GRBG_Flip_16Bits(unsigned short* src, int 
 QZRCFA_API int QZRCFA_NearestNeighbor_GBRG_Flip_16Bits(unsigned short* src, int width, int height, unsigned short* dst, unsigned short bitCount);
 
 /* Nearest neighbour, grey output: each pixel is the truncated mean of the 2x2 block
- * whose top-left sample it is; one output element per pixel. dst holds width*height
- * elements, plus the slack described below:
- *  - height == 1 copies the width elements just before dst (plain members) or just
- *    after the first row (_Flip members) into the row: callers must not pass height 1
- *    unless that memory is theirs;
- *  - the 8-bit RGGB members (and the BGGR/GRBG/GBRG _Flip members, which forward to
- *    QZRCFA_NearestNeighbor_RGGB_Gray_Flip) read the element before dst when width <= 2;
- *    the other members read before dst when width <= 3;
- *  - QZRCFA_NearestNeighbor_RGGB_Gray_Flip_16Bits and its three _Flip_16Bits aliases
- *    write the two elements just past the end of the image (width*height and
- *    width*height+1): dst must hold width*height+2 elements.
- * Needs width >= 3 (4 for the shuffling members), height >= 2. */
+ * whose top-left sample it is, one element per pixel; the row left over (the last, or
+ * the first for _Flip) repeats its neighbour. Right-hand columns: the two-column
+ * members (8-bit RGGB and every 8-bit _Flip) repeat column width-3 in columns width-2
+ * and width-1; the shuffling members (all others) repeat column width-4 in column
+ * width-1 and store columns width-3 and width-2 in the two elements after the row
+ * (overwritten by the next row top-down, kept in the row below bottom-up).
+ * dst holds width*height elements, plus:
+ *  - the Gray_Flip_16Bits members write the 2 elements after the image: dst must hold
+ *    width*height+2 elements;
+ *  - height 1 fills the row from the width elements before dst (plain members) or
+ *    after the row (_Flip members), which must be readable;
+ *  - below width 3 (two-column) or 4 (shuffling) the right-hand columns copy from
+ *    before the row, up to 3 elements before dst; width 1 makes the top-down
+ *    shuffling members write 1 element after the image.
+ * Needs height >= 2. */
 QZRCFA_API int QZRCFA_NearestNeighbor_RGGB_Gray(unsigned char* src, int width, int height, unsigned char* dst);
 QZRCFA_API int QZRCFA_NearestNeighbor_BGGR_Gray(unsigned char* src, int width, int height, unsigned char* dst);
 QZRCFA_API int QZRCFA_NearestNeighbor_GRBG_Gray(unsigned char* src, int width, int height, unsigned char* dst);

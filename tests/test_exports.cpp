@@ -187,30 +187,6 @@ const std::set<std::string> kPendingSmoothHue = {
 
 // grey output and 16-bit nearest neighbour
 const std::set<std::string> kPendingGreyAnd16Bit = {
-    "QZRCFA_NearestNeighbor_RGGB_16Bits",
-    "QZRCFA_NearestNeighbor_BGGR_16Bits",
-    "QZRCFA_NearestNeighbor_GRBG_16Bits",
-    "QZRCFA_NearestNeighbor_GBRG_16Bits",
-    "QZRCFA_NearestNeighbor_RGGB_Flip_16Bits",
-    "QZRCFA_NearestNeighbor_BGGR_Flip_16Bits",
-    "QZRCFA_NearestNeighbor_GRBG_Flip_16Bits",
-    "QZRCFA_NearestNeighbor_GBRG_Flip_16Bits",
-    "QZRCFA_NearestNeighbor_RGGB_Gray",
-    "QZRCFA_NearestNeighbor_BGGR_Gray",
-    "QZRCFA_NearestNeighbor_GRBG_Gray",
-    "QZRCFA_NearestNeighbor_GBRG_Gray",
-    "QZRCFA_NearestNeighbor_RGGB_Gray_Flip",
-    "QZRCFA_NearestNeighbor_BGGR_Gray_Flip",
-    "QZRCFA_NearestNeighbor_GRBG_Gray_Flip",
-    "QZRCFA_NearestNeighbor_GBRG_Gray_Flip",
-    "QZRCFA_NearestNeighbor_RGGB_Gray_16Bits",
-    "QZRCFA_NearestNeighbor_BGGR_Gray_16Bits",
-    "QZRCFA_NearestNeighbor_GRBG_Gray_16Bits",
-    "QZRCFA_NearestNeighbor_GBRG_Gray_16Bits",
-    "QZRCFA_NearestNeighbor_RGGB_Gray_Flip_16Bits",
-    "QZRCFA_NearestNeighbor_BGGR_Gray_Flip_16Bits",
-    "QZRCFA_NearestNeighbor_GRBG_Gray_Flip_16Bits",
-    "QZRCFA_NearestNeighbor_GBRG_Gray_Flip_16Bits",
 };
 
 bool pending(const std::string& name) {
