@@ -47,7 +47,7 @@
 #define QZRCFA_HPP_BILINEAR 0      // bilinear and edge sensing
 #define QZRCFA_HPP_LAPLACIAN 0     // Laplacian and Laplacian2
 #define QZRCFA_HPP_SMOOTH_HUE 0    // smooth hue
-#define QZRCFA_HPP_GREY_16BIT 0    // grey output and 16-bit nearest neighbour
+#define QZRCFA_HPP_GREY_16BIT 1    // grey output and 16-bit nearest neighbour
 #endif
 
 namespace qzrcfa {
