@@ -202,9 +202,10 @@ QZRCFA_API int QZRCFA_SmoothHue_GBRG_Flip(unsigned char* src, int width, int hei
 
 /* Laplacian with its green pass displaced two rows down and two columns right (RGGB,
  * top-down only). Exported with C++ linkage under its type-decorated name, so it is
- * visible to C++ callers only. The green pass of the last two rows reads past the end
- * of src in the original design; this library reads those samples as 0 instead of
- * touching memory it was not given. Needs width >= 4, height >= 4. */
+ * visible to C++ callers only. The green pass of the last two rows reaches up to two
+ * rows (2*width samples) past the end of src; every sample at or past src +
+ * width*height reads as 0, and no memory past the frame is touched. Needs width >= 4,
+ * height >= 4. */
 QZRCFA_API int QZRCFA_Laplacian2_RGGB(unsigned char* src, int width, int height, unsigned char* dst,
                                       unsigned short bitCount);
 #endif

@@ -186,3 +186,162 @@ QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_GBRG_Flip_16Bits(unsigned short* src
 }
 
 }  // extern "C"
+
+// Two-pixel fill (Edge2, 8-bit), for the Laplacian family's two-sample margin.
+//
+// Block rule: a border pixel handed a 2x2 block of the mosaic takes the colour measured
+// in its own row and green from its own row of the block, and the colour measured only
+// in the other row from that row. The two top rows, the two bottom rows and the left
+// pair of every middle row follow it; the full rows choose the block columns c - 1 and
+// c (columns 0 and 1 for c == 0), the left pair always columns 0 and 1.
+//
+// The bottom pair sits at rows p = height - 2 and p + 1 (p = 2 when height <= 4) but is
+// read with the phases of rows 0 and 1 whatever the parity of p, the second of its rows
+// taking its partner from the row above.
+//
+// The right pair of a middle row comes from a fixed table of columns width - 3 ..
+// width - 1 (placed as if the width were even), rows r and r + 1 only. On a row whose
+// column width - 2 is green both pixels share green and the lower row's colour; on a
+// colour row the members disagree about pixel width - 2, and that entry is member data.
+// The side pairs are written as six bytes, three per pixel, at the start and at the
+// end of the output row, whatever the pixel stride: with four-byte pixels they cover
+// byte 3 of the first pixel and leave parts of the second untouched.
+namespace qzrcfa::detail {
+namespace {
+
+constexpr int colour_element(Site s) { return s == Site::Red ? kRed : kBlue; }
+
+// Taps of the block rule for a pixel read with the phase of `phase_row`, its partner
+// row at `partner` (+1 below, -1 above), block columns starting `first_dc` from the
+// pixel with parity `first_parity`.
+constexpr Taps block_taps(Pattern p, int phase_row, int partner, int first_dc, int first_parity) {
+    Taps t{};
+    for (int k = 0; k < 2; ++k) {
+        const std::int8_t dc = std::int8_t(first_dc + k);
+        const int parity = (first_parity + k) & 1;
+        const Site own = site_at(p, phase_row, parity);
+        if (is_green(own)) {
+            t[kGreen] = Tap{0, dc};
+        } else {
+            t[std::size_t(colour_element(own))] = Tap{0, dc};
+        }
+        const Site other = site_at(p, phase_row + 1, parity);  // partner rows have the other phase
+        if (!is_green(other)) t[std::size_t(colour_element(other))] = Tap{std::int8_t(partner), dc};
+    }
+    return t;
+}
+
+struct BlockRow {
+    Taps cases[3];  // c == 0, c odd, c even > 0 (the case order of edge1_full_row)
+};
+
+constexpr BlockRow block_row(Pattern p, int phase_row, int partner) {
+    return {{block_taps(p, phase_row, partner, 0, 0), block_taps(p, phase_row, partner, -1, 0),
+             block_taps(p, phase_row, partner, -1, 1)}};
+}
+
+// One pixel of a right pair: the row's own colour X and green from row r, the lower
+// row's colour Y from row r + 1; columns counted from the row end (-1 is width - 1).
+struct RightPick {
+    std::int8_t x, g, y;
+};
+
+constexpr RightPick kGreenRowInner{-3, -2, -2};  // green row, pixel width - 2
+constexpr RightPick kGreenRowOuter{-1, -2, -2};  // green row, pixel width - 1
+constexpr RightPick kColourRowOuter{-2, -1, -1}; // colour row, pixel width - 1
+
+struct Edge2Member {
+    Pattern pattern;
+    bool flip;
+    RightPick colour_row_inner;  // colour row, pixel width - 2: each pattern's own choice
+};
+
+// The member table. Bottom-up members read exactly as their top-down twins.
+constexpr RightPick kInnerRGGB{-2, -1, -3};
+constexpr RightPick kInnerBGGR{-2, -3, -3};
+constexpr RightPick kInnerGRBG_GBRG{-2, -3, -1};
+
+constexpr Edge2Member kEdge2_RGGB{Pattern::RGGB, false, kInnerRGGB};
+constexpr Edge2Member kEdge2_BGGR{Pattern::BGGR, false, kInnerBGGR};
+constexpr Edge2Member kEdge2_GRBG{Pattern::GRBG, false, kInnerGRBG_GBRG};
+constexpr Edge2Member kEdge2_GBRG{Pattern::GBRG, false, kInnerGRBG_GBRG};
+constexpr Edge2Member kEdge2_RGGB_Flip{Pattern::RGGB, true, kInnerRGGB};
+constexpr Edge2Member kEdge2_BGGR_Flip{Pattern::BGGR, true, kInnerBGGR};
+constexpr Edge2Member kEdge2_GRBG_Flip{Pattern::GRBG, true, kInnerGRBG_GBRG};
+constexpr Edge2Member kEdge2_GBRG_Flip{Pattern::GBRG, true, kInnerGRBG_GBRG};
+
+inline void put_pick(std::uint8_t* out, const std::uint8_t* row_end, std::ptrdiff_t width, RowPhase ph, RightPick k) {
+    out[ph.colour] = row_end[k.x];
+    out[kGreen] = row_end[k.g];
+    out[ph.other()] = row_end[width + k.y];
+}
+
+int edge2(const Edge2Member& m, std::uint8_t* src, int width, int height, std::uint8_t* dst, unsigned short bitCount) {
+    const int stride = pixel_stride(bitCount);
+    auto out_row = [&](int s) { return dst + row_offset(output_row(s, height, m.flip), width, stride); };
+    const Pattern p = m.pattern;
+
+    if (width >= 1) {
+        constexpr int kBelow = 1;
+        edge1_full_row(src, width, 0, out_row(0), stride, block_row(p, 0, kBelow).cases);
+        edge1_full_row(src, width, 1, out_row(1), stride, block_row(p, 1, kBelow).cases);
+    }
+    if (height >= 5) {
+        const Taps left[2] = {block_taps(p, 0, 1, 0, 0), block_taps(p, 1, 1, 0, 0)};
+        const std::ptrdiff_t row_bytes = std::ptrdiff_t(width) * stride;
+        for (int r = 2; r <= height - 3; ++r) {
+            const std::uint8_t* row = src + std::ptrdiff_t(r) * width;
+            std::uint8_t* out = out_row(r);
+            // Left pair: one value written twice, three bytes apart.
+            std::uint8_t v[3];
+            copy_taps(v, row, width, left[r & 1]);
+            for (int i = 0; i < 6; ++i) out[i] = v[i % 3];
+            // Right pair: the six bytes that end the output row.
+            const RowPhase ph = row_phase(p, r);
+            const bool green_row = ph.green_even;
+            const std::uint8_t* row_end = row + width;
+            std::uint8_t* tail = out + row_bytes - 6;
+            put_pick(tail, row_end, width, ph, green_row ? kGreenRowInner : m.colour_row_inner);
+            put_pick(tail + 3, row_end, width, ph, green_row ? kGreenRowOuter : kColourRowOuter);
+        }
+    }
+    if (width <= 0) return 0;
+    const int bottom = height >= 5 ? height - 2 : 2;
+    edge1_full_row(src, width, bottom, out_row(bottom), stride, block_row(p, 0, +1).cases);
+    edge1_full_row(src, width, bottom + 1, out_row(bottom + 1), stride, block_row(p, 1, -1).cases);
+    return 0;
+}
+
+}  // namespace
+}  // namespace qzrcfa::detail
+
+using qzrcfa::detail::edge2;
+
+extern "C" {
+
+QZRCFA_API int QZRCFA_NearestNeighbor_Edge2_RGGB(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return edge2(d::kEdge2_RGGB, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_NearestNeighbor_Edge2_BGGR(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return edge2(d::kEdge2_BGGR, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_NearestNeighbor_Edge2_GRBG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return edge2(d::kEdge2_GRBG, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_NearestNeighbor_Edge2_GBRG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return edge2(d::kEdge2_GBRG, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_NearestNeighbor_Edge2_RGGB_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return edge2(d::kEdge2_RGGB_Flip, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_NearestNeighbor_Edge2_BGGR_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return edge2(d::kEdge2_BGGR_Flip, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_NearestNeighbor_Edge2_GRBG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return edge2(d::kEdge2_GRBG_Flip, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_NearestNeighbor_Edge2_GBRG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return edge2(d::kEdge2_GBRG_Flip, src, width, height, dst, bitCount);
+}
+
+}  // extern "C"

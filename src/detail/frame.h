@@ -67,6 +67,8 @@ struct Row {
     int r;                  // raw row index
     int c_first, c_last;    // inclusive column range to compute
     RowPhase phase;         // colours of raw row r
+    int height;             // raw rows in the frame (a kernel whose reads reach past the
+                            // last row can tell which rows need a guarded path)
 };
 
 template <class T, class Params>
@@ -124,6 +126,7 @@ int demosaic(const Member<T, Params>& m, T* src, int width, int height, T* dst, 
             row.c_first = pass.margin + pass.shift;
             row.c_last = width - 1 - pass.margin + pass.shift;
             row.phase = row_phase(m.pattern, r);
+            row.height = height;
             pass.kernel(row, m.params);
         }
     }

@@ -1,0 +1,261 @@
+// Laplacian-corrected demosaic, on a two-sample margin.
+//
+// Every member fills the output with 255, calls the two-pixel border fill of its
+// pattern and row order, and then makes two passes over rows and columns 2 .. size - 3:
+//
+// Green pass. A green site copies its sample into G. A red or blue site X compares the
+// horizontal and vertical gradients H = |left - right| + |dh| and V = |up - down| + |dv|,
+// where dh and dv are the second differences 2X - (two samples away on either side),
+// and takes green along the smaller one: the mean of the two neighbours plus a quarter
+// of that direction's second difference (both directions, an eighth of their sum and
+// the mean of the four neighbours on a tie). Only the second difference is divided,
+// as a signed value truncated toward zero; the result is clamped to 0 .. 255. The site
+// keeps its own sample in its own colour, and a red site writes it into B as well for
+// the time being: the red/blue pass replaces it, but until then it is what a four-byte
+// neighbour reads at that place.
+//
+// Red/blue pass. A green site takes the colour of its row from the left and right
+// samples and the other colour from the samples above and below (plain means). A red or
+// blue site takes the missing colour along the diagonal with the smaller
+// |sample difference| + |green second difference|, as the two samples' mean corrected
+// by half that second difference (both diagonals on a tie); the whole sum is divided,
+// then clamped. The four greens are read from the output as bytes at fixed offsets -2
+// and +4 from the pixels directly above and below in the output, spaced for three-byte
+// pixels whatever the stride: with four-byte pixels they are whatever bytes lie there.
+//
+// Which output row supplies the upper-left and upper-right greens is member data: the
+// raw row above for every member but the bottom-up RGGB one, which takes them from
+// the raw row below and so pairs each sample diagonal with the green second difference
+// of the other diagonal.
+//
+// Laplacian2 (RGGB, top-down, C++ linkage) runs the same passes with its green pass
+// displaced two rows down and two columns right: rows and columns 4 .. size - 1. Its
+// last two rows read up to two rows past the end of the frame; those samples read as 0.
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+
+#include "detail/bayer.h"
+#include "detail/frame.h"
+#include "qzrcfa.h"
+
+// The per-site bodies are inlined into the row walk, which calls each twice.
+#define LAPLACIAN_INLINE __attribute__((always_inline))
+
+namespace qzrcfa::detail {
+namespace {
+
+struct LaplacianParams {
+    // The upper diagonal greens (Gul, Gur) come from the output row of raw row r + 1
+    // and the lower ones from raw row r - 1, instead of the other way round.
+    bool crossed_diagonals;
+};
+
+constexpr int clamp_byte(int x) { return x > 255 ? 255 : (x < 0 ? 0 : x); }
+
+constexpr int absolute(int x) { return x < 0 ? -x : x; }
+
+// Samples of the frame, read by linear offset from the start of a raw row.
+struct Direct {
+    const std::uint8_t* s;
+    int operator[](std::ptrdiff_t i) const { return s[i]; }
+};
+
+// The same for a row whose reads reach past the end of the frame: every sample at or
+// past the end reads as 0.
+struct PastEndIsZero {
+    const std::uint8_t* s;
+    std::ptrdiff_t available;  // samples from s to the end of the frame
+    int operator[](std::ptrdiff_t i) const { return i < available ? s[i] : 0; }
+};
+
+// Visits the columns c_first .. c_last of a row two at a time, one green site and one
+// red or blue site, without asking for the phase of every pixel.
+template <class Green, class Colour>
+inline void walk_row(const Row<std::uint8_t>& row, Green green_site, Colour colour_site) {
+    int c = row.c_first;
+    const int last = row.c_last;
+    if (c > last) return;
+    if (row.phase.green_at(c)) {
+        for (; c + 1 <= last; c += 2) {
+            green_site(c);
+            colour_site(c + 1);
+        }
+        if (c <= last) green_site(c);
+    } else {
+        for (; c + 1 <= last; c += 2) {
+            colour_site(c);
+            green_site(c + 1);
+        }
+        if (c <= last) colour_site(c);
+    }
+}
+
+// `first` when a < b, `second` when b < a, `tie` otherwise. Written with masks rather
+// than branches: which gradient is the smaller changes from pixel to pixel, and the
+// compiler turns a conditional expression back into jumps here.
+constexpr int pick(int a, int b, int first, int second, int tie) {
+    const int take_first = -int(a < b);
+    const int take_second = -int(b < a);
+    return (first & take_first) | (second & take_second) | (tie & ~(take_first | take_second));
+}
+
+template <int N>
+using Int = std::integral_constant<int, N>;
+
+// Calls f(colour, stride) with the row's colour, and the pixel stride when it is 3 or
+// 4, as compile-time constants, so the byte offsets inside a pixel are immediates.
+template <class F>
+inline void with_layout(const Row<std::uint8_t>& row, F f) {
+    auto by_stride = [&](auto colour) {
+        if (row.stride == 3) {
+            f(colour, Int<3>{});
+        } else if (row.stride == 4) {
+            f(colour, Int<4>{});
+        } else {
+            f(colour, row.stride);
+        }
+    };
+    if (row.phase.colour == kRed) {
+        by_stride(Int<kRed>{});
+    } else {
+        by_stride(Int<kBlue>{});
+    }
+}
+
+template <class Samples, class Colour, class Stride>
+inline void green_row(const Row<std::uint8_t>& row, Samples S, Colour colour_, Stride stride_) {
+    const std::ptrdiff_t w = row.width;
+    constexpr bool red_row = Colour::value == kRed;
+    const int colour = colour_;
+    const std::ptrdiff_t stride = stride_;
+    std::uint8_t* const d = row.d;
+
+    auto colour_site = [&](int col) LAPLACIAN_INLINE {
+        std::uint8_t* px = d + col * stride;
+        const int x = S[col];
+        const int left = S[col - 1], right = S[col + 1];
+        const int up = S[col - w], down = S[col + w];
+        const int dh = 2 * x - S[col - 2] - S[col + 2];
+        const int dv = 2 * x - S[col - 2 * w] - S[col + 2 * w];
+        const int h = absolute(left - right) + absolute(dh);
+        const int v = absolute(up - down) + absolute(dv);
+        const int g = pick(h, v, dh / 4 + ((left + right) >> 1), dv / 4 + ((up + down) >> 1),
+                           (dh + dv) / 8 + ((left + right + up + down) >> 2));
+        px[kGreen] = std::uint8_t(clamp_byte(g));
+        px[colour] = std::uint8_t(x);
+        if (red_row) px[kBlue] = std::uint8_t(x);  // interim, replaced by the red/blue pass
+    };
+    auto green_site = [&](int col) LAPLACIAN_INLINE { d[col * stride + kGreen] = std::uint8_t(S[col]); };
+    walk_row(row, green_site, colour_site);
+}
+
+void laplacian_green_row(const Row<std::uint8_t>& row, const LaplacianParams&) {
+    // Rows up to height - 3 read no further than the last sample of the frame; the two
+    // rows below (reached only by the displaced pass) take the guarded path.
+    if (row.r + 2 < row.height) {
+        with_layout(row, [&](auto colour, auto stride) { green_row(row, Direct{row.s}, colour, stride); });
+    } else {
+        const PastEndIsZero samples{row.s, std::ptrdiff_t(row.height - row.r) * row.width};
+        with_layout(row, [&](auto colour, auto stride) { green_row(row, samples, colour, stride); });
+    }
+}
+
+template <class Colour, class Stride>
+inline void rb_row(const Row<std::uint8_t>& row, const LaplacianParams& params, Colour colour_, Stride stride_) {
+    const std::ptrdiff_t w = row.width;
+    const int colour = colour_;
+    const int other = 2 - colour;
+    const std::ptrdiff_t stride = stride_;
+    const std::ptrdiff_t upper = params.crossed_diagonals ? row.down : row.up;
+    const std::ptrdiff_t lower = params.crossed_diagonals ? row.up : row.down;
+    const std::uint8_t* const s = row.s;
+    std::uint8_t* const d = row.d;
+
+    auto green_site = [&](int c) LAPLACIAN_INLINE {
+        std::uint8_t* px = d + c * stride;
+        px[colour] = std::uint8_t((s[c - 1] + s[c + 1]) >> 1);
+        px[other] = std::uint8_t((s[c - w] + s[c + w]) >> 1);
+    };
+    auto colour_site = [&](int c) LAPLACIAN_INLINE {
+        std::uint8_t* px = d + c * stride;
+        const std::uint8_t* gu = px + upper;
+        const std::uint8_t* gl = px + lower;
+        // Greens at fixed three-byte spacing: -2 is the pixel to the left, +4 the one
+        // to the right, when pixels are three bytes.
+        const int g = px[kGreen];
+        const int d1 = 2 * g - gu[-2] - gl[4];
+        const int d2 = 2 * g - gu[4] - gl[-2];
+        const int ul = s[c - w - 1], lr = s[c + w + 1];
+        const int ur = s[c - w + 1], ll = s[c + w - 1];
+        const int e1 = absolute(ul - lr) + absolute(d1);
+        const int e2 = absolute(ur - ll) + absolute(d2);
+        const int v = pick(e1, e2, (ul + lr + d1) / 2, (ur + ll + d2) / 2, (ul + lr + ur + ll + d1 + d2) / 4);
+        px[other] = std::uint8_t(clamp_byte(v));
+    };
+    walk_row(row, green_site, colour_site);
+}
+
+void laplacian_rb_row(const Row<std::uint8_t>& row, const LaplacianParams& params) {
+    with_layout(row, [&](auto colour, auto stride) { rb_row(row, params, colour, stride); });
+}
+
+using LaplacianMember = Member<std::uint8_t, LaplacianParams>;
+
+constexpr LaplacianMember laplacian(Pattern p, bool flip, ColourFn<std::uint8_t> border, bool crossed,
+                                    int green_shift = 0) {
+    return LaplacianMember{p, flip, Prefill::White, border, 5, LaplacianParams{crossed},
+                           {{laplacian_green_row, 2, green_shift}, {laplacian_rb_row, 2, 0}}};
+}
+
+// The member table. Every member pre-fills; only the bottom-up RGGB member crosses its
+// diagonals, and only Laplacian2 displaces its green pass.
+constexpr LaplacianMember kLaplacian_RGGB = laplacian(Pattern::RGGB, false, QZRCFA_NearestNeighbor_Edge2_RGGB, false);
+constexpr LaplacianMember kLaplacian_BGGR = laplacian(Pattern::BGGR, false, QZRCFA_NearestNeighbor_Edge2_BGGR, false);
+constexpr LaplacianMember kLaplacian_GRBG = laplacian(Pattern::GRBG, false, QZRCFA_NearestNeighbor_Edge2_GRBG, false);
+constexpr LaplacianMember kLaplacian_GBRG = laplacian(Pattern::GBRG, false, QZRCFA_NearestNeighbor_Edge2_GBRG, false);
+constexpr LaplacianMember kLaplacian_RGGB_Flip = laplacian(Pattern::RGGB, true, QZRCFA_NearestNeighbor_Edge2_RGGB_Flip, true);
+constexpr LaplacianMember kLaplacian_BGGR_Flip = laplacian(Pattern::BGGR, true, QZRCFA_NearestNeighbor_Edge2_BGGR_Flip, false);
+constexpr LaplacianMember kLaplacian_GRBG_Flip = laplacian(Pattern::GRBG, true, QZRCFA_NearestNeighbor_Edge2_GRBG_Flip, false);
+constexpr LaplacianMember kLaplacian_GBRG_Flip = laplacian(Pattern::GBRG, true, QZRCFA_NearestNeighbor_Edge2_GBRG_Flip, false);
+constexpr LaplacianMember kLaplacian2_RGGB = laplacian(Pattern::RGGB, false, QZRCFA_NearestNeighbor_Edge2_RGGB, false, 2);
+
+}  // namespace
+}  // namespace qzrcfa::detail
+
+using qzrcfa::detail::demosaic;
+namespace d = qzrcfa::detail;
+
+extern "C" {
+
+QZRCFA_API int QZRCFA_Laplacian_RGGB(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kLaplacian_RGGB, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_Laplacian_BGGR(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kLaplacian_BGGR, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_Laplacian_GRBG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kLaplacian_GRBG, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_Laplacian_GBRG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kLaplacian_GBRG, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_Laplacian_RGGB_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kLaplacian_RGGB_Flip, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_Laplacian_BGGR_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kLaplacian_BGGR_Flip, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_Laplacian_GRBG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kLaplacian_GRBG_Flip, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_Laplacian_GBRG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kLaplacian_GBRG_Flip, src, width, height, dst, bitCount);
+}
+
+}  // extern "C"
+
+// C++ linkage: exported under its type-decorated name only.
+QZRCFA_API int QZRCFA_Laplacian2_RGGB(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kLaplacian2_RGGB, src, width, height, dst, bitCount);
+}

@@ -1,0 +1,379 @@
+// Smooth hue, 8-bit colour.
+//
+// Two passes over the interior, the output's green bytes serving as the green plane
+// between them. Pass 1 writes green: the sample itself at a green site, the floor of
+// the mean of the four side neighbours at a red or blue site. Pass 2 assumes that the
+// ratios red/green and blue/green vary slowly: each missing red or blue value is the
+// pixel's own green times the mean of the neighbours' colour-to-green ratios, in
+// single precision, saturated at 255.
+//
+// The greens of the horizontal neighbours are read at fixed byte distances from the
+// pixel, two bytes before it and four bytes after it, whatever the pixel stride. With
+// three bytes per pixel these are the neighbours' green elements; with four they are
+// the red element of the left neighbour (already written by pass 2 in this row) and
+// the blue element of the right one (not yet written). That is how the interface
+// has always read them, and it stays.
+//
+// Members differ in two ways, both data in the member table below: the top-down BGGR
+// member computes its green-on-blue sites with the red-site formulas, and the
+// bottom-up BGGR member clears width * height * 3 bytes first and saturates with the
+// less-than form, so its NaN estimates come out 255 instead of 0.
+#include <cfloat>
+#include <cstddef>
+#include <cstdint>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include "detail/bayer.h"
+#include "detail/cpu.h"
+#include "detail/frame.h"
+#include "detail/smooth_hue.h"
+#include "qzrcfa.h"
+
+// Pass 2 must round every operation to single precision; a target that evaluates float
+// expressions in a wider format would produce other bytes.
+static_assert(FLT_EVAL_METHOD == 0, "smooth hue needs float arithmetic evaluated in float");
+
+namespace qzrcfa::detail {
+namespace {
+
+// Byte distances, from the first byte of a pixel, of the greens its horizontal ratios
+// divide by. Fixed: they do not follow the pixel stride.
+constexpr std::ptrdiff_t kLeftByte = -2;
+constexpr std::ptrdiff_t kRightByte = 4;
+
+constexpr float kSaturationLimit = 255.0f;
+
+inline float ratio(std::uint8_t sample, std::uint8_t green) { return float(sample) / float(green); }
+
+// Truncation toward zero, written so that it never converts an infinity or a NaN:
+// those are decided by comparisons, which behave alike on every IEEE-754 target.
+// Estimates are never negative (samples and greens are not), so a value that reaches
+// the conversion lies in [0, 255].
+inline std::uint8_t to_byte(float x, Saturation form) {
+    if (form == Saturation::GreaterThan) {
+        if (x > kSaturationLimit) return 255;
+        if (x != x) return 0;  // NaN
+        return std::uint8_t(std::int32_t(x));
+    }
+    if (x < kSaturationLimit) return std::uint8_t(std::int32_t(x));
+    return 255;  // at or above the limit, and NaN
+}
+
+// The estimates of pixel px (raw sample s) whose neighbours' pixels lie `up` and
+// `down` elements away; g is the pixel's own green.
+struct Around {
+    const std::uint8_t* s;
+    int width;
+    const std::uint8_t* px;
+    const std::uint8_t* above;  // pixel computed from raw (r - 1, c)
+    const std::uint8_t* below;  // pixel computed from raw (r + 1, c)
+    float g;
+
+    float vertical() const {
+        const float up = ratio(s[-width], above[kGreen]);
+        const float down = ratio(s[width], below[kGreen]);
+        return (up + down) * (g * 0.5f);
+    }
+    float horizontal() const {
+        const float left = ratio(s[-1], px[kLeftByte]);
+        const float right = ratio(s[1], px[kRightByte]);
+        return (left + right) * (g * 0.5f);
+    }
+    float diagonal() const {
+        const float up_left = ratio(s[-width - 1], above[kLeftByte]);
+        const float up_right = ratio(s[-width + 1], above[kRightByte]);
+        const float down_left = ratio(s[width - 1], below[kLeftByte]);
+        const float down_right = ratio(s[width + 1], below[kRightByte]);
+        return (((up_left + up_right) + down_left) + down_right) * (g * 0.25f);
+    }
+};
+
+}  // namespace
+
+void smooth_hue_green_row(const Row<std::uint8_t>& row, const SmoothHueRule&) {
+    const int w = row.width;
+    for (int c = row.c_first; c <= row.c_last; ++c) {
+        const std::uint8_t* s = row.s + c;
+        std::uint8_t* px = row.d + std::ptrdiff_t(c) * row.stride;
+        px[kGreen] = row.phase.green_at(c) ? s[0] : std::uint8_t((s[1] + s[-1] + s[-w] + s[w]) >> 2);
+    }
+}
+
+// Pixels are computed left to right, and each pixel's element 0 is stored before its
+// element 2 is computed. Both orders show in the output: with four bytes per pixel the
+// left byte is the red element pass 2 has just given the pixel before, and with one
+// byte per pixel on a top-down four-pixel row a blue site's diagonal estimate reads
+// the sample it has just stored.
+void smooth_hue_colour_row_scalar(const Row<std::uint8_t>& row, const SmoothHueRule& rule) {
+    for (int c = row.c_first; c <= row.c_last; ++c) {
+        std::uint8_t* px = row.d + std::ptrdiff_t(c) * row.stride;
+        const Around a{row.s + c, row.width, px, px + row.up, px + row.down, float(px[kGreen])};
+        Site site = row.phase.site(c);
+        if (site == Site::GreenOnBlue) site = rule.green_on_blue_as;
+        switch (site) {
+        case Site::Red:
+            px[kBlue] = to_byte(a.diagonal(), rule.saturation);
+            px[kRed] = a.s[0];
+            break;
+        case Site::Blue:
+            px[kBlue] = a.s[0];
+            px[kRed] = to_byte(a.diagonal(), rule.saturation);
+            break;
+        case Site::GreenOnRed:
+            px[kBlue] = to_byte(a.vertical(), rule.saturation);
+            px[kRed] = to_byte(a.horizontal(), rule.saturation);
+            break;
+        case Site::GreenOnBlue:
+            px[kBlue] = to_byte(a.horizontal(), rule.saturation);
+            px[kRed] = to_byte(a.vertical(), rule.saturation);
+            break;
+        }
+    }
+}
+
+#if defined(__SSE2__)
+namespace {
+
+// Four lanes hold the pixels at columns c0, c0 + 2, c0 + 4 and c0 + 6 of one row, which
+// share one site. Single-precision vector arithmetic rounds each lane exactly as the
+// scalar kernel rounds each operation, so the lanes give the scalar bytes.
+
+// Offsets of a pixel's green and right byte from its left byte.
+constexpr int kGreenFromLeft = kGreen - kLeftByte;
+constexpr int kRightFromLeft = kRightByte - kLeftByte;
+
+// The bytes a lane group reads from one output row, fetched with two 16-byte loads that
+// start at the left byte of the group's first pixel. Lane k's left byte, green and right
+// byte lie 2Pk, 2Pk + 3 and 2Pk + 6 bytes from there. The loads end inside pixel
+// c0 + 7, which exists whenever c0 + 6 <= width - 2.
+template <int P>
+struct OutputBytes {
+    static constexpr int kSecond = P == 4 ? 16 : 10;  // where the second load starts
+    __m128i a, b;
+
+    explicit OutputBytes(const std::uint8_t* pixel) {
+        const std::uint8_t* base = pixel + kLeftByte;
+        a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(base));
+        b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(base + kSecond));
+    }
+
+    // The byte 2Pk + Off of every lane k, as floats.
+    template <int Off>
+    __m128 lanes() const {
+        if constexpr (P == 4) {
+            // Lanes 0 and 1 lie in the 64-bit halves of a, lanes 2 and 3 in those of b.
+            const __m128i mask = _mm_set1_epi64x(0xFF);
+            const __m128i lo = _mm_and_si128(_mm_srli_epi64(a, 8 * Off), mask);
+            const __m128i hi = _mm_and_si128(_mm_srli_epi64(b, 8 * Off), mask);
+            const __m128 both = _mm_shuffle_ps(_mm_castsi128_ps(lo), _mm_castsi128_ps(hi), _MM_SHUFFLE(2, 0, 2, 0));
+            return _mm_cvtepi32_ps(_mm_castps_si128(both));
+        } else {
+            // Lanes 0 and 1 are bytes Off and Off + 6 of a, lanes 2 and 3 the same of b
+            // shifted by the distance between the loads: 16-bit words 0 and 3.
+            const __m128i lo = _mm_shufflelo_epi16(_mm_srli_si128(a, Off), _MM_SHUFFLE(3, 3, 3, 0));
+            const __m128i hi = _mm_shufflelo_epi16(_mm_srli_si128(b, Off + 12 - kSecond), _MM_SHUFFLE(3, 3, 3, 0));
+            return _mm_cvtepi32_ps(_mm_and_si128(_mm_unpacklo_epi64(lo, hi), _mm_set1_epi32(0xFF)));
+        }
+    }
+};
+
+// Raw samples of one lane group: columns c0 - 1, c0 and c0 + 1 of one raw row, for the
+// columns c0 + 2k. The loads cover columns c0 - 1 .. c0 + 7 and nothing else.
+struct Samples {
+    __m128 left, here, right;
+
+    explicit Samples(const std::uint8_t* s) {  // s: sample at column c0
+        const __m128i a = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(s - 1));
+        const __m128i b = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(s));
+        const __m128i zero = _mm_setzero_si128();
+        left = _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_and_si128(a, _mm_set1_epi16(0x00FF)), zero));
+        here = _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_srli_epi16(a, 8), zero));
+        right = _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_srli_epi16(b, 8), zero));
+    }
+};
+
+// The saturating conversion, four lanes. minps yields its second operand when the first
+// is NaN, so NaN and everything above 255 become 255; the greater-than form then sends
+// NaN to 0. What reaches the truncating conversion lies in [0, 255].
+inline __m128i to_bytes(__m128 x, Saturation form) {
+    __m128 y = _mm_min_ps(x, _mm_set1_ps(kSaturationLimit));
+    if (form == Saturation::GreaterThan) y = _mm_andnot_ps(_mm_cmpunord_ps(x, x), y);
+    return _mm_cvttps_epi32(y);
+}
+
+// Four values in [0, 255] to the bytes `step` apart from px.
+inline void store_lanes(std::uint8_t* px, std::ptrdiff_t step, __m128i v) {
+    const __m128i words = _mm_packs_epi32(v, v);
+    std::uint32_t bytes = std::uint32_t(_mm_cvtsi128_si32(_mm_packus_epi16(words, words)));
+    for (int k = 0; k < 4; ++k, bytes >>= 8) px[k * step] = std::uint8_t(bytes);
+}
+inline void store_samples(std::uint8_t* px, std::ptrdiff_t step, const std::uint8_t* s) {
+    for (int k = 0; k < 4; ++k) px[k * step] = s[2 * k];
+}
+
+template <int P>
+struct LaneGroup {
+    static constexpr std::ptrdiff_t kStep = 2 * P;  // bytes between the lanes' pixels
+    const Row<std::uint8_t>& row;
+    const std::uint8_t* s;  // sample at column c0
+    std::uint8_t* px;       // pixel at column c0
+
+    LaneGroup(const Row<std::uint8_t>& r, int c0) : row(r), s(r.s + c0), px(r.d + std::ptrdiff_t(c0) * P) {}
+
+    void diagonal(Site site, Saturation form) const {
+        const OutputBytes<P> above(px + row.up), below(px + row.down), here(px);
+        const Samples u(s - row.width), d(s + row.width);
+        const __m128 up_left = _mm_div_ps(u.left, above.template lanes<0>());
+        const __m128 up_right = _mm_div_ps(u.right, above.template lanes<kRightFromLeft>());
+        const __m128 down_left = _mm_div_ps(d.left, below.template lanes<0>());
+        const __m128 down_right = _mm_div_ps(d.right, below.template lanes<kRightFromLeft>());
+        const __m128 sum = _mm_add_ps(_mm_add_ps(_mm_add_ps(up_left, up_right), down_left), down_right);
+        const __m128 quarter_g = _mm_mul_ps(here.template lanes<kGreenFromLeft>(), _mm_set1_ps(0.25f));
+        const __m128i estimate = to_bytes(_mm_mul_ps(sum, quarter_g), form);
+        if (site == Site::Red) {
+            store_lanes(px + kBlue, kStep, estimate);
+            store_samples(px + kRed, kStep, s);
+        } else {
+            store_samples(px + kBlue, kStep, s);
+            store_lanes(px + kRed, kStep, estimate);
+        }
+    }
+
+    // `before`: the own row's bytes as they were before the chunk wrote anything. The
+    // right bytes come from there; with four bytes per pixel the left bytes are the
+    // red elements of the pixels just written, so they are fetched again.
+    void green(Site site, Saturation form, const OutputBytes<P>& before) const {
+        const OutputBytes<P> above(px + row.up), below(px + row.down);
+        const Samples u(s - row.width), m(s), d(s + row.width);
+        const __m128 left_bytes = P == 4 ? OutputBytes<P>(px).template lanes<0>() : before.template lanes<0>();
+        const __m128 half_g = _mm_mul_ps(before.template lanes<kGreenFromLeft>(), _mm_set1_ps(0.5f));
+        const __m128 q_up = _mm_div_ps(u.here, above.template lanes<kGreenFromLeft>());
+        const __m128 q_down = _mm_div_ps(d.here, below.template lanes<kGreenFromLeft>());
+        const __m128 q_left = _mm_div_ps(m.left, left_bytes);
+        const __m128 q_right = _mm_div_ps(m.right, before.template lanes<kRightFromLeft>());
+        const __m128i vertical = to_bytes(_mm_mul_ps(_mm_add_ps(q_up, q_down), half_g), form);
+        const __m128i horizontal = to_bytes(_mm_mul_ps(_mm_add_ps(q_left, q_right), half_g), form);
+        store_lanes(px + kBlue, kStep, site == Site::GreenOnRed ? vertical : horizontal);
+        store_lanes(px + kRed, kStep, site == Site::GreenOnRed ? horizontal : vertical);
+    }
+};
+
+// Eight pixels at a time, four of each column parity. With three or four bytes per
+// pixel the only bytes of its own row that a pixel reads are its left and right bytes,
+// and only green sites read them: the left byte belongs to the pixel before, which the
+// scalar order has already written, the right byte to the pixel after, which it has
+// not. So within a chunk the green sites' own-row bytes are fetched first, the red and
+// blue sites are computed and written next, and the green sites last.
+template <int P>
+void colour_row_sse2(const Row<std::uint8_t>& row, const SmoothHueRule& rule) {
+    // At most one parity is green (the top-down BGGR member's even rows have none).
+    Site site[2];
+    for (int k = 0; k < 2; ++k) {
+        site[k] = row.phase.site(row.c_first + k);
+        if (site[k] == Site::GreenOnBlue) site[k] = rule.green_on_blue_as;
+    }
+    const int green = is_green(site[0]) ? 0 : is_green(site[1]) ? 1 : -1;
+    int c = row.c_first;
+    for (; c + 7 <= row.c_last; c += 8) {
+        const LaneGroup<P> lanes[2] = {LaneGroup<P>(row, c), LaneGroup<P>(row, c + 1)};
+        if (green < 0) {
+            lanes[0].diagonal(site[0], rule.saturation);
+            lanes[1].diagonal(site[1], rule.saturation);
+        } else {
+            const OutputBytes<P> before(lanes[green].px);
+            lanes[1 - green].diagonal(site[1 - green], rule.saturation);
+            lanes[green].green(site[green], rule.saturation, before);
+        }
+    }
+    if (c <= row.c_last) {
+        Row<std::uint8_t> rest = row;
+        rest.c_first = c;
+        smooth_hue_colour_row_scalar(rest, rule);
+    }
+}
+
+}  // namespace
+
+// Other strides go to the scalar kernel; so do the last pixels of a row that do not
+// fill a chunk of eight.
+void smooth_hue_colour_row_sse2(const Row<std::uint8_t>& row, const SmoothHueRule& rule) {
+    switch (row.stride) {
+    case 3: return colour_row_sse2<3>(row, rule);
+    case 4: return colour_row_sse2<4>(row, rule);
+    default: return smooth_hue_colour_row_scalar(row, rule);
+    }
+}
+#else
+void smooth_hue_colour_row_sse2(const Row<std::uint8_t>& row, const SmoothHueRule& rule) {
+    smooth_hue_colour_row_scalar(row, rule);
+}
+#endif
+
+void smooth_hue_colour_row(const Row<std::uint8_t>& row, const SmoothHueRule& rule) {
+    if (best_isa() != Isa::Scalar) return smooth_hue_colour_row_sse2(row, rule);
+    smooth_hue_colour_row_scalar(row, rule);
+}
+
+namespace {
+
+using SmoothHueMember = Member<std::uint8_t, SmoothHueRule>;
+
+constexpr SmoothHueRule kRegular{Site::GreenOnBlue, Saturation::GreaterThan};
+constexpr SmoothHueRule kGreenOnBlueAsRed{Site::Red, Saturation::GreaterThan};
+constexpr SmoothHueRule kNaNSaturates{Site::GreenOnBlue, Saturation::LessThan};
+
+constexpr SmoothHueMember smooth_hue(Pattern p, bool flip, Prefill fill, ColourFn<std::uint8_t> border,
+                                     SmoothHueRule rule) {
+    return SmoothHueMember{p, flip, fill, border, 3, rule,
+                           {{smooth_hue_green_row, 1, 0}, {smooth_hue_colour_row, 1, 0}}};
+}
+
+// The member table. Only the BGGR pair departs from the regular members: the top-down
+// one gives its green-on-blue sites the red-site formulas, the bottom-up one zero-fills
+// three bytes per pixel first and saturates NaN to 255.
+constexpr SmoothHueMember kSmoothHue_RGGB = smooth_hue(Pattern::RGGB, false, Prefill::None, QZRCFA_NearestNeighbor_Edge1_RGGB, kRegular);
+constexpr SmoothHueMember kSmoothHue_BGGR = smooth_hue(Pattern::BGGR, false, Prefill::None, QZRCFA_NearestNeighbor_Edge1_BGGR, kGreenOnBlueAsRed);
+constexpr SmoothHueMember kSmoothHue_GRBG = smooth_hue(Pattern::GRBG, false, Prefill::None, QZRCFA_NearestNeighbor_Edge1_GRBG, kRegular);
+constexpr SmoothHueMember kSmoothHue_GBRG = smooth_hue(Pattern::GBRG, false, Prefill::None, QZRCFA_NearestNeighbor_Edge1_GBRG, kRegular);
+constexpr SmoothHueMember kSmoothHue_RGGB_Flip = smooth_hue(Pattern::RGGB, true, Prefill::None, QZRCFA_NearestNeighbor_Edge1_RGGB_Flip, kRegular);
+constexpr SmoothHueMember kSmoothHue_BGGR_Flip = smooth_hue(Pattern::BGGR, true, Prefill::ZeroRgb, QZRCFA_NearestNeighbor_Edge1_BGGR_Flip, kNaNSaturates);
+constexpr SmoothHueMember kSmoothHue_GRBG_Flip = smooth_hue(Pattern::GRBG, true, Prefill::None, QZRCFA_NearestNeighbor_Edge1_GRBG_Flip, kRegular);
+constexpr SmoothHueMember kSmoothHue_GBRG_Flip = smooth_hue(Pattern::GBRG, true, Prefill::None, QZRCFA_NearestNeighbor_Edge1_GBRG_Flip, kRegular);
+
+}  // namespace
+}  // namespace qzrcfa::detail
+
+using qzrcfa::detail::demosaic;
+namespace d = qzrcfa::detail;
+
+extern "C" {
+
+QZRCFA_API int QZRCFA_SmoothHue_RGGB(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kSmoothHue_RGGB, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_SmoothHue_BGGR(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kSmoothHue_BGGR, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_SmoothHue_GRBG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kSmoothHue_GRBG, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_SmoothHue_GBRG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kSmoothHue_GBRG, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_SmoothHue_RGGB_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kSmoothHue_RGGB_Flip, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_SmoothHue_BGGR_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kSmoothHue_BGGR_Flip, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_SmoothHue_GRBG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kSmoothHue_GRBG_Flip, src, width, height, dst, bitCount);
+}
+QZRCFA_API int QZRCFA_SmoothHue_GBRG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
+    return demosaic(d::kSmoothHue_GBRG_Flip, src, width, height, dst, bitCount);
+}
+
+}  // extern "C"
