@@ -23,11 +23,12 @@
 //    width * height * bitCount;
 //  - both buffers must be large enough, slack included: the bottom-up 16-bit grey
 //    members write two elements past the image, so their output must hold
-//    width * height + 2 elements; Laplacian2 reads up to 2 * width samples past the
-//    frame, so its raw view must offer them (a RawFrame built from a buffer longer
-//    than width * height offers the rest as readable slack). Members whose reads
-//    before dst or outside src depend on the size (height 1, narrow grey frames, odd
-//    widths on two-row frames) are not offered slack: those sizes are refused;
+//    width * height + 2 elements (output_elements() says how many). Members whose
+//    reads before dst or outside src depend on the size (height 1, narrow grey
+//    frames, odd widths on two-row frames) are not offered slack: those sizes are
+//    refused. Laplacian2's green pass reaches two rows past the frame, but this
+//    library reads those samples as 0 without touching the memory, so its raw view
+//    needs nothing beyond the frame;
 //  - the memory the call reads must not overlap the memory it writes.
 #pragma once
 
@@ -39,16 +40,6 @@
 #include <string_view>
 
 #include "qzrcfa.h"
-
-// Families of exports this header dispatches to. A family that is switched off here is
-// never referenced, and a request for it is refused as not available.
-#ifndef QZRCFA_HPP_FAMILIES
-#define QZRCFA_HPP_FAMILIES
-#define QZRCFA_HPP_BILINEAR 0      // bilinear and edge sensing
-#define QZRCFA_HPP_LAPLACIAN 0     // Laplacian and Laplacian2
-#define QZRCFA_HPP_SMOOTH_HUE 0    // smooth hue
-#define QZRCFA_HPP_GREY_16BIT 1    // grey output and 16-bit nearest neighbour
-#endif
 
 namespace qzrcfa {
 
@@ -116,7 +107,7 @@ constexpr std::string_view to_string(Format f) {
 }
 
 // A raw frame: width * height samples, row-major, no padding, 8- or 16-bit. The view
-// may cover more than the frame; the samples after it are readable slack.
+// may cover more than the frame; the samples after it are never read.
 class RawFrame {
   public:
     RawFrame(const std::uint8_t* samples, std::size_t count, int width, int height)
@@ -201,7 +192,6 @@ struct Member {
     bool odd_width_needs_three_rows = false;  // the border fill reads S(1, width) = S(2, 0)
     bool white_prefill = false;               // 255 over width * height * bitCount / 8 bytes
     std::size_t dst_tail = 0;                 // elements written past the image
-    bool reads_two_rows_past_src = false;     // green pass of the last two rows
 };
 
 inline constexpr Family8 kNearest8{{
@@ -211,104 +201,68 @@ inline constexpr Family8 kNearest8{{
     {QZRCFA_NearestNeighbor_GBRG, QZRCFA_NearestNeighbor_GBRG_Flip},
 }};
 
-#if QZRCFA_HPP_GREY_16BIT
 inline constexpr Colour16 kNearest16[4][2] = {
     {QZRCFA_NearestNeighbor_RGGB_16Bits, QZRCFA_NearestNeighbor_RGGB_Flip_16Bits},
     {QZRCFA_NearestNeighbor_BGGR_16Bits, QZRCFA_NearestNeighbor_BGGR_Flip_16Bits},
     {QZRCFA_NearestNeighbor_GRBG_16Bits, QZRCFA_NearestNeighbor_GRBG_Flip_16Bits},
     {QZRCFA_NearestNeighbor_GBRG_16Bits, QZRCFA_NearestNeighbor_GBRG_Flip_16Bits},
 };
-#else
-inline constexpr Colour16 kNearest16[4][2] = {};
-#endif
 
-#if QZRCFA_HPP_GREY_16BIT
 inline constexpr Grey8 kGrey8[4][2] = {
     {QZRCFA_NearestNeighbor_RGGB_Gray, QZRCFA_NearestNeighbor_RGGB_Gray_Flip},
     {QZRCFA_NearestNeighbor_BGGR_Gray, QZRCFA_NearestNeighbor_BGGR_Gray_Flip},
     {QZRCFA_NearestNeighbor_GRBG_Gray, QZRCFA_NearestNeighbor_GRBG_Gray_Flip},
     {QZRCFA_NearestNeighbor_GBRG_Gray, QZRCFA_NearestNeighbor_GBRG_Gray_Flip},
 };
-#else
-inline constexpr Grey8 kGrey8[4][2] = {};
-#endif
 
-#if QZRCFA_HPP_GREY_16BIT
 inline constexpr Grey16 kGrey16[4][2] = {
     {QZRCFA_NearestNeighbor_RGGB_Gray_16Bits, QZRCFA_NearestNeighbor_RGGB_Gray_Flip_16Bits},
     {QZRCFA_NearestNeighbor_BGGR_Gray_16Bits, QZRCFA_NearestNeighbor_BGGR_Gray_Flip_16Bits},
     {QZRCFA_NearestNeighbor_GRBG_Gray_16Bits, QZRCFA_NearestNeighbor_GRBG_Gray_Flip_16Bits},
     {QZRCFA_NearestNeighbor_GBRG_Gray_16Bits, QZRCFA_NearestNeighbor_GBRG_Gray_Flip_16Bits},
 };
-#else
-inline constexpr Grey16 kGrey16[4][2] = {};
-#endif
 
-#if QZRCFA_HPP_BILINEAR
 inline constexpr Family8 kBilinear{{
     {QZRCFA_Bilinear_RGGB, QZRCFA_Bilinear_RGGB_Flip},
     {QZRCFA_Bilinear_BGGR, QZRCFA_Bilinear_BGGR_Flip},
     {QZRCFA_Bilinear_GRBG, QZRCFA_Bilinear_GRBG_Flip},
     {QZRCFA_Bilinear_GBRG, QZRCFA_Bilinear_GBRG_Flip},
 }};
-#else
-inline constexpr Family8 kBilinear{};
-#endif
 
-#if QZRCFA_HPP_BILINEAR
 inline constexpr Family8 kEdgeSensing1{{
     {QZRCFA_EdgeSensing1_RGGB, QZRCFA_EdgeSensing1_RGGB_Flip},
     {QZRCFA_EdgeSensing1_BGGR, QZRCFA_EdgeSensing1_BGGR_Flip},
     {QZRCFA_EdgeSensing1_GRBG, QZRCFA_EdgeSensing1_GRBG_Flip},
     {QZRCFA_EdgeSensing1_GBRG, QZRCFA_EdgeSensing1_GBRG_Flip},
 }};
-#else
-inline constexpr Family8 kEdgeSensing1{};
-#endif
 
-#if QZRCFA_HPP_BILINEAR
 inline constexpr Family8 kEdgeSensing2{{
     {QZRCFA_EdgeSensing2_RGGB, QZRCFA_EdgeSensing2_RGGB_Flip},
     {nullptr, nullptr},
     {nullptr, nullptr},
     {nullptr, nullptr},
 }};
-#else
-inline constexpr Family8 kEdgeSensing2{};
-#endif
 
-#if QZRCFA_HPP_LAPLACIAN
 inline constexpr Family8 kLaplacian{{
     {QZRCFA_Laplacian_RGGB, QZRCFA_Laplacian_RGGB_Flip},
     {QZRCFA_Laplacian_BGGR, QZRCFA_Laplacian_BGGR_Flip},
     {QZRCFA_Laplacian_GRBG, QZRCFA_Laplacian_GRBG_Flip},
     {QZRCFA_Laplacian_GBRG, QZRCFA_Laplacian_GBRG_Flip},
 }};
-#else
-inline constexpr Family8 kLaplacian{};
-#endif
 
-#if QZRCFA_HPP_LAPLACIAN
 inline constexpr Family8 kLaplacian2{{
     {QZRCFA_Laplacian2_RGGB, nullptr},
     {nullptr, nullptr},
     {nullptr, nullptr},
     {nullptr, nullptr},
 }};
-#else
-inline constexpr Family8 kLaplacian2{};
-#endif
 
-#if QZRCFA_HPP_SMOOTH_HUE
 inline constexpr Family8 kSmoothHue{{
     {QZRCFA_SmoothHue_RGGB, QZRCFA_SmoothHue_RGGB_Flip},
     {QZRCFA_SmoothHue_BGGR, QZRCFA_SmoothHue_BGGR_Flip},
     {QZRCFA_SmoothHue_GRBG, QZRCFA_SmoothHue_GRBG_Flip},
     {QZRCFA_SmoothHue_GBRG, QZRCFA_SmoothHue_GBRG_Flip},
 }};
-#else
-inline constexpr Family8 kSmoothHue{};
-#endif
 
 constexpr bool valid(Method m) { return int(m) >= 0 && int(m) <= int(Method::SmoothHue); }
 constexpr bool valid(Pattern p) { return int(p) >= 0 && int(p) <= int(Pattern::GBRG); }
@@ -363,19 +317,16 @@ inline Result find_member(const Options& o, int depth, Member& out) {
         m.dst_tail = depth == 16 && f == 1 ? 2 : 0;
         if (depth == 8) m.grey8 = kGrey8[p][f];
         else m.grey16 = kGrey16[p][f];
-        if (!m.grey8 && !m.grey16) return Result::failure(what + " grey is not available in this build");
         out = m;
         return Result::success();
     }
     if (depth == 16) {
         m.colour16 = kNearest16[p][f];
-        if (!m.colour16) return Result::failure(what + " with 16-bit samples is not available in this build");
         m.odd_width_needs_three_rows = true;
         out = m;
         return Result::success();
     }
     m.colour8 = family8(o.method)->fn[p][f];
-    if (!m.colour8) return Result::failure(what + " is not available in this build");
     switch (o.method) {
         case Method::NearestNeighbor:
             m.white_prefill = o.pattern == Pattern::RGGB && f == 0;
@@ -396,7 +347,6 @@ inline Result find_member(const Options& o, int depth, Member& out) {
             m.min_width = 4;
             m.min_height = 4;
             m.white_prefill = true;
-            m.reads_two_rows_past_src = o.method == Method::Laplacian2;
             break;
     }
     out = m;
@@ -405,11 +355,6 @@ inline Result find_member(const Options& o, int depth, Member& out) {
 
 constexpr std::size_t elements_per_pixel(Format f) {
     return f == Format::Bgra32 ? 4 : f == Format::Bgr24 ? 3 : 1;
-}
-
-// Samples past the frame the member reads.
-inline std::size_t src_tail(const Member& m, int width, int height) {
-    return m.reads_two_rows_past_src && width >= 5 && height >= 5 ? 2 * std::size_t(width) : 0;
 }
 
 inline bool overlaps(const void* a, std::size_t a_bytes, const void* b, std::size_t b_bytes) {
@@ -441,13 +386,6 @@ inline std::size_t output_elements(int width, int height, const Options& options
     return std::size_t(width) * std::size_t(height) * detail::elements_per_pixel(options.format) + m.dst_tail;
 }
 
-// Samples the raw view must cover: the frame, plus what the member reads past it.
-inline std::size_t raw_samples(int width, int height, const Options& options, int depth = 8) {
-    detail::Member m;
-    if (!detail::find_member(options, depth, m) || width < 0 || height < 0) return 0;
-    return std::size_t(width) * std::size_t(height) + detail::src_tail(m, width, height);
-}
-
 // Every check demosaic() makes, without calling anything.
 inline Result check(const RawFrame& raw, const OutputImage& out, const Options& options) {
     detail::Member m;
@@ -477,13 +415,10 @@ inline Result check(const RawFrame& raw, const OutputImage& out, const Options& 
     if (out.depth() != raw.depth())
         return Result::failure("output elements are " + std::to_string(out.depth()) + "-bit but the samples are " +
                                std::to_string(raw.depth()) + "-bit");
-    const std::size_t need_raw = std::size_t(pixels) + detail::src_tail(m, w, h);
-    if (raw.count() < need_raw) {
-        std::string why = "raw frame holds " + std::to_string(raw.count()) + " samples, " + size + " needs " +
-                          std::to_string(need_raw);
-        if (need_raw > pixels) why += " (the frame and 2 x width samples after it, which Laplacian2 reads)";
-        return Result::failure(why);
-    }
+    const std::size_t need_raw = std::size_t(pixels);
+    if (raw.count() < need_raw)
+        return Result::failure("raw frame holds " + std::to_string(raw.count()) + " samples, " + size + " needs " +
+                               std::to_string(need_raw));
     const std::size_t need_out = std::size_t(pixels) * epp + m.dst_tail;
     if (out.count() < need_out) {
         std::string why = "output holds " + std::to_string(out.count()) + " elements, " + size + " " +

@@ -305,34 +305,19 @@ Output run(const Frame& frame, const qzrcfa::Options& o, int repeat) {
     const Image& im = frame.image;
     const int depth = im.depth;
     Output out;
-    // The raw view offers whatever slack the member reads past the frame.
-    const std::size_t raw_count = qzrcfa::raw_samples(im.width, im.height, o, depth);
     const std::size_t out_count = qzrcfa::output_elements(im.width, im.height, o, depth);
-    std::vector<std::uint8_t> raw8;
-    std::vector<std::uint16_t> raw16;
     qzrcfa::Result checked = qzrcfa::Result::success();
     std::vector<double> times;
     for (int i = 0; i < repeat; ++i) {
         // The fourth element of bgra output keeps what the buffer held where the
         // method leaves it: start opaque.
-        if (depth == 8) {
-            if (raw8.empty()) {
-                raw8 = im.pixels;
-                raw8.resize(std::max(raw_count, raw8.size()), 0);
-            }
-            out.bytes.assign(out_count, 0xFF);
-        } else {
-            if (raw16.empty()) {
-                raw16 = im.wide;
-                raw16.resize(std::max(raw_count, raw16.size()), 0);
-            }
-            out.wide.assign(out_count, 0xFFFF);
-        }
+        if (depth == 8) out.bytes.assign(out_count, 0xFF);
+        else out.wide.assign(out_count, 0xFFFF);
         const auto start = std::chrono::steady_clock::now();
-        checked = depth == 8 ? qzrcfa::demosaic(qzrcfa::RawFrame(raw8.data(), raw8.size(), im.width, im.height),
-                                                qzrcfa::OutputImage(out.bytes.data(), out.bytes.size()), o)
-                             : qzrcfa::demosaic(qzrcfa::RawFrame(raw16.data(), raw16.size(), im.width, im.height),
-                                                qzrcfa::OutputImage(out.wide.data(), out.wide.size()), o);
+        checked = depth == 8 ? qzrcfa::demosaic(qzrcfa::RawFrame(std::span(im.pixels), im.width, im.height),
+                                                qzrcfa::OutputImage(std::span(out.bytes)), o)
+                             : qzrcfa::demosaic(qzrcfa::RawFrame(std::span(im.wide), im.width, im.height),
+                                                qzrcfa::OutputImage(std::span(out.wide)), o);
         times.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
         if (!checked) throw std::runtime_error(checked.message());
     }

@@ -44,10 +44,8 @@ constexpr MethodRow kMethods[] = {
 // export for the pattern and row order.
 double measure(const Image& rgb, const std::vector<std::uint8_t>& raw, qzrcfa::Options o, int border) {
     if (qzrcfa::minimum_size(o).width == 0) return std::nan("");
-    std::vector<std::uint8_t> padded = raw;
-    padded.resize(qzrcfa::raw_samples(rgb.width, rgb.height, o), 0);
     std::vector<std::uint8_t> bgr(qzrcfa::output_elements(rgb.width, rgb.height, o));
-    const qzrcfa::Result r = qzrcfa::demosaic(qzrcfa::RawFrame(padded.data(), padded.size(), rgb.width, rgb.height),
+    const qzrcfa::Result r = qzrcfa::demosaic(qzrcfa::RawFrame(std::span(raw), rgb.width, rgb.height),
                                               qzrcfa::OutputImage(bgr.data(), bgr.size()), o);
     if (!r) throw std::runtime_error(r.message());
     Image out = from_bgr(bgr.data(), rgb.width, rgb.height, 3);

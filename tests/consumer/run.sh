@@ -22,7 +22,8 @@ done
 real=$(cd "$prefix/$libdir" && ls libqzrcfa.so.*.*.*)
 [ "$(readlink "$prefix/$libdir/libqzrcfa.so.1")" = "$real" ] || fail "libqzrcfa.so.1 does not point at $real"
 [ "$(readlink "$prefix/$libdir/libqzrcfa.so")" = "libqzrcfa.so.1" ] || fail "libqzrcfa.so does not point at libqzrcfa.so.1"
-"$prefix/bin/qzrcfa-demosaic" --help | grep -q SYNOPSIS || fail "the installed tool does not run"
+manual=$("$prefix/bin/qzrcfa-demosaic" --help) || fail "the installed tool does not run"
+grep -q SYNOPSIS <<<"$manual" || fail "the installed tool prints no manual"
 
 # CMake package.
 "$cmake" -S "$source" -B "$work/cmake-build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx" \
