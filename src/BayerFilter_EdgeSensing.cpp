@@ -9,20 +9,22 @@
 //
 // Method 2 exists for RGGB alone, and the RGGB members of method 1 are that method 2
 // under another name: they forward to it through its exported entry points.
+//
+// The row kernel runs as wide as the processor allows: AVX2 takes 32 columns at a
+// time, SSE2 16, and the scalar kernel, which is the reference, finishes the row.
 #include <cstdint>
 #include <cstdlib>
 
 #include "detail/bayer.h"
+#include "detail/byte_vectors.h"
+#include "detail/cpu.h"
+#include "detail/edge_sensing_rows.h"
 #include "detail/frame.h"
 #include "qzrcfa.h"
 
 namespace qzrcfa::detail {
-namespace {
 
-struct EdgeSensingRule {
-    bool directional_diagonal;   // opposite colour along the quieter diagonal (method 2)
-    bool exchanged_green_sites;  // green sites take the row's colour from above and below
-};
+namespace {
 
 constexpr EdgeSensingRule kMethod2{true, false};
 constexpr EdgeSensingRule kMethod1{false, false};
@@ -38,14 +40,17 @@ inline std::uint8_t quieter_pair(int a, int b, int c, int d) {
     return std::uint8_t((a + b + c + d) >> 2);
 }
 
-void edge_sensing_row(const Row<std::uint8_t>& row, const EdgeSensingRule& rule) {
+}  // namespace
+
+// Reference row kernel, columns c .. c_last.
+int edge_sensing_columns_scalar(const Row<std::uint8_t>& row, const EdgeSensingRule& rule, int c) {
     const std::ptrdiff_t w = row.width;
     const int colour = row.phase.colour;
     const int other = row.phase.other();
     // Elements that take the left/right and the above/below means at a green site.
     const int across = rule.exchanged_green_sites ? other : colour;
     const int along = 2 - across;
-    for (int c = row.c_first; c <= row.c_last; ++c) {
+    for (; c <= row.c_last; ++c) {
         const std::uint8_t* s = row.s + c;
         const std::uint8_t* up = s - w;
         const std::uint8_t* dn = s + w;
@@ -60,6 +65,139 @@ void edge_sensing_row(const Row<std::uint8_t>& row, const EdgeSensingRule& rule)
             px[other] = rule.directional_diagonal ? quieter_pair(up[-1], dn[1], up[1], dn[-1])
                                                   : std::uint8_t((up[-1] + up[1] + dn[-1] + dn[1]) >> 2);
         }
+    }
+    return c;
+}
+
+#if defined(__x86_64__) && defined(__SSE2__)
+
+// Wide kernels: the rule on byte vectors, written once and inlined into each
+// instruction set's kernel, with the pixel stores of detail/byte_vectors.h. Every lane
+// computes what both kinds of site need and keeps its own site's result.
+namespace {
+
+template <class V>
+QZRCFA_INLINE V lesser(const V& a, const V& b) {
+    return a < b ? a : b;
+}
+
+template <class V>
+QZRCFA_INLINE V greater(const V& a, const V& b) {
+    return a > b ? a : b;
+}
+
+// The vector form of quieter_pair(): the strict comparisons in both directions leave
+// a tie to the mean of all four.
+template <class V>
+QZRCFA_INLINE V quieter_pair(const V& a, const V& b, const V& c, const V& d) {
+    const V d1 = greater(a, b) - lesser(a, b);
+    const V d2 = greater(c, d) - lesser(c, d);
+    const V least = lesser(d1, d2);
+    const V first = (V)(d1 == least);   // d1 <= d2
+    const V second = (V)(d2 == least);  // d2 <= d1
+    return select(first & second, mean4(a, b, c, d), select(first, mean2(a, b), mean2(c, d)));
+}
+
+// Columns c .. c + sizeof(V) - 1 of a row; `green` marks the lanes of green sites.
+template <class V, bool Directional>
+QZRCFA_INLINE Planes<V> edge_sensing_block(const Row<std::uint8_t>& row, bool exchanged, int c, const V& green) {
+    const std::ptrdiff_t w = row.width;
+    const std::uint8_t* s = row.s + c;
+    const V left = load<V>(s - 1), mid = load<V>(s), right = load<V>(s + 1);
+    const V up = load<V>(s - w), dn = load<V>(s + w);
+    const V ul = load<V>(s - w - 1), ur = load<V>(s - w + 1);
+    const V dl = load<V>(s + w - 1), dr = load<V>(s + w + 1);
+    const V across = mean2(left, right), along = mean2(up, dn);
+    const V diagonal = Directional ? quieter_pair(ul, dr, ur, dl) : mean4(ul, ur, dl, dr);
+    const V colour = select(green, exchanged ? along : across, mid);
+    const V other = select(green, exchanged ? across : along, diagonal);
+    const V g = select(green, mid, quieter_pair(left, right, up, dn));
+    return planes(row, colour, g, other);
+}
+
+// The columns a wide kernel of `lanes` columns may take from c on, as [first, last],
+// or first > last when not one block fits. A green site reads no diagonal, so where
+// the row begins or ends with one, the samples diagonal to it are not read by the
+// scalar kernel; no block may reach them. A green first column is left out of the
+// range (the caller computes it alone), a green last column is left to the scalar
+// kernel.
+struct Span {
+    int first, last;
+};
+
+inline Span wide_span(const Row<std::uint8_t>& row, int c, int lanes) {
+    Span span{c, row.c_last};
+    if (c == row.c_first && row.phase.green_at(c)) ++span.first;
+    if (row.phase.green_at(row.c_last)) --span.last;
+    span.last = span.first + (span.last - span.first + 1) / lanes * lanes - 1;
+    return span;
+}
+
+// Column c alone, by the scalar kernel.
+inline void one_column(const Row<std::uint8_t>& row, const EdgeSensingRule& rule, int c) {
+    Row<std::uint8_t> one = row;
+    one.c_last = c;
+    edge_sensing_columns_scalar(one, rule, c);
+}
+
+template <int P, bool Directional>
+int columns_sse2(const Row<std::uint8_t>& row, const EdgeSensingRule& rule, int c) {
+    const Span span = wide_span(row, c, 16);
+    if (span.first > span.last) return c;
+    if (span.first != c) one_column(row, rule, c);
+    const Bytes16 green = green_lanes<Bytes16>(row, span.first);
+    for (c = span.first; c <= span.last; c += 16)
+        store_pixels_sse2<P>(row.d + std::ptrdiff_t(c) * P,
+                             edge_sensing_block<Bytes16, Directional>(row, rule.exchanged_green_sites, c, green));
+    return c;
+}
+
+template <int P, bool Directional>
+QZRCFA_AVX2 int columns_avx2(const Row<std::uint8_t>& row, const EdgeSensingRule& rule, int c) {
+    const Span span = wide_span(row, c, 32);
+    if (span.first > span.last) return c;
+    if (span.first != c) one_column(row, rule, c);
+    const Bytes32 green = green_lanes<Bytes32>(row, span.first);
+    for (c = span.first; c <= span.last; c += 32)
+        store_pixels_avx2<P>(row.d + std::ptrdiff_t(c) * P,
+                             edge_sensing_block<Bytes32, Directional>(row, rule.exchanged_green_sites, c, green));
+    return c;
+}
+
+}  // namespace
+
+int edge_sensing_columns_sse2(const Row<std::uint8_t>& row, const EdgeSensingRule& rule, int c) {
+    const bool directional = rule.directional_diagonal;
+    if (row.stride == 3) return directional ? columns_sse2<3, true>(row, rule, c) : columns_sse2<3, false>(row, rule, c);
+    if (row.stride == 4) return directional ? columns_sse2<4, true>(row, rule, c) : columns_sse2<4, false>(row, rule, c);
+    return c;
+}
+
+// Compiled for the baseline, so that it may be called on any processor.
+int edge_sensing_columns_avx2(const Row<std::uint8_t>& row, const EdgeSensingRule& rule, int c) {
+    if (!isa_available(Isa::AVX2)) return c;
+    const bool directional = rule.directional_diagonal;
+    if (row.stride == 3) return directional ? columns_avx2<3, true>(row, rule, c) : columns_avx2<3, false>(row, rule, c);
+    if (row.stride == 4) return directional ? columns_avx2<4, true>(row, rule, c) : columns_avx2<4, false>(row, rule, c);
+    return c;
+}
+
+#else
+
+int edge_sensing_columns_sse2(const Row<std::uint8_t>&, const EdgeSensingRule&, int c) { return c; }
+int edge_sensing_columns_avx2(const Row<std::uint8_t>&, const EdgeSensingRule&, int c) { return c; }
+
+#endif
+
+namespace {
+
+// As wide as the processor allows; the scalar kernel finishes the row.
+void edge_sensing_row(const Row<std::uint8_t>& row, const EdgeSensingRule& rule) {
+    int c = row.c_first;
+    switch (best_isa()) {
+    case Isa::AVX2: c = edge_sensing_columns_avx2(row, rule, c); [[fallthrough]];
+    case Isa::SSE2: c = edge_sensing_columns_sse2(row, rule, c); [[fallthrough]];
+    case Isa::Scalar: edge_sensing_columns_scalar(row, rule, c);
     }
 }
 

@@ -8,6 +8,7 @@
 #include "qzrcfa.h"
 #include "support/arena.h"
 #include "support/bayer_model.h"
+#include "support/colour_checks.h"
 
 namespace qzrcfa::test {
 namespace {
@@ -110,35 +111,12 @@ TEST(NearestNeighbor8, BggrPairDisagreesAtARedSite) {
 }
 
 // Only the top-down RGGB member pre-fills: with four bytes per pixel its element 3 is
-// 255 everywhere, while the others keep the caller's bytes.
-TEST(NearestNeighbor8, OnlyTopDownRggbPrefills) {
+// 255 everywhere, while the others keep the caller's bytes; none writes outside the
+// image.
+TEST(NearestNeighbor8, OnlyTopDownRggbPrefillsAndNothingIsWrittenOutside) {
     for (const auto& m : kCases) {
-        const int W = 6, H = 5;
-        std::vector<std::uint8_t> raw = random_frame<std::uint8_t>(W, H, 4);
-        std::vector<std::uint8_t> out(std::size_t(W * H * 4), 0xAB);
-        m.fn(raw.data(), W, H, out.data(), 32);
-        for (int p = 0; p < W * H; ++p) {
-            const bool last_of_middle_row = p % W == W - 1 && p / W > 0 && p / W < H - 1;
-            if (last_of_middle_row) continue;  // element 3 there takes the border's red
-            ASSERT_EQ(out[std::size_t(p * 4 + 3)], m.prefill ? 255 : 0xAB) << m.name << " pixel " << p;
-        }
-    }
-}
-
-TEST(NearestNeighbor8, WritesNothingOutsideTheImage) {
-    for (const auto& m : kCases) {
-        for (int P : {3, 4}) {
-            for (int H = 2; H <= 6; ++H) {
-                for (int W = 2; W <= 6; ++W) {
-                    std::vector<std::uint8_t> raw = random_frame<std::uint8_t>(W, H, 8);
-                    const std::size_t size = std::size_t(W * H * P);
-                    auto written = written_elements<std::uint8_t>(size, [&](std::uint8_t* dst) {
-                        m.fn(raw.data(), W, H, dst, std::uint16_t(P * 8));
-                    });
-                    ASSERT_TRUE(outside(written, size).empty()) << m.name << " " << W << "x" << H;
-                }
-            }
-        }
+        EXPECT_TRUE(element_three_not(m.fn, 6, 5, m.prefill ? 255 : 0xAB).empty()) << m.name;
+        EXPECT_EQ(first_write_outside(m.fn, 6), "") << m.name;
     }
 }
 
@@ -164,23 +142,12 @@ TEST(NearestNeighbor8, FlipIsThePlainImageUpsideDownWhereTheFormsAgree) {
         const bool same_form = plain.form == flip.form;
         const bool border_differs = plain.pattern == "RGGB" || plain.pattern == "BGGR";
         bool interior_differed = false;
-        for (int H = 3; H <= 9; ++H) {
-            for (int W = 3; W <= 9; ++W) {
-                std::vector<std::uint8_t> raw = random_frame<std::uint8_t>(W, H, 12);
-                std::vector<std::uint8_t> a(std::size_t(W * H * 3), 0), b(a.size(), 0);
-                plain.fn(raw.data(), W, H, a.data(), 24);
-                flip.fn(raw.data(), W, H, b.data(), 24);
-                const std::vector<std::uint8_t> turned = reversed_rows(b, std::size_t(W) * 3);
-                for (std::size_t k = 0; k < a.size(); ++k) {
-                    if (a[k] == turned[k]) continue;
-                    const int r = int(k / std::size_t(W * 3)), c = int(k % std::size_t(W * 3)) / 3;
-                    const bool interior = r > 0 && r < H - 1 && c > 0 && c < W - 1;
-                    const bool border_ok = border_differs && c == W - 1 && (r & 1) && r < H - 1;
-                    ASSERT_TRUE((interior && !same_form) || border_ok)
-                        << plain.name << " " << W << "x" << H << " at (" << r << "," << c << ")";
-                    interior_differed = interior_differed || interior;
-                }
-            }
+        for (const FlipDifference& d : flip_differences(plain.fn, flip.fn, 9)) {
+            const bool interior = d.r > 0 && d.r < d.height - 1 && d.c > 0 && d.c < d.width - 1;
+            const bool border_ok = border_differs && d.c == d.width - 1 && (d.r & 1) && d.r < d.height - 1;
+            ASSERT_TRUE((interior && !same_form) || border_ok)
+                << plain.name << " " << d.width << "x" << d.height << " at (" << d.r << "," << d.c << ")";
+            interior_differed = interior_differed || interior;
         }
         EXPECT_EQ(interior_differed, !same_form) << plain.name;
     }
