@@ -413,17 +413,30 @@ void process(const Settings& s, const std::string& path, Progress& progress) {
         label += pattern;
         tiles.push_back({label, enlarge(mosaic_view(frame.image.pixels.data(), w, h, pattern), crop, 1)});
     }
+    // Every method runs before anything is written, so a request that is refused
+    // (a frame too small for one of the methods) leaves no files at all.
+    struct Done {
+        qzrcfa::Method method;
+        qzrcfa::Options options;
+        std::string target;
+        Output out;
+    };
+    std::vector<Done> done;
     for (qzrcfa::Method m : methods_for(s, depth)) {
         std::string file = frame.name;
         if (s.all) file.append("-").append(method_name(m).word);
         file.append(".").append(s.type);
         const std::string target = s.output.empty() ? join(s.output_dir, file) : s.output;
         const qzrcfa::Options o = options_for(s, m, target, depth);
-        const Output out = run(frame, o, s.repeat);
-        write_output(target, out, frame, o);
-        report_time(s, frame, m, out.ms);
-        if (s.all) tiles.push_back({method_name(m).label, enlarge(upright(out, frame.image.width, frame.image.height, o, false), crop, 1)});
+        done.push_back({m, o, target, run(frame, o, s.repeat)});
         progress.step(frame.name + " " + method_name(m).word);
+    }
+    for (const Done& d : done) {
+        write_output(d.target, d.out, frame, d.options);
+        report_time(s, frame, d.method, d.out.ms);
+        if (s.all)
+            tiles.push_back({method_name(d.method).label,
+                             enlarge(upright(d.out, frame.image.width, frame.image.height, d.options, false), crop, 1)});
     }
     if (s.all) {
         // Enlarged so single pixels stay visible: tiles of about 256 pixels.

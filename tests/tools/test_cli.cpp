@@ -400,6 +400,8 @@ const Failure kFailures[] = {
      "-o out.png c.png", 1, "3 channels"},
     {"frame below the method's minimum", [](const fs::path& d) { spit(d / "f.pgm", pgm8(1, 5, frame8(1, 5, 1))); },
      "-m nearest -o out.png f.pgm", 1, "minimum"},
+    {"--all on a frame too small for one of the methods", [](const fs::path& d) { spit(d / "f.pgm", pgm8(3, 3, frame8(3, 3, 1))); },
+     "--all -d . f.pgm", 1, "4x4 minimum of laplacian"},
     {"combination without an export", good_frame, "-m edge2 -p BGGR -o out.png f.pgm", 1, "RGGB only"},
     {"16-bit frame with an 8-bit method", [](const fs::path& d) { spit(d / "f.pgm", pgm16(16, 12, frame16(16, 12, 2))); },
      "-m bilinear -o out.png f.pgm", 1, "16-bit"},
