@@ -16,18 +16,14 @@
 #endif
 
 #include "detail/bayer.h"
+#include "detail/byte_vectors.h"
 #include "detail/cpu.h"
 #include "detail/frame.h"
 #include "detail/grey.h"
+#include "detail/nearest_rows.h"
 #include "qzrcfa.h"
 
 namespace qzrcfa::detail {
-namespace {
-
-struct NearestForm {
-    int dc;                // column of the horizontal neighbour: +1 right, -1 left
-    bool average_green;    // green is the mean of the block's two greens
-};
 
 constexpr NearestForm kFormA{+1, true};
 constexpr NearestForm kFormB{+1, false};
@@ -39,11 +35,11 @@ constexpr NearestForm kFormC{-1, false};
 // colour = the sample below, green = C (or its mean with the diagonal below).
 // Samples are 8- or 16-bit; so are the output elements.
 template <class T>
-void nearest_row(const Row<T>& row, const NearestForm& form) {
+static int nearest_columns(const Row<T>& row, const NearestForm& form, int c) {
     const int dc = form.dc;
     const int colour = row.phase.colour;
     const int other = row.phase.other();
-    for (int c = row.c_first; c <= row.c_last; ++c) {
+    for (; c <= row.c_last; ++c) {
         const T* s = row.s + c;
         const T* below = s + row.width;
         T* px = row.d + std::ptrdiff_t(c) * row.stride;
@@ -57,12 +53,92 @@ void nearest_row(const Row<T>& row, const NearestForm& form) {
             px[kGreen] = form.average_green ? T((s[dc] + below[0]) >> 1) : s[dc];
         }
     }
+    return c;
 }
+
+int nearest_columns_scalar(const Row<std::uint8_t>& row, const NearestForm& form, int c) {
+    return nearest_columns(row, form, c);
+}
+int nearest_columns_scalar(const Row<std::uint16_t>& row, const NearestForm& form, int c) {
+    return nearest_columns(row, form, c);
+}
+
+#if defined(__x86_64__) && defined(__SSE2__)
+
+// Wide kernels: the scalar rule on byte vectors, every lane computing both sites'
+// values and keeping its own site's, with the pixel stores of detail/byte_vectors.h.
+// Every sample they read lies in the block the scalar kernel reads for some column.
+namespace {
+
+template <class V>
+QZRCFA_INLINE Planes<V> nearest_block(const Row<std::uint8_t>& row, const NearestForm& form, int c, const V& green) {
+    const std::uint8_t* s = row.s + c;
+    const std::uint8_t* below = s + row.width;
+    const V here = load<V>(s), beside = load<V>(s + form.dc);
+    const V under = load<V>(below), under_beside = load<V>(below + form.dc);
+    const V colour = select(green, beside, here);
+    const V other = select(green, under, under_beside);
+    const V upper_green = select(green, here, beside);
+    const V g = form.average_green ? mean2(upper_green, select(green, under_beside, under)) : upper_green;
+    return planes(row, colour, g, other);
+}
+
+template <int P>
+int columns_sse2(const Row<std::uint8_t>& row, const NearestForm& form, int c) {
+    const Bytes16 green = green_lanes<Bytes16>(row, c);
+    for (; c + 15 <= row.c_last; c += 16)
+        store_pixels_sse2<P>(row.d + std::ptrdiff_t(c) * P, nearest_block(row, form, c, green));
+    return c;
+}
+
+template <int P>
+QZRCFA_AVX2 int columns_avx2(const Row<std::uint8_t>& row, const NearestForm& form, int c) {
+    const Bytes32 green = green_lanes<Bytes32>(row, c);
+    for (; c + 31 <= row.c_last; c += 32)
+        store_pixels_avx2<P>(row.d + std::ptrdiff_t(c) * P, nearest_block(row, form, c, green));
+    return c;
+}
+
+}  // namespace
+
+int nearest_columns_sse2(const Row<std::uint8_t>& row, const NearestForm& form, int c) {
+    if (row.stride == 3) return columns_sse2<3>(row, form, c);
+    if (row.stride == 4) return columns_sse2<4>(row, form, c);
+    return c;
+}
+
+// Compiled for the baseline, so that it may be called on any processor.
+int nearest_columns_avx2(const Row<std::uint8_t>& row, const NearestForm& form, int c) {
+    if (!isa_available(Isa::AVX2)) return c;
+    if (row.stride == 3) return columns_avx2<3>(row, form, c);
+    if (row.stride == 4) return columns_avx2<4>(row, form, c);
+    return c;
+}
+
+#else
+
+int nearest_columns_sse2(const Row<std::uint8_t>&, const NearestForm&, int c) { return c; }
+int nearest_columns_avx2(const Row<std::uint8_t>&, const NearestForm&, int c) { return c; }
+
+#endif
+
+namespace {
+
+void nearest_row8(const Row<std::uint8_t>& row, const NearestForm& form) {
+    int c = row.c_first;
+    switch (best_isa()) {
+    case Isa::AVX2: c = nearest_columns_avx2(row, form, c); [[fallthrough]];
+    case Isa::SSE2: c = nearest_columns_sse2(row, form, c); [[fallthrough]];
+    case Isa::Scalar: nearest_columns(row, form, c);
+    }
+}
+
+void nearest_row16(const Row<std::uint16_t>& row, const NearestForm& form) { nearest_columns(row, form, row.c_first); }
 
 using NearestMember = Member<std::uint8_t, NearestForm>;
 
 constexpr NearestMember nearest8(Pattern p, bool flip, Prefill fill, ColourFn<std::uint8_t> border, NearestForm form) {
-    return NearestMember{p, flip, fill, border, 3, form, {{nearest_row<std::uint8_t>, 1, 0}, {}}};
+    return NearestMember{p, flip, fill, border, 3, form, {{nearest_row8, 1, 0}, {}}};
 }
 
 // The member table: which form each member uses, and which pre-fills.
@@ -80,7 +156,7 @@ constexpr NearestMember kNearest_GBRG_Flip = nearest8(Pattern::GBRG, true, Prefi
 using Nearest16Member = Member<std::uint16_t, NearestForm>;
 
 constexpr Nearest16Member nearest16(Pattern p, bool flip, ColourFn<std::uint16_t> border) {
-    return Nearest16Member{p, flip, Prefill::None, border, 3, kFormC, {{nearest_row<std::uint16_t>, 1, 0}, {}}};
+    return Nearest16Member{p, flip, Prefill::None, border, 3, kFormC, {{nearest_row16, 1, 0}, {}}};
 }
 
 constexpr Nearest16Member kNearest_RGGB_16 = nearest16(Pattern::RGGB, false, QZRCFA_NearestNeighbor_Edge1_RGGB_16Bits);
