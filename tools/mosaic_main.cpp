@@ -15,7 +15,7 @@ int main(int argc, char** argv) {
     try {
         using namespace qzrcfa::tools;
         const Image rgb = read_image(argv[1]);
-        Image raw{rgb.width, rgb.height, 1, mosaic(rgb, argv[2])};
+        Image raw{rgb.width, rgb.height, 1, 8, mosaic(rgb, argv[2]), {}};
         write_image(argv[3], raw);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "qzrcfa-mosaic: %s\n", e.what());

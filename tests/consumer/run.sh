@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# Installs the build tree into a fresh prefix, checks what landed there, then builds
+# and runs a small consumer against it twice: through find_package(qzrcfa) and
+# through pkg-config.
+#   run.sh BUILD_DIR CONSUMER_SOURCE WORK_DIR CMAKE CXX [EXTRA_FLAGS]
+# EXTRA_FLAGS go to the consumer's compile and link (the sanitizer build passes its
+# sanitizer flags, since its library needs their runtime in the program).
+set -euo pipefail
+build=$1 source=$2 work=$3 cmake=$4 cxx=$5 flags=${6:-}
+
+rm -rf "$work"
+prefix=$work/prefix
+"$cmake" --install "$build" --prefix "$prefix" >/dev/null
+
+fail() { echo "consumer test: $*" >&2; exit 1; }
+libdir=$(cd "$prefix" && ls -d lib*/ | head -n1); libdir=${libdir%/}
+for f in include/qzrcfa.h include/qzrcfa.hpp bin/qzrcfa-demosaic bin/qzrcfa-quality \
+         "$libdir/pkgconfig/qzrcfa.pc" "$libdir/cmake/qzrcfa/qzrcfaConfig.cmake" \
+         "$libdir/cmake/qzrcfa/qzrcfaConfigVersion.cmake" "$libdir/cmake/qzrcfa/qzrcfaTargets.cmake"; do
+  [ -e "$prefix/$f" ] || fail "missing $f"
+done
+real=$(cd "$prefix/$libdir" && ls libqzrcfa.so.*.*.*)
+[ "$(readlink "$prefix/$libdir/libqzrcfa.so.1")" = "$real" ] || fail "libqzrcfa.so.1 does not point at $real"
+[ "$(readlink "$prefix/$libdir/libqzrcfa.so")" = "libqzrcfa.so.1" ] || fail "libqzrcfa.so does not point at libqzrcfa.so.1"
+manual=$("$prefix/bin/qzrcfa-demosaic" --help) || fail "the installed tool does not run"
+grep -q SYNOPSIS <<<"$manual" || fail "the installed tool prints no manual"
+
+# CMake package.
+"$cmake" -S "$source" -B "$work/cmake-build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx" \
+  -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_EXE_LINKER_FLAGS="$flags" >/dev/null
+"$cmake" --build "$work/cmake-build" >/dev/null
+"$work/cmake-build/consumer"
+
+# A major version the package does not offer is refused.
+sed 's/find_package(qzrcfa 1.0 REQUIRED)/find_package(qzrcfa 2.0 REQUIRED)/' "$source/CMakeLists.txt" >"$work/v2.txt"
+mkdir -p "$work/v2-source" && cp "$source/consumer.cpp" "$work/v2-source/" && cp "$work/v2.txt" "$work/v2-source/CMakeLists.txt"
+if out=$("$cmake" -S "$work/v2-source" -B "$work/v2-build" -DCMAKE_PREFIX_PATH="$prefix" 2>&1); then
+  fail "find_package(qzrcfa 2.0) accepted version 1"
+fi
+grep -q 'version' <<<"$out" || fail "find_package(qzrcfa 2.0) failed for another reason: $out"
+
+# pkg-config.
+export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
+[ "$(pkg-config --modversion qzrcfa)" = "$(cd "$prefix/$libdir" && ls libqzrcfa.so.*.*.* | sed 's/libqzrcfa.so.//')" ] ||
+  fail "pkg-config reports another version"
+# shellcheck disable=SC2046
+"$cxx" -std=c++20 $flags "$source/consumer.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs qzrcfa)
+LD_LIBRARY_PATH=$prefix/$libdir "$work/consumer-pc"

@@ -1,0 +1,480 @@
+// qzrcfa-demosaic: demosaics raw Bayer frames from files, through the checked C++
+// interface. See usage() (or --help) for the manual.
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "image_io.h"
+#include "montage.h"
+#include "qzrcfa.hpp"
+
+namespace {
+
+using namespace qzrcfa::tools;
+namespace fs = std::filesystem;
+
+constexpr const char* kProgram = "qzrcfa-demosaic";
+
+const char kManual[] = R"(NAME
+    qzrcfa-demosaic - turn raw Bayer frames into colour or grey images
+
+SYNOPSIS
+    qzrcfa-demosaic [OPTIONS] -o OUTPUT INPUT
+    qzrcfa-demosaic [OPTIONS] -d DIRECTORY INPUT...
+    qzrcfa-demosaic --all [OPTIONS] -d DIRECTORY INPUT...
+
+DESCRIPTION
+    Reads each INPUT as a raw frame from a single-sensor colour camera (one sample
+    per pixel behind a Bayer colour filter) and demosaics it with the qzrcfa
+    library, through its checked C++ interface: a request the library cannot serve
+    (a frame too small for the method, a combination without a function) is
+    refused with a message instead of being run.
+
+    With --all, every method that exists for the pattern and row order runs on each
+    frame, each result goes to its own file, and a montage puts the same detailed
+    crop of every result side by side, labelled, for comparison at a glance.
+
+OPTIONS
+    -o, --output FILE
+        Output file for a single INPUT. Its extension picks the file type: .png,
+        .ppm (colour), .pgm (grey) or .bmp.
+    -d, --output-dir DIRECTORY
+        Write STEM.TYPE (with --all, STEM-METHOD.TYPE and STEM-montage.png) into
+        DIRECTORY, created if missing. STEM is the input's name without extension.
+    -t, --type png|ppm|pgm|bmp
+        File type for the files -d names (default png).
+    -m, --method nearest|bilinear|edge1|edge2|laplacian|laplacian2|smoothhue
+        Interpolation method (default bilinear). edge2 exists for RGGB only and
+        laplacian2 for RGGB top-down only; 16-bit frames and grey output take
+        nearest only.
+    -p, --pattern RGGB|BGGR|GRBG|GBRG
+        Colours of the frame's top-left 2x2 tile, left to right, top row first
+        (default RGGB).
+    -f, --format bgr|bgra|gray
+        Output of 3 elements per pixel (bitCount 24), 4 (bitCount 32; the fourth is
+        what the method leaves there, written as PNG alpha) or one grey sample per
+        pixel (nearest only). Default bgr.
+    --flip
+        Use the method's bottom-up member (the _Flip function): it reads the frame
+        as the top-down one does, but some members compute a few pixels
+        differently. The file still shows the picture upright.
+    --all
+        Run every method (see DESCRIPTION); needs -d and an 8-bit frame.
+    --crop X,Y,SIZE
+        Crop for the --all montage (default: the most detailed 128x128 window).
+    --montage FILE
+        Where --all writes the montage (default DIRECTORY/STEM-montage.png).
+    --time
+        Print, per frame and method, milliseconds per frame and megapixels per
+        second on standard output.
+    --repeat N
+        Run each demosaic call N times and time the median (default 1).
+    --width W, --height H, --depth 8|16
+        Read INPUT as a headerless raw frame of W x H samples, 8-bit or 16-bit
+        little-endian (default depth 8). The file must hold exactly that many bytes.
+    -h, --help
+        Show this manual.
+
+INPUT
+    8- and 16-bit binary PGM (P5; maxval above 255 means 16-bit samples), 8- and
+    16-bit greyscale PNG, or headerless raw with --width and --height. The type is
+    recognised by content, not by name.
+
+OUTPUT
+    PNG (8- or 16-bit, grey, RGB or RGBA), PPM/PGM (8- or 16-bit) and BMP (8-bit
+    only). 16-bit frames give 16-bit images. A .bmp output uses the method's
+    bottom-up member, whose rows are in BMP's own order, and stores its buffer as it
+    comes; laplacian2, which has no bottom-up member, is stored as a top-down BMP.
+    Every file is written under a temporary name in its directory and renamed into
+    place when complete; a failure leaves no partial file.
+
+    A progress bar is drawn on standard error when it is a terminal.
+
+EXIT STATUS
+    0   every input was demosaiced and written
+    1   at least one input failed (unreadable, truncated, wrong size, unsupported
+        depth, refused request, write error); each failure is one line on
+        standard error and the other inputs are still processed
+    2   bad command line
+
+EXAMPLES
+    qzrcfa-demosaic -m laplacian -o photo.png frame.pgm
+    qzrcfa-demosaic --width 640 --height 480 --depth 16 -m nearest -o f.png f.raw
+    qzrcfa-demosaic --all -d out samples/astronaut-rggb.pgm
+    qzrcfa-demosaic --time --repeat 20 -m smoothhue -d out *.pgm
+)";
+
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+struct MethodName {
+    const char* word;
+    const char* label;
+    qzrcfa::Method method;
+};
+
+constexpr MethodName kMethodNames[] = {
+    {"nearest", "nearest neighbour", qzrcfa::Method::NearestNeighbor},
+    {"bilinear", "bilinear", qzrcfa::Method::Bilinear},
+    {"edge1", "edge sensing 1", qzrcfa::Method::EdgeSensing1},
+    {"edge2", "edge sensing 2", qzrcfa::Method::EdgeSensing2},
+    {"laplacian", "laplacian", qzrcfa::Method::Laplacian},
+    {"laplacian2", "laplacian 2", qzrcfa::Method::Laplacian2},
+    {"smoothhue", "smooth hue", qzrcfa::Method::SmoothHue},
+};
+
+const MethodName& method_name(qzrcfa::Method m) {
+    for (const MethodName& n : kMethodNames)
+        if (n.method == m) return n;
+    return kMethodNames[0];
+}
+
+struct Settings {
+    std::vector<std::string> inputs;
+    std::string output, output_dir, type = "png", montage;
+    qzrcfa::Options options;
+    bool flip = false, all = false, time = false;
+    int repeat = 1;
+    std::optional<Crop> crop;
+    int raw_width = 0, raw_height = 0, raw_depth = 0;
+};
+
+[[noreturn]] void bad_value(const std::string& option, const std::string& value, const std::string& allowed) {
+    throw UsageError("unknown " + option + " value '" + value + "' (" + allowed + ")");
+}
+
+int parse_int(const std::string& option, const std::string& value, int lo, int hi) {
+    char* end = nullptr;
+    errno = 0;
+    const long v = std::strtol(value.c_str(), &end, 10);
+    if (value.empty() || *end != '\0' || errno != 0 || v < lo || v > hi)
+        throw UsageError(option + " takes a whole number from " + std::to_string(lo) + " to " + std::to_string(hi) +
+                         ", not '" + value + "'");
+    return int(v);
+}
+
+Settings parse(int argc, char** argv) {
+    Settings s;
+    bool depth_given = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        auto value = [&]() -> std::string {
+            if (i + 1 >= argc) throw UsageError(arg + " needs a value");
+            return argv[++i];
+        };
+        if (arg == "-h" || arg == "--help") {
+            std::fputs(kManual, stdout);
+            std::exit(0);
+        } else if (arg == "-o" || arg == "--output") {
+            s.output = value();
+        } else if (arg == "-d" || arg == "--output-dir") {
+            s.output_dir = value();
+        } else if (arg == "-t" || arg == "--type") {
+            s.type = value();
+            if (s.type != "png" && s.type != "ppm" && s.type != "pgm" && s.type != "bmp")
+                bad_value(arg, s.type, "png, ppm, pgm or bmp");
+        } else if (arg == "-m" || arg == "--method") {
+            const std::string v = value();
+            const auto it = std::find_if(std::begin(kMethodNames), std::end(kMethodNames),
+                                         [&](const MethodName& n) { return v == n.word; });
+            if (it == std::end(kMethodNames))
+                bad_value(arg, v, "nearest, bilinear, edge1, edge2, laplacian, laplacian2 or smoothhue");
+            s.options.method = it->method;
+        } else if (arg == "-p" || arg == "--pattern") {
+            const std::string v = value();
+            if (v == "RGGB") s.options.pattern = qzrcfa::Pattern::RGGB;
+            else if (v == "BGGR") s.options.pattern = qzrcfa::Pattern::BGGR;
+            else if (v == "GRBG") s.options.pattern = qzrcfa::Pattern::GRBG;
+            else if (v == "GBRG") s.options.pattern = qzrcfa::Pattern::GBRG;
+            else bad_value(arg, v, "RGGB, BGGR, GRBG or GBRG");
+        } else if (arg == "-f" || arg == "--format") {
+            const std::string v = value();
+            if (v == "bgr") s.options.format = qzrcfa::Format::Bgr24;
+            else if (v == "bgra") s.options.format = qzrcfa::Format::Bgra32;
+            else if (v == "gray" || v == "grey") s.options.format = qzrcfa::Format::Grey;
+            else bad_value(arg, v, "bgr, bgra or gray");
+        } else if (arg == "--flip") {
+            s.flip = true;
+        } else if (arg == "--all") {
+            s.all = true;
+        } else if (arg == "--time") {
+            s.time = true;
+        } else if (arg == "--repeat") {
+            s.repeat = parse_int(arg, value(), 1, 100000);
+        } else if (arg == "--montage") {
+            s.montage = value();
+        } else if (arg == "--crop") {
+            const std::string v = value();
+            int x = 0, y = 0, size = 0, used = 0;
+            if (std::sscanf(v.c_str(), "%d,%d,%d%n", &x, &y, &size, &used) != 3 || used != int(v.size()) || x < 0 ||
+                y < 0 || size < 2)
+                throw UsageError("--crop takes X,Y,SIZE (whole numbers, SIZE at least 2), not '" + v + "'");
+            s.crop = Crop{x & ~1, y & ~1, size};
+        } else if (arg == "--width") {
+            s.raw_width = parse_int(arg, value(), 1, 1 << 20);
+        } else if (arg == "--height") {
+            s.raw_height = parse_int(arg, value(), 1, 1 << 20);
+        } else if (arg == "--depth") {
+            const std::string v = value();
+            if (v != "8" && v != "16") bad_value(arg, v, "8 or 16");
+            s.raw_depth = std::stoi(v);
+            depth_given = true;
+        } else if (arg.size() > 1 && arg[0] == '-') {
+            throw UsageError("unknown option '" + arg + "' (see --help)");
+        } else {
+            s.inputs.push_back(arg);
+        }
+    }
+    if (s.inputs.empty()) throw UsageError("no input files (see --help)");
+    if ((s.raw_width == 0) != (s.raw_height == 0)) throw UsageError("a headerless raw frame needs both --width and --height");
+    if (depth_given && s.raw_width == 0) throw UsageError("--depth applies to headerless raw frames (with --width and --height)");
+    if (s.raw_depth == 0) s.raw_depth = 8;
+    if (s.output.empty() == s.output_dir.empty()) throw UsageError("name the output with -o FILE or -d DIRECTORY (one of them)");
+    if (!s.output.empty() && (s.inputs.size() > 1 || s.all))
+        throw UsageError("-o names one file; use -d DIRECTORY for several inputs or --all");
+    if (s.all && s.options.format == qzrcfa::Format::Grey) throw UsageError("--all compares colour methods; use --format bgr or bgra");
+    if (!s.montage.empty() && !s.all) throw UsageError("--montage goes with --all");
+    s.options.order = s.flip ? qzrcfa::RowOrder::BottomUp : qzrcfa::RowOrder::TopDown;
+    return s;
+}
+
+// Progress on standard error, drawn only when it is a terminal.
+class Progress {
+  public:
+    explicit Progress(int total) : total_(total), enabled_(isatty(STDERR_FILENO) == 1 && total > 0) {}
+    ~Progress() {
+        if (enabled_ && drawn_) std::fputs("\r\033[K", stderr);
+    }
+    void step(const std::string& what) {
+        ++done_;
+        if (!enabled_) return;
+        constexpr int kBar = 30;
+        const int filled = done_ * kBar / total_;
+        std::fprintf(stderr, "\r\033[K[%.*s%*s] %d/%d %s", filled, "##############################", kBar - filled, "",
+                     done_, total_, what.c_str());
+        std::fflush(stderr);
+        drawn_ = true;
+    }
+    // Clears the bar so a message can take the line.
+    void clear() {
+        if (enabled_ && drawn_) std::fputs("\r\033[K", stderr);
+    }
+
+  private:
+    int total_, done_ = 0;
+    bool enabled_, drawn_ = false;
+};
+
+struct Frame {
+    Image image;  // one channel, 8- or 16-bit
+    std::string name;
+};
+
+Frame load(const Settings& s, const std::string& path) {
+    Frame f;
+    f.name = fs::path(path).stem().string();
+    if (s.raw_width) {
+        f.image = read_raw(path, s.raw_width, s.raw_height, s.raw_depth);
+    } else {
+        f.image = read_image(path, true);
+        if (f.image.channels != 1)
+            throw std::runtime_error(path + ": has " + std::to_string(f.image.channels) +
+                                     " channels; a raw frame has one sample per pixel");
+    }
+    return f;
+}
+
+// A demosaiced image and how long the call took.
+struct Output {
+    std::vector<std::uint8_t> bytes;    // 8-bit elements
+    std::vector<std::uint16_t> wide;    // 16-bit elements
+    double ms = 0;
+};
+
+Output run(const Frame& frame, const qzrcfa::Options& o, int repeat) {
+    const Image& im = frame.image;
+    const int depth = im.depth;
+    Output out;
+    const std::size_t out_count = qzrcfa::output_elements(im.width, im.height, o, depth);
+    qzrcfa::Result checked = qzrcfa::Result::success();
+    std::vector<double> times;
+    for (int i = 0; i < repeat; ++i) {
+        // The fourth element of bgra output keeps what the buffer held where the
+        // method leaves it: start opaque.
+        if (depth == 8) out.bytes.assign(out_count, 0xFF);
+        else out.wide.assign(out_count, 0xFFFF);
+        const auto start = std::chrono::steady_clock::now();
+        checked = depth == 8 ? qzrcfa::demosaic(qzrcfa::RawFrame(std::span(im.pixels), im.width, im.height),
+                                                qzrcfa::OutputImage(std::span(out.bytes)), o)
+                             : qzrcfa::demosaic(qzrcfa::RawFrame(std::span(im.wide), im.width, im.height),
+                                                qzrcfa::OutputImage(std::span(out.wide)), o);
+        times.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
+        if (!checked) throw std::runtime_error(checked.message());
+    }
+    std::nth_element(times.begin(), times.begin() + std::ptrdiff_t(times.size() / 2), times.end());
+    out.ms = times[times.size() / 2];
+    return out;
+}
+
+// The output as an upright RGB(A) or grey image for PNG and netpbm files.
+Image upright(const Output& out, int width, int height, const qzrcfa::Options& o, bool depth16) {
+    const int stride = o.format == qzrcfa::Format::Bgra32 ? 4 : o.format == qzrcfa::Format::Bgr24 ? 3 : 1;
+    Image im;
+    if (o.format == qzrcfa::Format::Grey) {
+        im = Image{width, height, 1, depth16 ? 16 : 8, {}, {}};
+        const std::size_t n = std::size_t(width) * std::size_t(height);
+        if (depth16) im.wide.assign(out.wide.begin(), out.wide.begin() + std::ptrdiff_t(n));
+        else im.pixels.assign(out.bytes.begin(), out.bytes.begin() + std::ptrdiff_t(n));
+    } else {
+        im = depth16 ? from_bgr16(out.wide.data(), width, height, stride, stride == 4)
+                     : from_bgr(out.bytes.data(), width, height, stride, stride == 4);
+    }
+    if (o.order == qzrcfa::RowOrder::BottomUp) {
+        const std::size_t row = std::size_t(width) * std::size_t(im.channels);
+        for (int y = 0; y < height / 2; ++y) {
+            const std::size_t a = std::size_t(y) * row, b = std::size_t(height - 1 - y) * row;
+            if (depth16) std::swap_ranges(im.wide.begin() + std::ptrdiff_t(a), im.wide.begin() + std::ptrdiff_t(a + row), im.wide.begin() + std::ptrdiff_t(b));
+            else std::swap_ranges(im.pixels.begin() + std::ptrdiff_t(a), im.pixels.begin() + std::ptrdiff_t(a + row), im.pixels.begin() + std::ptrdiff_t(b));
+        }
+    }
+    return im;
+}
+
+// Row order a request needs for its destination: BMP takes the bottom-up member where
+// the method has one.
+qzrcfa::Options options_for(const Settings& s, qzrcfa::Method m, const std::string& path, int depth) {
+    qzrcfa::Options o = s.options;
+    o.method = m;
+    if (extension(path) == "bmp" && !s.flip) {
+        qzrcfa::Options up = o;
+        up.order = qzrcfa::RowOrder::BottomUp;
+        if (qzrcfa::minimum_size(up, depth).width != 0) o = up;
+    }
+    return o;
+}
+
+void write_output(const std::string& path, const Output& out, const Frame& frame, const qzrcfa::Options& o) {
+    const Image& im = frame.image;
+    const bool depth16 = im.depth == 16;
+    if (extension(path) == "bmp") {
+        if (depth16) throw std::runtime_error(path + ": BMP holds 8-bit samples; write 16-bit output as .png or .ppm/.pgm");
+        const int bpp = o.format == qzrcfa::Format::Bgra32 ? 4 : o.format == qzrcfa::Format::Bgr24 ? 3 : 1;
+        write_bmp(path, out.bytes.data(), im.width, im.height, bpp, o.order == qzrcfa::RowOrder::BottomUp);
+        return;
+    }
+    write_image(path, upright(out, im.width, im.height, o, depth16));
+}
+
+std::string join(const std::string& dir, const std::string& name) { return (fs::path(dir) / name).string(); }
+
+void report_time(const Settings& s, const Frame& frame, qzrcfa::Method m, double ms) {
+    if (!s.time) return;
+    const double mp = double(frame.image.width) * double(frame.image.height) / 1e6;
+    std::printf("%s %s: %.3f ms per frame, %.1f MP/s\n", frame.name.c_str(), method_name(m).word, ms,
+                ms > 0 ? mp / (ms / 1000.0) : 0.0);
+    std::fflush(stdout);
+}
+
+std::vector<qzrcfa::Method> methods_for(const Settings& s, int depth) {
+    std::vector<qzrcfa::Method> out;
+    if (!s.all) return {s.options.method};
+    for (const MethodName& n : kMethodNames) {
+        qzrcfa::Options o = s.options;
+        o.method = n.method;
+        if (qzrcfa::minimum_size(o, depth).width != 0) out.push_back(n.method);
+    }
+    return out;
+}
+
+void process(const Settings& s, const std::string& path, Progress& progress) {
+    const Frame frame = load(s, path);
+    const int depth = frame.image.depth;
+    if (s.all && depth != 8)
+        throw std::runtime_error(path + ": --all compares the 8-bit methods; this frame has 16-bit samples");
+    std::vector<Tile> tiles;
+    Crop crop;
+    if (s.all) {
+        const int w = frame.image.width, h = frame.image.height;
+        crop = s.crop ? *s.crop : detailed_crop(frame.image.pixels.data(), w, h, 128);
+        crop.size = std::min({crop.size, w - std::min(crop.x, w), h - std::min(crop.y, h)});
+        if (crop.size < 2) throw std::runtime_error(path + ": the crop lies outside the " + std::to_string(w) + "x" + std::to_string(h) + " frame");
+        const std::string pattern(qzrcfa::to_string(s.options.pattern));
+        std::string label = "raw ";
+        label += pattern;
+        tiles.push_back({label, enlarge(mosaic_view(frame.image.pixels.data(), w, h, pattern), crop, 1)});
+    }
+    // Every method runs before anything is written, so a request that is refused
+    // (a frame too small for one of the methods) leaves no files at all.
+    struct Done {
+        qzrcfa::Method method;
+        qzrcfa::Options options;
+        std::string target;
+        Output out;
+    };
+    std::vector<Done> done;
+    for (qzrcfa::Method m : methods_for(s, depth)) {
+        std::string file = frame.name;
+        if (s.all) file.append("-").append(method_name(m).word);
+        file.append(".").append(s.type);
+        const std::string target = s.output.empty() ? join(s.output_dir, file) : s.output;
+        const qzrcfa::Options o = options_for(s, m, target, depth);
+        done.push_back({m, o, target, run(frame, o, s.repeat)});
+        progress.step(frame.name + " " + method_name(m).word);
+    }
+    for (const Done& d : done) {
+        write_output(d.target, d.out, frame, d.options);
+        report_time(s, frame, d.method, d.out.ms);
+        if (s.all)
+            tiles.push_back({method_name(d.method).label,
+                             enlarge(upright(d.out, frame.image.width, frame.image.height, d.options, false), crop, 1)});
+    }
+    if (s.all) {
+        // Enlarged so single pixels stay visible: tiles of about 256 pixels.
+        const int scale = std::max(1, 256 / std::max(1, crop.size));
+        for (Tile& t : tiles) t.image = enlarge(t.image, Crop{0, 0, crop.size}, scale);
+        const std::string target = s.montage.empty() ? join(s.output_dir, frame.name + "-montage.png") : s.montage;
+        write_png(target, montage(tiles, 4));
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Settings s;
+    try {
+        s = parse(argc, argv);
+        if (!s.output_dir.empty()) fs::create_directories(s.output_dir);
+    } catch (const UsageError& e) {
+        std::fprintf(stderr, "%s: %s\n", kProgram, e.what());
+        return 2;
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "%s: %s: %s\n", kProgram, s.output_dir.c_str(), e.what());
+        return 1;
+    }
+    const int steps = int(s.inputs.size()) * (s.all ? int(methods_for(s, 8).size()) : 1);
+    Progress progress(s.inputs.size() > 1 || s.all ? steps : 0);
+    int failed = 0;
+    for (const std::string& path : s.inputs) {
+        try {
+            process(s, path, progress);
+        } catch (const std::exception& e) {
+            progress.clear();
+            std::string message = e.what();
+            // Refusals from the checked interface do not name the file; add it.
+            if (message.rfind(path, 0) != 0) message = path + ": " + message;
+            std::fprintf(stderr, "%s: %s\n", kProgram, message.c_str());
+            ++failed;
+        }
+    }
+    return failed ? 1 : 0;
+}

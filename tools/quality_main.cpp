@@ -1,0 +1,169 @@
+// qzrcfa-quality: how faithfully each method restores colour. Every photograph is
+// turned into the raw frame a Bayer sensor would record (keeping one colour per
+// pixel), demosaiced with every method, and compared with the original: colour PSNR
+// over the red, green and blue samples, the outer border left out.
+//
+//   qzrcfa-quality [--pattern RGGB|BGGR|GRBG|GBRG|all] [--border N] [--flip] [--markdown] IMAGE...
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "image_io.h"
+#include "mosaic.h"
+#include "qzrcfa.hpp"
+#include "quality.h"
+
+namespace {
+
+using namespace qzrcfa::tools;
+
+const char kUsage[] =
+    "usage: qzrcfa-quality [--pattern RGGB|BGGR|GRBG|GBRG|all] [--border N] [--flip] [--markdown] IMAGE...\n"
+    "Mosaics each full-colour IMAGE (PNG, PPM) with the pattern (default RGGB; 'all' averages the four),\n"
+    "demosaics it with every method (bitCount 24; --flip: the bottom-up members) and prints the colour\n"
+    "PSNR in dB against the original, leaving out BORDER pixels on every side (default 4).\n";
+
+struct MethodRow {
+    const char* label;
+    qzrcfa::Method method;
+};
+
+constexpr MethodRow kMethods[] = {
+    {"nearest neighbour", qzrcfa::Method::NearestNeighbor}, {"bilinear", qzrcfa::Method::Bilinear},
+    {"edge sensing 1", qzrcfa::Method::EdgeSensing1},       {"edge sensing 2", qzrcfa::Method::EdgeSensing2},
+    {"laplacian", qzrcfa::Method::Laplacian},               {"laplacian 2", qzrcfa::Method::Laplacian2},
+    {"smooth hue", qzrcfa::Method::SmoothHue},
+};
+
+// PSNR of one method on one photograph and pattern; NaN when the method has no
+// export for the pattern and row order.
+double measure(const Image& rgb, const std::vector<std::uint8_t>& raw, qzrcfa::Options o, int border) {
+    if (qzrcfa::minimum_size(o).width == 0) return std::nan("");
+    std::vector<std::uint8_t> bgr(qzrcfa::output_elements(rgb.width, rgb.height, o));
+    const qzrcfa::Result r = qzrcfa::demosaic(qzrcfa::RawFrame(std::span(raw), rgb.width, rgb.height),
+                                              qzrcfa::OutputImage(bgr.data(), bgr.size()), o);
+    if (!r) throw std::runtime_error(r.message());
+    Image out = from_bgr(bgr.data(), rgb.width, rgb.height, 3);
+    if (o.order == qzrcfa::RowOrder::BottomUp) {
+        std::vector<std::uint8_t> rows(out.pixels.size());
+        const std::size_t row = std::size_t(out.width) * 3;
+        for (int y = 0; y < out.height; ++y)
+            std::copy_n(out.pixels.begin() + std::ptrdiff_t(std::size_t(y) * row), row,
+                        rows.begin() + std::ptrdiff_t(std::size_t(out.height - 1 - y) * row));
+        out.pixels = std::move(rows);
+    }
+    return colour_psnr(rgb, out, border);
+}
+
+std::string cell(double v) {
+    if (std::isnan(v)) return "-";
+    if (std::isinf(v)) return "inf";
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%.2f", v);
+    return buf;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::vector<std::string> paths;
+    std::vector<std::string> patterns = {"RGGB"};
+    int border = 4;
+    bool flip = false, markdown = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (arg == "-h" || arg == "--help") {
+            std::fputs(kUsage, stdout);
+            return 0;
+        } else if (arg == "--pattern" && i + 1 < argc) {
+            const std::string v = argv[++i];
+            if (v == "all") patterns = {"RGGB", "BGGR", "GRBG", "GBRG"};
+            else if (v == "RGGB" || v == "BGGR" || v == "GRBG" || v == "GBRG") patterns = {v};
+            else {
+                std::fprintf(stderr, "qzrcfa-quality: unknown --pattern value '%s'\n", v.c_str());
+                return 2;
+            }
+        } else if (arg == "--border" && i + 1 < argc) {
+            char* end = nullptr;
+            const long v = std::strtol(argv[++i], &end, 10);
+            if (*end != '\0' || v < 0 || v > 1000) {
+                std::fprintf(stderr, "qzrcfa-quality: --border takes a whole number from 0 to 1000\n");
+                return 2;
+            }
+            border = int(v);
+        } else if (arg == "--flip") {
+            flip = true;
+        } else if (arg == "--markdown") {
+            markdown = true;
+        } else if (!arg.empty() && arg[0] == '-') {
+            std::fprintf(stderr, "qzrcfa-quality: unknown option '%s'\n%s", arg.c_str(), kUsage);
+            return 2;
+        } else {
+            paths.push_back(arg);
+        }
+    }
+    if (paths.empty()) {
+        std::fputs(kUsage, stderr);
+        return 2;
+    }
+
+    // psnr[method][image]
+    std::vector<std::vector<double>> psnr(std::size(kMethods), std::vector<double>(paths.size()));
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        try {
+            const Image rgb = read_image(paths[i]);
+            if (rgb.channels < 3) throw std::runtime_error(paths[i] + ": not a colour image");
+            names.push_back(std::filesystem::path(paths[i]).stem().string());
+            for (std::size_t m = 0; m < std::size(kMethods); ++m) {
+                double sum = 0;
+                int n = 0;
+                for (const std::string& pattern : patterns) {
+                    qzrcfa::Options o;
+                    o.method = kMethods[m].method;
+                    o.pattern = pattern == "RGGB" ? qzrcfa::Pattern::RGGB
+                                : pattern == "BGGR" ? qzrcfa::Pattern::BGGR
+                                : pattern == "GRBG" ? qzrcfa::Pattern::GRBG
+                                                    : qzrcfa::Pattern::GBRG;
+                    o.order = flip ? qzrcfa::RowOrder::BottomUp : qzrcfa::RowOrder::TopDown;
+                    const double v = measure(rgb, mosaic(rgb, pattern), o, border);
+                    if (!std::isnan(v)) {
+                        sum += v;
+                        ++n;
+                    }
+                }
+                psnr[m][i] = n ? sum / n : std::nan("");
+            }
+        } catch (const std::exception& e) {
+            std::fprintf(stderr, "qzrcfa-quality: %s\n", e.what());
+            return 1;
+        }
+    }
+
+    // One row per method: PSNR per photograph and the mean over them.
+    std::printf(markdown ? "| method |" : "%-18s", markdown ? "" : "method");
+    for (const std::string& n : names) std::printf(markdown ? " %s |" : " %10s", n.c_str());
+    std::printf(markdown ? " mean |\n|---|" : " %10s\n", "mean");
+    if (markdown) {
+        for (std::size_t i = 0; i <= names.size(); ++i) std::printf("---:|");
+        std::printf("\n");
+    }
+    for (std::size_t m = 0; m < std::size(kMethods); ++m) {
+        double sum = 0;
+        bool complete = true;
+        for (double v : psnr[m]) {
+            if (std::isnan(v)) complete = false;
+            sum += v;
+        }
+        const double mean = complete ? sum / double(psnr[m].size()) : std::nan("");
+        std::printf(markdown ? "| %s |" : "%-18s", kMethods[m].label);
+        for (double v : psnr[m]) std::printf(markdown ? " %s |" : " %10s", cell(v).c_str());
+        std::printf(markdown ? " %s |\n" : " %10s\n", cell(mean).c_str());
+    }
+    return 0;
+}
