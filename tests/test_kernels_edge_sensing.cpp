@@ -9,48 +9,24 @@
 // kernel that reads past them shows under AddressSanitizer.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdint>
-#include <cstdio>
-#include <random>
-#include <vector>
-
-#include "detail/bayer.h"
-#include "detail/cpu.h"
 #include "detail/edge_sensing_rows.h"
-#include "detail/frame.h"
+#include "support/row_kernels.h"
 
-namespace qzrcfa::detail {
+namespace qzrcfa::test {
 namespace {
 
-struct Kernel {
-    const char* name;
-    Isa isa;
-    int lanes;  // columns per step
-    int (*fn)(const Row<std::uint8_t>&, const EdgeSensingRule&, int);
-};
+using detail::EdgeSensingRule;
+using detail::RowPhase;
+using KernelFn = int (*)(const Row<std::uint8_t>&, const EdgeSensingRule&, int);
+using Kernel = WideKernel<KernelFn>;
 
 const Kernel kKernels[] = {
-    {"SSE2", Isa::SSE2, 16, edge_sensing_columns_sse2},
-    {"AVX2", Isa::AVX2, 32, edge_sensing_columns_avx2},
+    {"SSE2", Isa::SSE2, 16, detail::edge_sensing_columns_sse2},
+    {"AVX2", Isa::AVX2, 32, detail::edge_sensing_columns_avx2},
 };
 
 // Every combination, the two no member uses included.
 const EdgeSensingRule kRules[] = {{true, false}, {false, false}, {false, true}, {true, true}};
-
-std::vector<std::uint8_t> random_bytes(std::size_t n, std::uint32_t seed, unsigned max = 255) {
-    std::mt19937 rng(seed);
-    std::vector<std::uint8_t> v(n);
-    for (auto& b : v) b = std::uint8_t(rng() % (max + 1));
-    return v;
-}
-
-std::vector<int> widths() {
-    std::vector<int> w;
-    for (int i = 3; i <= 100; ++i) w.push_back(i);
-    for (int i : {129, 130, 1000, 4001}) w.push_back(i);
-    return w;
-}
 
 struct Case {
     int width, stride, shift;
@@ -79,77 +55,49 @@ class RawRows {
     std::ptrdiff_t row_start_;
 };
 
-// Computes one output row: `kernel` first (if any), then the scalar kernel from the
-// column it returned. Returns that column.
-int compute(const Case& k, const RawRows& raw, const Kernel* kernel, std::vector<std::uint8_t>& out) {
-    Row<std::uint8_t> row{};
-    row.s = raw.row();
-    row.width = k.width;
-    row.d = out.data() + k.shift;
-    row.stride = k.stride;
-    row.r = k.r;
-    row.c_first = 1;
-    row.c_last = k.width - 2;
-    row.phase = row_phase(k.pattern, k.r);
-    const int c = kernel ? kernel->fn(row, k.rule, row.c_first) : row.c_first;
-    edge_sensing_columns_scalar(row, k.rule, c);
-    return c;
+// One output row: `kernel` first (if any), then the scalar kernel from the column it
+// returned, which is returned.
+auto row_of(const Case& k) {
+    return [k](const Kernel* kernel, std::uint8_t* out) {
+        const RawRows raw(k);
+        const Row<std::uint8_t> row = interior_row(raw.row(), k.width, out, k.stride, k.pattern, k.r);
+        const int c = kernel ? kernel->fn(row, k.rule, row.c_first) : row.c_first;
+        detail::edge_sensing_columns_scalar(row, k.rule, c);
+        return c;
+    };
 }
 
 TEST(EdgeSensingKernels, EveryIsaMatchesTheScalarKernelByteForByte) {
-    for (const Kernel& kernel : kKernels) {
-        if (!isa_available(kernel.isa)) {
-            std::printf("%s not available here: not tested\n", kernel.name);
-            continue;
-        }
-        for (int width : widths()) {
-            for (Pattern pattern : {Pattern::RGGB, Pattern::BGGR, Pattern::GRBG, Pattern::GBRG}) {
-                for (int r : {1, 2}) {
-                    for (const EdgeSensingRule& rule : kRules) {
-                        for (unsigned max : {255u, 3u}) {
-                            for (int stride : {3, 4}) {
+    for_each_available(kKernels, [](const Kernel& kernel) {
+        for (int width : kernel_widths())
+            for (Pattern pattern : kPatterns)
+                for (int r : {1, 2})
+                    for (const EdgeSensingRule& rule : kRules)
+                        for (unsigned max : {255u, 3u})
+                            for (int stride : {3, 4})
                                 for (int shift : {0, 1, 3}) {
                                     const Case k{width, stride, shift, pattern, r, rule, max};
-                                    const RawRows raw(k);
-                                    const auto background = random_bytes(std::size_t(width * stride + shift), std::uint32_t(width));
-                                    std::vector<std::uint8_t> expected(background), actual(background);
-                                    compute(k, raw, nullptr, expected);
-                                    const int handed_on = compute(k, raw, &kernel, actual);
-                                    ASSERT_EQ(actual, expected)
-                                        << kernel.name << " width " << width << " pattern " << int(pattern) << " r " << r
-                                        << " rule " << rule.directional_diagonal << rule.exchanged_green_sites << " max "
-                                        << max << " stride " << stride << " shift " << shift;
+                                    const int handed_on = expect_scalar_bytes(kernel, width, stride, shift, row_of(k));
+                                    ASSERT_FALSE(testing::Test::HasFailure())
+                                        << "pattern " << int(pattern) << " r " << r << " rule " << rule.directional_diagonal
+                                        << rule.exchanged_green_sites << " max " << max;
                                     // The wide kernel leaves the scalar kernel less than one step,
                                     // and besides it a green site at either end of the row.
-                                    const RowPhase phase = row_phase(pattern, r);
+                                    const RowPhase phase = detail::row_phase(pattern, r);
                                     const int ends = int(phase.green_at(1)) + int(phase.green_at(width - 2));
                                     ASSERT_GE(handed_on, 1);
                                     ASSERT_LT(width - 1 - handed_on, kernel.lanes + ends) << kernel.name << " width " << width;
                                 }
-                            }
-                        }
-                    }
-                }
-            }
-        }
-    }
+    });
 }
 
 // Pixel strides other than 3 and 4 are left whole to the scalar kernel.
 TEST(EdgeSensingKernels, OtherStridesAreLeftToTheScalarKernel) {
-    for (const Kernel& kernel : kKernels) {
-        if (!isa_available(kernel.isa)) continue;
-        for (int stride : {0, 1, 2, 5, 6}) {
-            const Case k{100, stride, 0, Pattern::RGGB, 1, {true, false}, 255};
-            const RawRows raw(k);
-            const auto background = random_bytes(std::size_t(100 * std::max(stride, 1) + 8), 3);
-            std::vector<std::uint8_t> expected(background), actual(background);
-            compute(k, raw, nullptr, expected);
-            EXPECT_EQ(compute(k, raw, &kernel, actual), 1) << kernel.name << " stride " << stride;
-            EXPECT_EQ(actual, expected) << kernel.name << " stride " << stride;
-        }
-    }
+    for_each_available(kKernels, [](const Kernel& kernel) {
+        for (int stride : {0, 1, 2, 5, 6})
+            EXPECT_EQ(expect_scalar_bytes(kernel, 100, stride, 0, row_of({100, stride, 0, Pattern::RGGB, 1, {true, false}, 255})), 1);
+    });
 }
 
 }  // namespace
-}  // namespace qzrcfa::detail
+}  // namespace qzrcfa::test
