@@ -481,19 +481,43 @@ QZRCFA_AVX2 QZRCFA_INLINE __m128i parity_words(__m128i plane, int parity) {
 QZRCFA_AVX2 QZRCFA_INLINE __m256 lanes8(__m128i plane, int parity) {
     return _mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(parity_words(plane, parity)));
 }
-// The same bytes packed into the low eight bytes.
-QZRCFA_AVX2 QZRCFA_INLINE __m128i parity_bytes(__m128i plane, int parity) {
-    const __m128i w = parity_words(plane, parity);
-    return _mm_packus_epi16(w, w);
-}
-
-// The saturating conversion, eight lanes, to the low eight bytes; see to_bytes.
-QZRCFA_AVX2 QZRCFA_INLINE __m128i to_bytes8(__m256 x, Saturation form) {
+// The saturating conversion, eight lanes, to integers in [0, 255]; see to_bytes.
+QZRCFA_AVX2 QZRCFA_INLINE __m256i to_ints8(__m256 x, Saturation form) {
     __m256 y = _mm256_min_ps(x, _mm256_set1_ps(kSaturationLimit));
     if (form == Saturation::GreaterThan) y = _mm256_andnot_ps(_mm256_cmp_ps(x, x, _CMP_UNORD_Q), y);
-    const __m256i v = _mm256_cvttps_epi32(y);
-    const __m128i w = _mm_packus_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
-    return _mm_packus_epi16(w, w);
+    return _mm256_cvttps_epi32(y);
+}
+
+// A plane from the values of its even and odd bytes (integers in [0, 255], eight
+// lanes each): lane i of both becomes the 16-bit word i, even byte first.
+QZRCFA_AVX2 QZRCFA_INLINE __m128i interleave_plane(__m256i even, __m256i odd) {
+    const __m256i words = _mm256_or_si256(even, _mm256_slli_epi32(odd, 8));
+    return _mm_packus_epi32(_mm256_castsi256_si128(words), _mm256_extracti128_si256(words, 1));
+}
+
+// Bytes of `yes` where the mask is set, of `no` elsewhere.
+QZRCFA_AVX2 QZRCFA_INLINE __m128i select_bytes(__m128i mask, __m128i yes, __m128i no) {
+    return _mm_or_si128(_mm_and_si128(mask, yes), _mm_andnot_si128(mask, no));
+}
+
+QZRCFA_AVX2 QZRCFA_INLINE __m128i shuffle(__m128i plane, const std::uint8_t* index) {
+    return _mm_shuffle_epi8(plane, _mm_load_si128(reinterpret_cast<const __m128i*>(index)));
+}
+
+// Stores 16 pixels of P (3 or 4) bytes from three planes: exactly 16 * P bytes, element
+// 3 of four-byte pixels unchanged.
+template <int P>
+QZRCFA_AVX2 QZRCFA_INLINE void store_block(std::uint8_t* px, __m128i blue, __m128i green, __m128i red) {
+    if constexpr (P == 3) {
+        const auto& index = kInterleave3.index;
+        for (int v = 0; v < 3; ++v) {
+            const __m128i out = _mm_or_si128(_mm_or_si128(shuffle(blue, index[v][0]), shuffle(green, index[v][1])),
+                                             shuffle(red, index[v][2]));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(px) + v, out);
+        }
+    } else {
+        store_pixels_sse2<P>(px, Planes<Bytes16>{(Bytes16)blue, (Bytes16)green, (Bytes16)red});
+    }
 }
 
 // Samples of one raw row for a block: columns c - 1, c and c + 1 of every pixel c.
@@ -522,6 +546,14 @@ QZRCFA_AVX2 void colour_row_avx2(const Row<std::uint8_t>& row, const SmoothHueRu
     const Saturation form = rule.saturation;
     const int w = row.width;
     const __m256 half = _mm256_set1_ps(0.5f), quarter = _mm256_set1_ps(0.25f);
+    // Bytes of the planes where a red or a blue site stores its own sample.
+    const __m128i even = _mm_load_si128(reinterpret_cast<const __m128i*>(kEvenLanes));
+    const __m128i parity_mask[2] = {even, _mm_xor_si128(even, _mm_set1_epi8(-1))};
+    __m128i red_samples = _mm_setzero_si128(), blue_samples = _mm_setzero_si128();
+    for (int k = 0; k < 2; ++k) {
+        if (site[k] == Site::Red) red_samples = _mm_or_si128(red_samples, parity_mask[k]);
+        if (site[k] == Site::Blue) blue_samples = _mm_or_si128(blue_samples, parity_mask[k]);
+    }
     int c = row.c_first;
     for (; c + 15 <= row.c_last; c += 16) {
         std::uint8_t* px = row.d + std::ptrdiff_t(c) * P;
@@ -529,8 +561,8 @@ QZRCFA_AVX2 void colour_row_avx2(const Row<std::uint8_t>& row, const SmoothHueRu
         const SpanBytes<P> above(px + row.up), here(px), below(px + row.down);
         const SamplePlanes su(s - w), sm(s), sd(s + w);
         const __m128i own_green = here.green();
-        __m128i blue[2] = {_mm_setzero_si128(), _mm_setzero_si128()};
-        __m128i red[2] = {_mm_setzero_si128(), _mm_setzero_si128()};
+        __m256i blue[2] = {_mm256_setzero_si256(), _mm256_setzero_si256()};
+        __m256i red[2] = {_mm256_setzero_si256(), _mm256_setzero_si256()};
         for (int k = 0; k < 2; ++k) {
             if (k == green) continue;
             const __m256 up_left = _mm256_div_ps(lanes8(su.left, k), lanes8(above.left(), k));
@@ -538,32 +570,31 @@ QZRCFA_AVX2 void colour_row_avx2(const Row<std::uint8_t>& row, const SmoothHueRu
             const __m256 down_left = _mm256_div_ps(lanes8(sd.left, k), lanes8(below.left(), k));
             const __m256 down_right = _mm256_div_ps(lanes8(sd.right, k), lanes8(below.right(), k));
             const __m256 sum = _mm256_add_ps(_mm256_add_ps(_mm256_add_ps(up_left, up_right), down_left), down_right);
-            const __m128i estimate = to_bytes8(_mm256_mul_ps(sum, _mm256_mul_ps(lanes8(own_green, k), quarter)), form);
-            const __m128i sample = parity_bytes(sm.here, k);
-            blue[k] = site[k] == Site::Red ? estimate : sample;
-            red[k] = site[k] == Site::Red ? sample : estimate;
+            const __m256i estimate = to_ints8(_mm256_mul_ps(sum, _mm256_mul_ps(lanes8(own_green, k), quarter)), form);
+            (site[k] == Site::Red ? blue : red)[k] = estimate;
         }
+        // The red plane of the red and blue sites: their samples or estimates.
+        __m128i red_plane = select_bytes(red_samples, sm.here, interleave_plane(red[0], red[1]));
         if (green >= 0) {
             const int k = green;
             __m128i left = here.left();
             if constexpr (P == 4) {
                 // Byte j of the red plane so far is the red element of pixel c0 + j.
-                const __m128i red_so_far = _mm_unpacklo_epi8(red[0], red[1]);
-                left = _mm_or_si128(_mm_and_si128(left, _mm_cvtsi32_si128(0xFF)), _mm_slli_si128(red_so_far, 1));
+                left = _mm_or_si128(_mm_and_si128(left, _mm_cvtsi32_si128(0xFF)), _mm_slli_si128(red_plane, 1));
             }
             const __m256 g_half = _mm256_mul_ps(lanes8(own_green, k), half);
             const __m256 q_up = _mm256_div_ps(lanes8(su.here, k), lanes8(above.green(), k));
             const __m256 q_down = _mm256_div_ps(lanes8(sd.here, k), lanes8(below.green(), k));
             const __m256 q_left = _mm256_div_ps(lanes8(sm.left, k), lanes8(left, k));
             const __m256 q_right = _mm256_div_ps(lanes8(sm.right, k), lanes8(here.right(), k));
-            const __m128i vertical = to_bytes8(_mm256_mul_ps(_mm256_add_ps(q_up, q_down), g_half), form);
-            const __m128i horizontal = to_bytes8(_mm256_mul_ps(_mm256_add_ps(q_left, q_right), g_half), form);
+            const __m256i vertical = to_ints8(_mm256_mul_ps(_mm256_add_ps(q_up, q_down), g_half), form);
+            const __m256i horizontal = to_ints8(_mm256_mul_ps(_mm256_add_ps(q_left, q_right), g_half), form);
             blue[k] = site[k] == Site::GreenOnRed ? vertical : horizontal;
             red[k] = site[k] == Site::GreenOnRed ? horizontal : vertical;
+            red_plane = select_bytes(red_samples, sm.here, interleave_plane(red[0], red[1]));
         }
-        const Planes<Bytes16> out{(Bytes16)_mm_unpacklo_epi8(blue[0], blue[1]), (Bytes16)own_green,
-                                  (Bytes16)_mm_unpacklo_epi8(red[0], red[1])};
-        store_pixels_sse2<P>(px, out);
+        const __m128i blue_plane = select_bytes(blue_samples, sm.here, interleave_plane(blue[0], blue[1]));
+        store_block<P>(px, blue_plane, own_green, red_plane);
     }
     if (c <= row.c_last) {
         Row<std::uint8_t> rest = row;
