@@ -121,12 +121,12 @@ std::vector<std::uint8_t> run(const SmoothHueCase& m, std::vector<std::uint8_t> 
     return out;
 }
 
-// Random frames of many sizes (the wider ones span several chunks of the vector
-// colour pass), full range and a range of 0..3 where zero greens (and with them
+// Random frames of many sizes (the wider ones span several blocks of the vector
+// kernels of both passes), full range and a range of 0..3 where zero greens (and with them
 // infinities and NaN) are common, into buffers of two different contents (with four
 // bytes per pixel the right-hand byte can be one the call never writes).
 TEST(SmoothHue, EveryMemberMatchesTheModelOnRandomFrames) {
-    const int widths[] = {2, 3, 4, 5, 6, 7, 8, 9, 10, 17, 26, 33};
+    const int widths[] = {2, 3, 4, 5, 6, 7, 8, 9, 10, 17, 26, 33, 34, 51, 70};
     for (const auto& m : kCases) {
         for (int P : {3, 4}) {
             for (unsigned max : {255u, 3u}) {

@@ -102,6 +102,15 @@ QZRCFA_INLINE __m128i squeeze_sse2(__m128i x) {
     return _mm_or_si128(_mm_move_epi64(pairs), upper);
 }
 
+// Sixteen pixels of four bytes (the fourth 0) as 48 bytes of three-byte pixels.
+QZRCFA_INLINE void squeeze3_sse2(const __m128i (&px)[4], __m128i (&w)[3]) {
+    const __m128i w0 = squeeze_sse2(px[0]), w1 = squeeze_sse2(px[1]);
+    const __m128i w2 = squeeze_sse2(px[2]), w3 = squeeze_sse2(px[3]);
+    w[0] = _mm_or_si128(w0, _mm_slli_si128(w1, 12));
+    w[1] = _mm_or_si128(_mm_srli_si128(w1, 4), _mm_slli_si128(w2, 8));
+    w[2] = _mm_or_si128(_mm_srli_si128(w2, 8), _mm_slli_si128(w3, 4));
+}
+
 // Element 3 keeps what the buffer held: it is read and stored back unchanged.
 QZRCFA_INLINE void store4_sse2(std::uint8_t* out, __m128i px) {
     const __m128i keep = _mm_set1_epi32(int(0xFF000000u));
@@ -118,12 +127,47 @@ QZRCFA_INLINE void store_pixels_sse2(std::uint8_t* out, const Planes<Bytes16>& p
     if constexpr (P == 4) {
         for (int i = 0; i < 4; ++i) store4_sse2(out + 16 * i, px[i]);
     } else {
-        const __m128i w0 = squeeze_sse2(px[0]), w1 = squeeze_sse2(px[1]);
-        const __m128i w2 = squeeze_sse2(px[2]), w3 = squeeze_sse2(px[3]);
+        __m128i w[3];
+        squeeze3_sse2(px, w);
         __m128i* at = reinterpret_cast<__m128i*>(out);
-        _mm_storeu_si128(at, _mm_or_si128(w0, _mm_slli_si128(w1, 12)));
-        _mm_storeu_si128(at + 1, _mm_or_si128(_mm_srli_si128(w1, 4), _mm_slli_si128(w2, 8)));
-        _mm_storeu_si128(at + 2, _mm_or_si128(_mm_srli_si128(w2, 8), _mm_slli_si128(w3, 4)));
+        for (int i = 0; i < 3; ++i) _mm_storeu_si128(at + i, w[i]);
+    }
+}
+
+// Byte masks of one element in 32 three-byte pixels: [element][byte].
+struct ElementMask3 {
+    std::uint8_t byte[3][96];
+};
+
+constexpr ElementMask3 make_element_mask3() {
+    ElementMask3 t{};
+    for (int e = 0; e < 3; ++e)
+        for (int i = 0; i < 96; ++i) t.byte[e][i] = i % 3 == e ? 0xFF : 0;
+    return t;
+}
+
+alignas(32) inline constexpr ElementMask3 kElementMask3 = make_element_mask3();
+
+// Stores element 1 (green) of 16 pixels of P (3 or 4) bytes at `out`. The other
+// elements of those pixels are read and stored back unchanged; nothing outside the
+// 16 * P bytes is touched.
+template <int P>
+QZRCFA_INLINE void store_green_sse2(std::uint8_t* out, const Bytes16& green) {
+    const Bytes16 none{};
+    __m128i px[4];
+    to_pixels_sse2(Planes<Bytes16>{none, green, none}, px);
+    __m128i* at = reinterpret_cast<__m128i*>(out);
+    if constexpr (P == 4) {
+        const __m128i keep = _mm_set1_epi32(int(0xFFFF00FFu));
+        for (int i = 0; i < 4; ++i)
+            _mm_storeu_si128(at + i, _mm_or_si128(_mm_and_si128(_mm_loadu_si128(at + i), keep), px[i]));
+    } else {
+        __m128i w[3];
+        squeeze3_sse2(px, w);
+        for (int i = 0; i < 3; ++i) {
+            const __m128i mask = _mm_load_si128(reinterpret_cast<const __m128i*>(kElementMask3.byte[kGreen] + 16 * i));
+            _mm_storeu_si128(at + i, _mm_or_si128(_mm_andnot_si128(mask, _mm_loadu_si128(at + i)), w[i]));
+        }
     }
 }
 
@@ -179,6 +223,40 @@ QZRCFA_AVX2 QZRCFA_INLINE void store_pixels_avx2(std::uint8_t* out, const Planes
         const __m256i px[4] = {_mm256_permute2x128_si256(q0, q1, 0x20), _mm256_permute2x128_si256(q2, q3, 0x20),
                                _mm256_permute2x128_si256(q0, q1, 0x31), _mm256_permute2x128_si256(q2, q3, 0x31)};
         const __m256i keep = _mm256_set1_epi32(int(0xFF000000u));
+        for (int i = 0; i < 4; ++i)
+            _mm256_storeu_si256(at + i, _mm256_or_si256(_mm256_and_si256(_mm256_loadu_si256(at + i), keep), px[i]));
+    }
+}
+
+// Stores element 1 (green) of 32 pixels of P (3 or 4) bytes at `out`, the other
+// elements of those pixels read and stored back unchanged; exactly 32 * P bytes.
+template <int P>
+QZRCFA_AVX2 QZRCFA_INLINE void store_green_avx2(std::uint8_t* out, const Bytes32& green) {
+    __m256i* at = reinterpret_cast<__m256i*>(out);
+    __m256i px[P];
+    if constexpr (P == 3) {
+        const auto& index = kInterleave3.index;
+        const __m256i o0 = shuffle_avx2(green, index[0][kGreen]);
+        const __m256i o1 = shuffle_avx2(green, index[1][kGreen]);
+        const __m256i o2 = shuffle_avx2(green, index[2][kGreen]);
+        px[0] = _mm256_permute2x128_si256(o0, o1, 0x20);
+        px[1] = _mm256_permute2x128_si256(o2, o0, 0x30);
+        px[2] = _mm256_permute2x128_si256(o1, o2, 0x31);
+        for (int i = 0; i < 3; ++i) {
+            const __m256i mask = _mm256_load_si256(reinterpret_cast<const __m256i*>(kElementMask3.byte[kGreen] + 32 * i));
+            _mm256_storeu_si256(at + i, _mm256_or_si256(_mm256_andnot_si256(mask, _mm256_loadu_si256(at + i)), px[i]));
+        }
+    } else {
+        const __m256i zero = _mm256_setzero_si256();
+        const __m256i g = (__m256i)green;
+        const __m256i zg_lo = _mm256_unpacklo_epi8(zero, g), zg_hi = _mm256_unpackhi_epi8(zero, g);
+        const __m256i q0 = _mm256_unpacklo_epi16(zg_lo, zero), q1 = _mm256_unpackhi_epi16(zg_lo, zero);
+        const __m256i q2 = _mm256_unpacklo_epi16(zg_hi, zero), q3 = _mm256_unpackhi_epi16(zg_hi, zero);
+        px[0] = _mm256_permute2x128_si256(q0, q1, 0x20);
+        px[1] = _mm256_permute2x128_si256(q2, q3, 0x20);
+        px[2] = _mm256_permute2x128_si256(q0, q1, 0x31);
+        px[3] = _mm256_permute2x128_si256(q2, q3, 0x31);
+        const __m256i keep = _mm256_set1_epi32(int(0xFFFF00FFu));
         for (int i = 0; i < 4; ++i)
             _mm256_storeu_si256(at + i, _mm256_or_si256(_mm256_and_si256(_mm256_loadu_si256(at + i), keep), px[i]));
     }
