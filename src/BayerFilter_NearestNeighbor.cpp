@@ -99,7 +99,71 @@ QZRCFA_AVX2 int columns_avx2(const Row<std::uint8_t>& row, const NearestForm& fo
     return c;
 }
 
+// 16-bit samples: the same rule on eight 16-bit lanes.
+typedef std::uint16_t Words8 __attribute__((vector_size(16)));
+
+alignas(16) constexpr std::uint16_t kEvenWords[8] = {0xFFFF, 0, 0xFFFF, 0, 0xFFFF, 0, 0xFFFF, 0};
+
+QZRCFA_INLINE Words8 load_words(const std::uint16_t* p) {
+    Words8 v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+// Eight pixels of P (3 or 4) 16-bit elements from the blue, green and red planes:
+// exactly 8 * P elements are stored, element 3 of four-element pixels unchanged.
+template <int P>
+QZRCFA_INLINE void store_pixels16_sse2(std::uint16_t* out, const Words8& b, const Words8& g, const Words8& r) {
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i bg_lo = _mm_unpacklo_epi16((__m128i)b, (__m128i)g), bg_hi = _mm_unpackhi_epi16((__m128i)b, (__m128i)g);
+    const __m128i r_lo = _mm_unpacklo_epi16((__m128i)r, zero), r_hi = _mm_unpackhi_epi16((__m128i)r, zero);
+    // Two pixels of four elements (the fourth 0) in each.
+    const __m128i px[4] = {_mm_unpacklo_epi32(bg_lo, r_lo), _mm_unpackhi_epi32(bg_lo, r_lo),
+                           _mm_unpacklo_epi32(bg_hi, r_hi), _mm_unpackhi_epi32(bg_hi, r_hi)};
+    __m128i* at = reinterpret_cast<__m128i*>(out);
+    if constexpr (P == 4) {
+        const __m128i keep = _mm_set1_epi64x(std::int64_t(0xFFFF000000000000ull));
+        for (int i = 0; i < 4; ++i) _mm_storeu_si128(at + i, _mm_or_si128(_mm_and_si128(_mm_loadu_si128(at + i), keep), px[i]));
+    } else {
+        // Each pair squeezed to its 12 bytes, then four pairs packed into 48 bytes.
+        const __m128i first = _mm_set_epi32(0, 0, 0x0000FFFF, -1);
+        const __m128i second = _mm_set_epi32(0, -1, int(0xFFFF0000u), 0);
+        __m128i w[4];
+        for (int i = 0; i < 4; ++i)
+            w[i] = _mm_or_si128(_mm_and_si128(px[i], first), _mm_and_si128(_mm_srli_si128(px[i], 2), second));
+        _mm_storeu_si128(at, _mm_or_si128(w[0], _mm_slli_si128(w[1], 12)));
+        _mm_storeu_si128(at + 1, _mm_or_si128(_mm_srli_si128(w[1], 4), _mm_slli_si128(w[2], 8)));
+        _mm_storeu_si128(at + 2, _mm_or_si128(_mm_srli_si128(w[2], 8), _mm_slli_si128(w[3], 4)));
+    }
+}
+
+template <int P>
+int columns16_sse2(const Row<std::uint16_t>& row, const NearestForm& form, int c) {
+    Words8 green = load_words(kEvenWords);
+    if (!row.phase.green_at(c)) green = ~green;
+    for (; c + 7 <= row.c_last; c += 8) {
+        const std::uint16_t* s = row.s + c;
+        const std::uint16_t* below = s + row.width;
+        const Words8 here = load_words(s), beside = load_words(s + form.dc);
+        const Words8 under = load_words(below), under_beside = load_words(below + form.dc);
+        const Words8 colour = select(green, beside, here);
+        const Words8 other = select(green, under, under_beside);
+        const Words8 upper_green = select(green, here, beside);
+        const Words8 g = form.average_green ? mean2(upper_green, select(green, under_beside, under)) : upper_green;
+        std::uint16_t* out = row.d + std::ptrdiff_t(c) * P;
+        if (row.phase.colour == kRed) store_pixels16_sse2<P>(out, other, g, colour);
+        else store_pixels16_sse2<P>(out, colour, g, other);
+    }
+    return c;
+}
+
 }  // namespace
+
+int nearest_columns_sse2(const Row<std::uint16_t>& row, const NearestForm& form, int c) {
+    if (row.stride == 3) return columns16_sse2<3>(row, form, c);
+    if (row.stride == 4) return columns16_sse2<4>(row, form, c);
+    return c;
+}
 
 int nearest_columns_sse2(const Row<std::uint8_t>& row, const NearestForm& form, int c) {
     if (row.stride == 3) return columns_sse2<3>(row, form, c);
@@ -118,6 +182,7 @@ int nearest_columns_avx2(const Row<std::uint8_t>& row, const NearestForm& form, 
 #else
 
 int nearest_columns_sse2(const Row<std::uint8_t>&, const NearestForm&, int c) { return c; }
+int nearest_columns_sse2(const Row<std::uint16_t>&, const NearestForm&, int c) { return c; }
 int nearest_columns_avx2(const Row<std::uint8_t>&, const NearestForm&, int c) { return c; }
 
 #endif
@@ -133,7 +198,11 @@ void nearest_row8(const Row<std::uint8_t>& row, const NearestForm& form) {
     }
 }
 
-void nearest_row16(const Row<std::uint16_t>& row, const NearestForm& form) { nearest_columns(row, form, row.c_first); }
+void nearest_row16(const Row<std::uint16_t>& row, const NearestForm& form) {
+    int c = row.c_first;
+    if (best_isa() != Isa::Scalar) c = nearest_columns_sse2(row, form, c);
+    nearest_columns(row, form, c);
+}
 
 using NearestMember = Member<std::uint8_t, NearestForm>;
 

@@ -4,6 +4,9 @@
 // past them shows under AddressSanitizer.
 #include <gtest/gtest.h>
 
+#include <random>
+#include <vector>
+
 #include "detail/nearest_rows.h"
 #include "support/row_kernels.h"
 
@@ -57,6 +60,43 @@ TEST(NearestKernels, OtherStridesAreLeftToTheScalarKernel) {
         for (int stride : {1, 2, 5, 6})
             EXPECT_EQ(expect_scalar_bytes(kernel, 100, stride, 0, row_of(100, stride, 0, Pattern::RGGB, 1, kForms[0])), 1);
     });
+}
+
+// 16-bit samples: the SSE2 kernel, finished by the scalar kernel, against the scalar
+// kernel alone, on exactly sized raw rows (16-bit members all use the left-hand form;
+// the others are checked too).
+TEST(NearestKernels, SixteenBitSse2MatchesTheScalarKernel) {
+    if (!detail::isa_available(Isa::SSE2)) GTEST_SKIP() << "no SSE2 here";
+    std::mt19937 rng(5);
+    for (const NearestForm& form : kForms)
+        for (int width : kernel_widths())
+            for (Pattern pattern : kPatterns)
+                for (int r : {1, 2})
+                    for (int stride : {3, 4}) {
+                        std::vector<std::uint16_t> raw(std::size_t(2 * width)), expected(std::size_t(width * stride));
+                        for (auto& v : raw) v = std::uint16_t(rng());
+                        for (auto& v : expected) v = std::uint16_t(rng());
+                        std::vector<std::uint16_t> actual(expected);
+                        auto run = [&](bool wide, std::vector<std::uint16_t>& out) {
+                            Row<std::uint16_t> row{};
+                            row.s = raw.data();
+                            row.width = width;
+                            row.d = out.data();
+                            row.stride = stride;
+                            row.r = r;
+                            row.c_first = 1;
+                            row.c_last = width - 2;
+                            row.phase = detail::row_phase(pattern, r);
+                            const int c = wide ? detail::nearest_columns_sse2(row, form, 1) : 1;
+                            detail::nearest_columns_scalar(row, form, c);
+                            return c;
+                        };
+                        run(false, expected);
+                        const int handed_on = run(true, actual);
+                        ASSERT_EQ(actual, expected) << "width " << width << " pattern " << int(pattern) << " r " << r
+                                                    << " stride " << stride << " form dc=" << form.dc;
+                        ASSERT_LT(width - 1 - handed_on, 8) << "width " << width;
+                    }
 }
 
 }  // namespace

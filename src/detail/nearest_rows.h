@@ -29,4 +29,8 @@ int nearest_columns_scalar(const Row<std::uint16_t>& row, const NearestForm& for
 int nearest_columns_sse2(const Row<std::uint8_t>& row, const NearestForm& form, int c);
 int nearest_columns_avx2(const Row<std::uint8_t>& row, const NearestForm& form, int c);
 
+// 16-bit samples and elements, 8 columns at a time (the x86-64 baseline); strides 3
+// and 4 as above.
+int nearest_columns_sse2(const Row<std::uint16_t>& row, const NearestForm& form, int c);
+
 }  // namespace qzrcfa::detail
