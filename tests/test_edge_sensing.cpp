@@ -82,20 +82,6 @@ std::vector<std::uint8_t> model(const EdgeCase& m, std::vector<std::uint8_t> raw
     return out;
 }
 
-std::size_t pixel_at(int W, int H, bool flip, int r, int c, int P) {
-    return std::size_t(((flip ? H - 1 - r : r) * W + c) * P);
-}
-
-// Every width and height from 2 to 10, and rows wide enough for the vector kernels
-// with every remainder that a 32- and a 16-column step can leave.
-std::vector<std::pair<int, int>> model_sizes() {
-    std::vector<std::pair<int, int>> sizes;
-    for (int H = 2; H <= 10; ++H)
-        for (int W = 2; W <= 10; ++W) sizes.emplace_back(W, H);
-    for (int W = 33; W <= 70; ++W) sizes.emplace_back(W, 4);
-    return sizes;
-}
-
 // Full-range samples rarely tie; samples 0..3 tie often.
 TEST(EdgeSensing, EveryMemberMatchesTheModelOnRandomFrames) {
     for (const auto& m : kCases) {

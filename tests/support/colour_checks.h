@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/arena.h"
@@ -74,6 +75,40 @@ inline std::vector<int> element_three_not(Colour8 fn, int width, int height, std
         if (!last_of_middle_row && out[std::size_t(p * 4 + 3)] != expected) wrong.push_back(p);
     }
     return wrong;
+}
+
+// Element offset of pixel (r, c) of raw row r in a width x height image of P-element
+// pixels, top-down or bottom-up.
+inline std::size_t pixel_at(int W, int H, bool flip, int r, int c, int P) {
+    return std::size_t(((flip ? H - 1 - r : r) * W + c) * P);
+}
+
+// Frame sizes for model tests: every width and height from 2 to 10, and rows wide
+// enough for the vector kernels with every remainder a 32- and a 16-column step can
+// leave.
+inline std::vector<std::pair<int, int>> model_sizes() {
+    std::vector<std::pair<int, int>> sizes;
+    for (int H = 2; H <= 10; ++H)
+        for (int W = 2; W <= 10; ++W) sizes.emplace_back(W, H);
+    for (int W = 33; W <= 70; ++W) sizes.emplace_back(W, 4);
+    return sizes;
+}
+
+// The bitCounts from 25 to 31 whose output differs from bitCount 24's (only
+// bitCount >> 3 is meant to matter, so none should), for a width x height frame.
+template <class T>
+std::vector<unsigned short> bitcounts_unlike_24(int (*fn)(T*, int, int, T*, unsigned short), int width, int height,
+                                                std::uint32_t seed) {
+    std::vector<T> raw = random_frame<T>(width, height, seed);
+    Arena<T> reference(std::size_t(width * height * 3), T(0x1234));
+    fn(raw.data(), width, height, reference.data(), 24);
+    std::vector<unsigned short> unlike;
+    for (unsigned short bits = 25; bits <= 31; ++bits) {
+        Arena<T> out(std::size_t(width * height * 3), T(0x1234));
+        fn(raw.data(), width, height, out.data(), bits);
+        if (!out.differences(reference).empty()) unlike.push_back(bits);
+    }
+    return unlike;
 }
 
 }  // namespace qzrcfa::test
