@@ -82,17 +82,13 @@ QZRCFA_AVX2 int columns_avx2(const Row<std::uint8_t>& row, int c) {
 }  // namespace
 
 int bilinear_columns_sse2(const Row<std::uint8_t>& row, int c) {
-    if (row.stride == 3) return columns_sse2<3>(row, c);
-    if (row.stride == 4) return columns_sse2<4>(row, c);
-    return c;
+    return for_stride(row.stride, c, [&]<int P>() { return columns_sse2<P>(row, c); });
 }
 
 // Compiled for the baseline, so that it may be called on any processor.
 int bilinear_columns_avx2(const Row<std::uint8_t>& row, int c) {
     if (!isa_available(Isa::AVX2)) return c;
-    if (row.stride == 3) return columns_avx2<3>(row, c);
-    if (row.stride == 4) return columns_avx2<4>(row, c);
-    return c;
+    return for_stride(row.stride, c, [&]<int P>() { return columns_avx2<P>(row, c); });
 }
 
 #else

@@ -167,19 +167,17 @@ QZRCFA_AVX2 int columns_avx2(const Row<std::uint8_t>& row, const EdgeSensingRule
 }  // namespace
 
 int edge_sensing_columns_sse2(const Row<std::uint8_t>& row, const EdgeSensingRule& rule, int c) {
-    const bool directional = rule.directional_diagonal;
-    if (row.stride == 3) return directional ? columns_sse2<3, true>(row, rule, c) : columns_sse2<3, false>(row, rule, c);
-    if (row.stride == 4) return directional ? columns_sse2<4, true>(row, rule, c) : columns_sse2<4, false>(row, rule, c);
-    return c;
+    return for_stride(row.stride, c, [&]<int P>() {
+        return rule.directional_diagonal ? columns_sse2<P, true>(row, rule, c) : columns_sse2<P, false>(row, rule, c);
+    });
 }
 
 // Compiled for the baseline, so that it may be called on any processor.
 int edge_sensing_columns_avx2(const Row<std::uint8_t>& row, const EdgeSensingRule& rule, int c) {
     if (!isa_available(Isa::AVX2)) return c;
-    const bool directional = rule.directional_diagonal;
-    if (row.stride == 3) return directional ? columns_avx2<3, true>(row, rule, c) : columns_avx2<3, false>(row, rule, c);
-    if (row.stride == 4) return directional ? columns_avx2<4, true>(row, rule, c) : columns_avx2<4, false>(row, rule, c);
-    return c;
+    return for_stride(row.stride, c, [&]<int P>() {
+        return rule.directional_diagonal ? columns_avx2<P, true>(row, rule, c) : columns_avx2<P, false>(row, rule, c);
+    });
 }
 
 #else

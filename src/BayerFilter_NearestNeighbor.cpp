@@ -160,23 +160,17 @@ int columns16_sse2(const Row<std::uint16_t>& row, const NearestForm& form, int c
 }  // namespace
 
 int nearest_columns_sse2(const Row<std::uint16_t>& row, const NearestForm& form, int c) {
-    if (row.stride == 3) return columns16_sse2<3>(row, form, c);
-    if (row.stride == 4) return columns16_sse2<4>(row, form, c);
-    return c;
+    return for_stride(row.stride, c, [&]<int P>() { return columns16_sse2<P>(row, form, c); });
 }
 
 int nearest_columns_sse2(const Row<std::uint8_t>& row, const NearestForm& form, int c) {
-    if (row.stride == 3) return columns_sse2<3>(row, form, c);
-    if (row.stride == 4) return columns_sse2<4>(row, form, c);
-    return c;
+    return for_stride(row.stride, c, [&]<int P>() { return columns_sse2<P>(row, form, c); });
 }
 
 // Compiled for the baseline, so that it may be called on any processor.
 int nearest_columns_avx2(const Row<std::uint8_t>& row, const NearestForm& form, int c) {
     if (!isa_available(Isa::AVX2)) return c;
-    if (row.stride == 3) return columns_avx2<3>(row, form, c);
-    if (row.stride == 4) return columns_avx2<4>(row, form, c);
-    return c;
+    return for_stride(row.stride, c, [&]<int P>() { return columns_avx2<P>(row, form, c); });
 }
 
 #else

@@ -134,16 +134,12 @@ QZRCFA_AVX2 int green_columns_avx2(const Row<std::uint8_t>& row, int c) {
 }
 
 int green_columns_sse2(const Row<std::uint8_t>& row, int c) {
-    if (row.stride == 3) return green_columns_sse2<3>(row, c);
-    if (row.stride == 4) return green_columns_sse2<4>(row, c);
-    return c;
+    return for_stride(row.stride, c, [&]<int P>() { return green_columns_sse2<P>(row, c); });
 }
 
 int green_columns_avx2(const Row<std::uint8_t>& row, int c) {
     if (!isa_available(Isa::AVX2)) return c;
-    if (row.stride == 3) return green_columns_avx2<3>(row, c);
-    if (row.stride == 4) return green_columns_avx2<4>(row, c);
-    return c;
+    return for_stride(row.stride, c, [&]<int P>() { return green_columns_avx2<P>(row, c); });
 }
 
 #else

@@ -32,6 +32,16 @@ namespace qzrcfa::detail {
 typedef std::uint8_t Bytes16 __attribute__((vector_size(16)));
 typedef std::uint8_t Bytes32 __attribute__((vector_size(32)));
 
+// The wide kernels are written for pixel strides 3 and 4 as a template parameter:
+// runs `kernel.template operator()<P>()` for those two and leaves any other stride
+// whole to the next kernel by returning `c` unchanged.
+template <class Kernel>
+QZRCFA_INLINE int for_stride(int stride, int c, Kernel&& kernel) {
+    if (stride == 3) return kernel.template operator()<3>();
+    if (stride == 4) return kernel.template operator()<4>();
+    return c;
+}
+
 template <class V>
 QZRCFA_INLINE V load(const std::uint8_t* p) {
     V v;
