@@ -13,6 +13,7 @@
 #include <cstdint>
 
 #include "detail/bayer.h"
+#include "detail/border.h"
 #include "detail/frame.h"
 #include "qzrcfa.h"
 
@@ -345,3 +346,12 @@ QZRCFA_API int QZRCFA_NearestNeighbor_Edge2_GBRG_Flip(unsigned char* src, int wi
 }
 
 }  // extern "C"
+
+// The hidden aliases the frame driver tells its own border fills by (detail/border.h).
+#define QZRCFA_DEFINE_OWN_BORDER(suffix, T)                                                                     \
+    int qzrcfa_own_##suffix(T* src, int width, int height, T* dst, unsigned short bitCount)                   \
+        __attribute__((alias("QZRCFA_NearestNeighbor_" #suffix)));
+
+extern "C" {
+QZRCFA_BORDER_FILLS(QZRCFA_DEFINE_OWN_BORDER)
+}

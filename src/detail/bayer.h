@@ -4,6 +4,11 @@
 
 #include <cstdint>
 
+// Helpers in the internal headers are always inlined. The instruction-set kernel files
+// include these headers too, each compiled for its own instruction set; an out-of-line
+// copy built there must never be the one that code for the baseline links to.
+#define QZRCFA_INLINE [[gnu::always_inline]] inline
+
 namespace qzrcfa::detail {
 
 enum class Pattern : std::uint8_t { RGGB, BGGR, GRBG, GBRG };
@@ -17,7 +22,7 @@ inline constexpr int kRed = 2;
 
 // Colour measured at raw position (r, c), by the phase (r mod 2, c mod 2) counted
 // from the first sample in memory.
-constexpr Site site_at(Pattern p, int r, int c) {
+QZRCFA_INLINE constexpr Site site_at(Pattern p, int r, int c) {
     const bool odd_r = (r & 1) != 0;
     const bool odd_c = (c & 1) != 0;
     switch (p) {
@@ -33,7 +38,7 @@ constexpr Site site_at(Pattern p, int r, int c) {
     return Site::Red;
 }
 
-constexpr bool is_green(Site s) { return s == Site::GreenOnRed || s == Site::GreenOnBlue; }
+QZRCFA_INLINE constexpr bool is_green(Site s) { return s == Site::GreenOnRed || s == Site::GreenOnBlue; }
 
 // What a kernel needs to know about one raw row: the non-green colour that occurs in
 // it (as the element it lands in) and whether its even columns are green. Row kernels
@@ -42,15 +47,15 @@ struct RowPhase {
     int colour;        // kRed or kBlue: the non-green colour measured in this row
     bool green_even;   // even columns of this row are green sites
 
-    constexpr int other() const { return 2 - colour; }  // the colour measured only in the rows next to it
-    constexpr bool green_at(int c) const { return ((c & 1) == 0) == green_even; }
-    constexpr Site site(int c) const {
+    QZRCFA_INLINE constexpr int other() const { return 2 - colour; }  // the colour measured only in the rows next to it
+    QZRCFA_INLINE constexpr bool green_at(int c) const { return ((c & 1) == 0) == green_even; }
+    QZRCFA_INLINE constexpr Site site(int c) const {
         if (green_at(c)) return colour == kRed ? Site::GreenOnRed : Site::GreenOnBlue;
         return colour == kRed ? Site::Red : Site::Blue;
     }
 };
 
-constexpr RowPhase row_phase(Pattern p, int r) {
+QZRCFA_INLINE constexpr RowPhase row_phase(Pattern p, int r) {
     const Site s0 = site_at(p, r, 0);
     const Site s1 = site_at(p, r, 1);
     const Site colour_site = is_green(s0) ? s1 : s0;

@@ -2,17 +2,36 @@
 //
 // An exported entry point names one member description and hands it, with its five
 // arguments, to demosaic(). The driver does what every colour member does around its
-// kernel: the optional pre-fill, the call of the member's border fill through its
-// exported entry point, the height guard and the row passes. A row kernel computes one
-// output row and knows nothing about frames, so a faster kernel can stand in for a
-// scalar one row by row.
+// kernels: the optional pre-fill, the call of the member's border fill through its
+// exported entry point, the height guard and the row passes. It picks the kernel set
+// of the processor's instruction set once per call; row kernels compute one output row
+// and know nothing about frames.
+//
+// Pre-fill with 255. Filling the whole output and then computing it writes the frame
+// twice. When the border fill the member calls is the library's own (an application
+// may interpose it), the driver fills only what no later write covers: the rows and
+// columns outside the first pass's interior, and what the fill reaches past the image.
+// The first pass then writes every element of its pixels, 255 where the method leaves
+// an element alone. The bytes come out as the literal sequence leaves them: the border
+// fill writes nothing inside that interior and reads nothing, the passes read only
+// what the literal sequence had written or filled when they read it. An interposed
+// border fill may write and read anything, so for it the literal sequence runs.
+//
+// Two passes. The second pass of a member reads, around row r, only the output rows of
+// raw rows r - 1 .. r + 1, and the first pass reads no output and writes only its own
+// row. So the second pass runs one row behind the first instead of after it: when it
+// reads a row, the first pass has written it and the second has not (or, for the rows
+// above, has), exactly as after a full first pass, while the rows it works on are
+// still in the cache.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
 #include "detail/bayer.h"
+#include "detail/kernels.h"
 
 namespace qzrcfa::detail {
 
@@ -55,31 +74,13 @@ constexpr std::ptrdiff_t row_offset(int row, int width, int stride) {
     return std::ptrdiff_t(row) * width * stride;
 }
 
-// One raw row handed to a row kernel.
-template <class T>
-struct Row {
-    const T* s;             // raw sample (r, 0); s[-width] and s[+width] are the rows around it
-    int width;              // samples per raw row
-    T* d;                   // first element of the output row that raw row r lands in
-    std::ptrdiff_t up;      // elements from d to the output row of raw row r - 1
-    std::ptrdiff_t down;    // elements from d to the output row of raw row r + 1
-    int stride;             // elements per output pixel
-    int r;                  // raw row index
-    int c_first, c_last;    // inclusive column range to compute
-    RowPhase phase;         // colours of raw row r
-    int height;             // raw rows in the frame (a kernel whose reads reach past the
-                            // last row can tell which rows need a guarded path)
-};
-
-template <class T, class Params>
-using RowFn = void (*)(const Row<T>& row, const Params& params);
-
-// One sweep over the interior. Rows and columns margin .. size - 1 - margin are
-// computed, displaced by `shift` rows and columns; a row is skipped whole when
-// width <= 2 * margin. Passes run one after the other over the whole frame.
+// One sweep over the interior: rows and columns margin .. size - 1 - margin, displaced
+// by `shift` rows and columns; skipped whole when width <= 2 * margin. The reference
+// kernel finishes what the kernel set's column kernel (`wide`) leaves of a row.
 template <class T, class Params>
 struct Pass {
-    RowFn<T, Params> kernel = nullptr;
+    ColumnKernel<T, Params> reference = nullptr;
+    ColumnKernel<T, Params> KernelSet::*wide = nullptr;
     int margin = 1;
     int shift = 0;
 };
@@ -90,46 +91,143 @@ struct Member {
     Pattern pattern;
     bool flip;
     Prefill prefill;
-    ColourFn<T> border;  // exported border fill of the member's pattern and suffix
-    int min_height;      // below this the member returns after the border fill
-    Params params;       // the method's own per-member data
+    ColourFn<T> border;      // exported border fill of the member's pattern and suffix
+    ColourFn<T> own_border;  // the library's own definition of it
+    int min_height;          // below this the member returns after the border fill
+    Params params;           // the method's own per-member data
     Pass<T, Params> passes[2];
 };
 
+// Raw rows and columns, inclusive.
+struct Region {
+    int r0, r1, c0, c1;
+    bool contains_row(int r) const { return r >= r0 && r <= r1; }
+};
+
+// One call's frame: what the passes need besides the member.
+template <class T, class Params>
+struct Frame {
+    const Member<T, Params>& m;
+    const KernelSet& kernels;
+    const T* src;
+    int width, height;
+    T* dst;
+    int stride;
+    bool fused;    // the pre-fill is left to the first pass inside `white`
+    Region white;  // where the first pass writes whole pixels
+
+    Region pass_region(const Pass<T, Params>& pass) const {
+        return {pass.margin + pass.shift, height - 1 - pass.margin + pass.shift, pass.margin + pass.shift,
+                width - 1 - pass.margin + pass.shift};
+    }
+
+    void run(const Pass<T, Params>& pass, int r, int c_first, int c_last, bool white_pixels) const {
+        if (c_first > c_last) return;
+        const std::ptrdiff_t out_row = row_offset(1, width, stride);
+        Row<T> row;
+        row.s = src + std::ptrdiff_t(r) * width;
+        row.width = width;
+        row.d = dst + row_offset(output_row(r, height, m.flip), width, stride);
+        row.up = m.flip ? out_row : -out_row;
+        row.down = -row.up;
+        row.stride = stride;
+        row.r = r;
+        row.c_first = c_first;
+        row.c_last = c_last;
+        row.phase = row_phase(m.pattern, r);
+        row.height = height;
+        row.white = white_pixels;
+        pass.reference(row, m.params, (kernels.*pass.wide)(row, m.params, c_first));
+    }
+
+    // Row r of a pass: whole pixels inside the white region of the first pass, the
+    // method's own elements elsewhere, left to right.
+    void run_row(int pass_index, int r) const {
+        const Pass<T, Params>& pass = m.passes[pass_index];
+        const Region all = pass_region(pass);
+        if (!fused || pass_index != 0 || !white.contains_row(r)) return run(pass, r, all.c0, all.c1, false);
+        run(pass, r, all.c0, white.c0 - 1, false);
+        run(pass, r, white.c0, white.c1, true);
+        run(pass, r, white.c1 + 1, all.c1, false);
+    }
+
+    // Rows r_begin .. r_end - 1 of the frame's passes, in an order that gives the bytes
+    // of running each pass over them in turn (see the file's opening comment).
+    void run_rows(int r_begin, int r_end) const {
+        const Pass<T, Params>& first = m.passes[0];
+        if (width <= 2 * first.margin) return;
+        const Region a = pass_region(first);
+        const int a_begin = std::max(r_begin, a.r0), a_end = std::min(r_end, a.r1 + 1);
+        if (m.passes[1].reference == nullptr || width <= 2 * m.passes[1].margin) {
+            for (int r = a_begin; r < a_end; ++r) run_row(0, r);
+            return;
+        }
+        const Region b = pass_region(m.passes[1]);
+        int next = a_begin;
+        for (int r = std::max(r_begin, b.r0); r < std::min(r_end, b.r1 + 1); ++r) {
+            for (; next < std::min(a_end, r + 2); ++next) run_row(0, next);
+            run_row(1, r);
+        }
+        for (; next < a_end; ++next) run_row(0, next);
+    }
+};
+
+// Fills with 255 every byte of the first `fill` bytes of dst except the pixels of the
+// white region.
+inline void fill_outside(std::uint8_t* dst, int width, int height, bool flip, int stride, std::size_t fill,
+                         const Region& white) {
+    const std::size_t row = std::size_t(width) * std::size_t(stride);
+    const int first = std::min(output_row(white.r0, height, flip), output_row(white.r1, height, flip));
+    const int last = std::max(output_row(white.r0, height, flip), output_row(white.r1, height, flip));
+    const std::size_t left = std::size_t(white.c0) * std::size_t(stride);
+    const std::size_t right = std::size_t(white.c1 + 1) * std::size_t(stride);
+    std::memset(dst, 255, std::size_t(first) * row);
+    for (int y = first; y <= last; ++y) {
+        std::uint8_t* line = dst + std::size_t(y) * row;
+        std::memset(line, 255, left);
+        std::memset(line + right, 255, row - right);
+    }
+    const std::size_t done = std::size_t(last + 1) * row;
+    std::memset(dst + done, 255, fill - done);
+}
+
+// Whether the 255 pre-fill of a call may be left to its passes: the member's border
+// fill is the library's own, the pixels are three or four bytes (the wide stores'
+// layouts), the fill covers the whole image without a wrapped product, and the first
+// pass has an interior inside the border fill's ring (its own margin).
+template <class T, class Params>
+bool plan_fused_fill(const Member<T, Params>& m, int width, int height, int stride, Region& white) {
+    if (m.prefill != Prefill::White || m.border != m.own_border || (stride != 3 && stride != 4)) return false;
+    if (height < m.min_height || width < 1) return false;
+    if (std::int64_t(width) * height * 8 * stride >= (std::int64_t(1) << 31)) return false;
+    const Pass<T, Params>& p = m.passes[0];
+    if (width <= 2 * p.margin) return false;
+    const int ring = p.margin;
+    white = {std::max(ring, p.margin + p.shift), std::min(height - 1 - ring, height - 1 - p.margin + p.shift),
+             std::max(ring, p.margin + p.shift), std::min(width - 1 - ring, width - 1 - p.margin + p.shift)};
+    return white.r0 <= white.r1 && white.c0 <= white.c1;
+}
+
 template <class T, class Params>
 int demosaic(const Member<T, Params>& m, T* src, int width, int height, T* dst, unsigned short bitCount) {
+    const KernelSet& kernels = kernel_set(best_isa());
+    const int stride = pixel_stride(bitCount);
+    Frame<T, Params> frame{m, kernels, src, width, height, dst, stride, false, {}};
     if (m.prefill == Prefill::White) {
-        std::memset(dst, 255, white_fill_bytes(width, height, bitCount));
+        const std::size_t fill = white_fill_bytes(width, height, bitCount);
+        if constexpr (sizeof(T) == 1) frame.fused = plan_fused_fill(m, width, height, stride, frame.white);
+        if (frame.fused) {
+            fill_outside(reinterpret_cast<std::uint8_t*>(dst), width, height, m.flip, stride, fill, frame.white);
+        } else {
+            std::memset(dst, 255, fill);
+        }
     } else if (m.prefill == Prefill::ZeroRgb) {
         std::memset(dst, 0, zero_fill_bytes(width, height));
     }
     // Through the exported entry point: an interposed border fill is honoured.
     m.border(src, width, height, dst, bitCount);
     if (height < m.min_height) return 0;
-
-    const int stride = pixel_stride(bitCount);
-    const std::ptrdiff_t out_row = row_offset(1, width, stride);
-    for (const auto& pass : m.passes) {
-        if (pass.kernel == nullptr) break;
-        if (width <= 2 * pass.margin) continue;  // every row of the pass is skipped
-        const int first = pass.margin + pass.shift;
-        const int last = height - 1 - pass.margin + pass.shift;
-        for (int r = first; r <= last; ++r) {
-            Row<T> row;
-            row.s = src + std::ptrdiff_t(r) * width;
-            row.width = width;
-            row.d = dst + row_offset(output_row(r, height, m.flip), width, stride);
-            row.up = m.flip ? out_row : -out_row;
-            row.down = -row.up;
-            row.stride = stride;
-            row.r = r;
-            row.c_first = pass.margin + pass.shift;
-            row.c_last = width - 1 - pass.margin + pass.shift;
-            row.phase = row_phase(m.pattern, r);
-            row.height = height;
-            pass.kernel(row, m.params);
-        }
-    }
+    frame.run_rows(0, height);
     return 0;
 }
 

@@ -1,0 +1,82 @@
+// Which kernel set a call runs: the widest whose instruction set the processor reports.
+// The processor's description belongs to the compiler runtime, which reads it when the
+// library is loaded; the library keeps nothing of its own and asks on every call.
+// Compiled for the baseline, like everything outside the target files.
+#include "detail/kernels.h"
+
+namespace qzrcfa::detail {
+namespace {
+
+template <class T, class Params>
+int leave_all(const Row<T>&, const Params&, int c) {
+    return c;
+}
+
+// Every column to the references.
+constexpr KernelSet kScalarKernels = {
+    leave_all<std::uint8_t, NearestForm>,      leave_all<std::uint16_t, NearestForm>,
+    leave_all<std::uint8_t, NoParams>,         leave_all<std::uint16_t, NoParams>,
+    leave_all<std::uint8_t, NoParams>,         leave_all<std::uint8_t, EdgeSensingRule>,
+    leave_all<std::uint8_t, LaplacianParams>,  leave_all<std::uint8_t, LaplacianParams>,
+    leave_all<std::uint8_t, SmoothHueRule>,    leave_all<std::uint8_t, SmoothHueRule>,
+};
+
+struct Target {
+    Isa isa;
+    const KernelSet* kernels;
+};
+
+// Narrowest first, as the Isa enumeration lists them.
+constexpr Target kTargets[] = {
+    {Isa::Scalar, &kScalarKernels},
+#if defined(__x86_64__)
+    {Isa::SSE2, &kSse2Kernels},
+    {Isa::AVX2, &kAvx2Kernels},
+    {Isa::AVX512BW, &kAvx512bwKernels},
+    {Isa::AVX512VBMI, &kAvx512vbmiKernels},
+#elif defined(__aarch64__)
+    {Isa::NEON, &kNeonKernels},
+#endif
+};
+
+const Target* find(Isa isa) {
+    for (const Target& t : kTargets)
+        if (t.isa == isa) return &t;
+    return nullptr;
+}
+
+bool processor_runs(Isa isa) {
+    switch (isa) {
+    case Isa::Scalar: return true;
+#if defined(__x86_64__)
+    case Isa::SSE2: return true;  // the x86-64 baseline
+    case Isa::AVX2: return __builtin_cpu_supports("avx2");
+    case Isa::AVX512BW:
+        return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl");
+    case Isa::AVX512VBMI: return processor_runs(Isa::AVX512BW) && __builtin_cpu_supports("avx512vbmi");
+#elif defined(__aarch64__)
+    case Isa::NEON: return true;  // part of the aarch64 baseline
+#endif
+    default: return false;
+    }
+}
+
+}  // namespace
+
+const char* isa_name(Isa isa) {
+    static constexpr const char* kNames[] = {"scalar", "sse2", "avx2", "avx512bw", "avx512vbmi", "neon"};
+    return kNames[int(isa)];
+}
+
+bool isa_available(Isa isa) { return find(isa) != nullptr && processor_runs(isa); }
+
+Isa best_isa() {
+    Isa best = Isa::Scalar;
+    for (const Target& t : kTargets)
+        if (processor_runs(t.isa)) best = t.isa;
+    return best;
+}
+
+const KernelSet& kernel_set(Isa isa) { return isa_available(isa) ? *find(isa)->kernels : kScalarKernels; }
+
+}  // namespace qzrcfa::detail

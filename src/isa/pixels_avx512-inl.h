@@ -1,0 +1,231 @@
+// Pixel layer of AVX-512 (BW, with VL): sixty-four byte lanes. See pixels_sse2-inl.h for
+// what a pixel layer does. Stores that keep some elements are masked stores, so they
+// never read the output. Where the processor has VBMI (byte permutes across the whole
+// vector, compiled in when __AVX512VBMI__ is defined) a plane of three-byte pixels
+// moves in two permutes per vector; without it, in byte shuffles within 128-bit lanes
+// and a rearrangement of the lanes.
+
+#include "isa/x86_128-inl.h"
+
+constexpr int kLanes = 64;
+typedef std::uint8_t Bytes __attribute__((vector_size(64)));
+typedef std::uint16_t Words __attribute__((vector_size(64)));
+typedef std::int16_t Wide __attribute__((vector_size(128)));
+
+template <int P>
+struct PixelMask {
+    __mmask64 v[P];
+};
+
+QZRCFA_INLINE __m512i load_512(const void* p) { return _mm512_loadu_si512(p); }
+QZRCFA_INLINE void store_512(void* p, __m512i v) { _mm512_storeu_si512(p, v); }
+
+template <int N>
+struct ByteTable {
+    alignas(64) std::uint8_t index[N][64];
+};
+
+// Element e of pixel (64 v + i) / 3 sits at byte i of output vector v. For each v: the
+// lane of the plane that byte comes from, and (for the VBMI form) bit 6 set where it
+// comes from the green plane.
+constexpr ByteTable<3> make_interleave3_permute() {
+    ByteTable<3> t{};
+    for (int v = 0; v < 3; ++v)
+        for (int i = 0; i < 64; ++i) {
+            const int n = 64 * v + i;
+            t.index[v][i] = std::uint8_t(n / 3 + (n % 3 == 1 ? 64 : 0));
+        }
+    return t;
+}
+inline constexpr ByteTable<3> kInterleave3Permute = make_interleave3_permute();
+
+constexpr __mmask64 element_bits(int P, int first_byte, int element) {
+    __mmask64 m = 0;
+    for (int i = 0; i < 64; ++i)
+        if ((first_byte + i) % P == element) m |= __mmask64(1) << i;
+    return m;
+}
+
+// In-lane byte shuffles for sixteen pixels per 128-bit lane: [output][colour][byte].
+struct Interleave3Shuffle {
+    alignas(64) std::uint8_t index[3][3][64];
+};
+constexpr Interleave3Shuffle make_interleave3_shuffle() {
+    Interleave3Shuffle t{};
+    for (int v = 0; v < 3; ++v)
+        for (int colour = 0; colour < 3; ++colour)
+            for (int i = 0; i < 64; ++i) {
+                const int byte = 16 * v + i % 16;
+                t.index[v][colour][i] = std::uint8_t(byte % 3 == colour ? byte / 3 : 0x80);
+            }
+    return t;
+}
+inline constexpr Interleave3Shuffle kInterleave3Shuffle = make_interleave3_shuffle();
+
+QZRCFA_INLINE __m512i table(const std::uint8_t* index) { return _mm512_load_si512(index); }
+
+template <int P>
+QZRCFA_INLINE void interleave(Bytes b, Bytes g, Bytes r, Bytes a, __m512i (&out)[P]) {
+    const __m512i vb = (__m512i)b, vg = (__m512i)g, vr = (__m512i)r;
+    if constexpr (P == 3) {
+#if defined(__AVX512VBMI__)
+        for (int v = 0; v < 3; ++v) {
+            const __m512i index = table(kInterleave3Permute.index[v]);
+            const __m512i bg = _mm512_permutex2var_epi8(vb, index, vg);
+            out[v] = _mm512_mask_permutexvar_epi8(bg, element_bits(3, 64 * v, 2), index, vr);
+        }
+#else
+        // o[v]: in each 128-bit lane L, the v-th third of the 48 bytes of pixels 16 L ..
+        // 16 L + 15. The output is lane 0's thirds, then lane 1's, and so on.
+        __m512i o[3];
+        for (int v = 0; v < 3; ++v) {
+            const auto& index = kInterleave3Shuffle.index[v];
+            o[v] = _mm512_or_si512(_mm512_or_si512(_mm512_shuffle_epi8(vb, table(index[0])), _mm512_shuffle_epi8(vg, table(index[1]))),
+                                   _mm512_shuffle_epi8(vr, table(index[2])));
+        }
+        const __mmask8 middle = 0x30;
+        out[0] = _mm512_mask_permutexvar_epi64(_mm512_permutex2var_epi64(o[0], _mm512_setr_epi64(0, 1, 8, 9, 0, 0, 2, 3), o[1]),
+                                               middle, _mm512_setr_epi64(0, 0, 0, 0, 0, 1, 0, 0), o[2]);
+        out[1] = _mm512_mask_permutexvar_epi64(_mm512_permutex2var_epi64(o[1], _mm512_setr_epi64(2, 3, 10, 11, 0, 0, 4, 5), o[2]),
+                                               middle, _mm512_setr_epi64(0, 0, 0, 0, 4, 5, 0, 0), o[0]);
+        out[2] = _mm512_mask_permutexvar_epi64(_mm512_permutex2var_epi64(o[2], _mm512_setr_epi64(4, 5, 14, 15, 0, 0, 6, 7), o[0]),
+                                               middle, _mm512_setr_epi64(0, 0, 0, 0, 6, 7, 0, 0), o[1]);
+#endif
+    } else {
+        const __m512i va = (__m512i)a;
+        const __m512i bg_lo = _mm512_unpacklo_epi8(vb, vg), bg_hi = _mm512_unpackhi_epi8(vb, vg);
+        const __m512i ra_lo = _mm512_unpacklo_epi8(vr, va), ra_hi = _mm512_unpackhi_epi8(vr, va);
+        // q0: pixels 0-3 | 16-19 | 32-35 | 48-51, q1: 4-7 | ..., q2: 8-11 | ..., q3: 12-15 | ...
+        const __m512i q0 = _mm512_unpacklo_epi16(bg_lo, ra_lo), q1 = _mm512_unpackhi_epi16(bg_lo, ra_lo);
+        const __m512i q2 = _mm512_unpacklo_epi16(bg_hi, ra_hi), q3 = _mm512_unpackhi_epi16(bg_hi, ra_hi);
+        // A transposition of 128-bit lanes: output vector k takes lane k of q0 .. q3.
+        const __m512i low_halves = _mm512_setr_epi64(0, 1, 2, 3, 8, 9, 10, 11);
+        const __m512i high_halves = _mm512_setr_epi64(4, 5, 6, 7, 12, 13, 14, 15);
+        const __m512i even_lanes = _mm512_setr_epi64(0, 1, 4, 5, 8, 9, 12, 13);
+        const __m512i odd_lanes = _mm512_setr_epi64(2, 3, 6, 7, 10, 11, 14, 15);
+        const __m512i t0 = _mm512_permutex2var_epi64(q0, low_halves, q1), t1 = _mm512_permutex2var_epi64(q0, high_halves, q1);
+        const __m512i t2 = _mm512_permutex2var_epi64(q2, low_halves, q3), t3 = _mm512_permutex2var_epi64(q2, high_halves, q3);
+        out[0] = _mm512_permutex2var_epi64(t0, even_lanes, t2);
+        out[1] = _mm512_permutex2var_epi64(t0, odd_lanes, t2);
+        out[2] = _mm512_permutex2var_epi64(t1, even_lanes, t3);
+        out[3] = _mm512_permutex2var_epi64(t1, odd_lanes, t3);
+    }
+}
+
+template <int P>
+QZRCFA_INLINE void store_pixels(std::uint8_t* out, Bytes b, Bytes g, Bytes r, bool white) {
+    __m512i px[P];
+    interleave<P>(b, g, r, white ? ~Bytes{} : Bytes{}, px);
+    if (P == 4 && !white) {
+        for (int i = 0; i < P; ++i) _mm512_mask_storeu_epi8(out + 64 * i, 0x7777777777777777ull, px[i]);
+    } else {
+        for (int i = 0; i < P; ++i) store_512(out + 64 * i, px[i]);
+    }
+}
+
+template <int P>
+QZRCFA_INLINE PixelMask<P> pixel_mask(Bytes mb, Bytes mg, Bytes mr) {
+    __m512i px[P];
+    interleave<P>(mb, mg, mr, Bytes{}, px);
+    PixelMask<P> m;
+    for (int i = 0; i < P; ++i) m.v[i] = _mm512_movepi8_mask(px[i]);
+    return m;
+}
+
+template <int P>
+QZRCFA_INLINE void store_masked(std::uint8_t* out, Bytes b, Bytes g, Bytes r, const PixelMask<P>& m) {
+    __m512i px[P];
+    interleave<P>(b, g, r, Bytes{}, px);
+    for (int i = 0; i < P; ++i) _mm512_mask_storeu_epi8(out + 64 * i, m.v[i], px[i]);
+}
+
+constexpr ByteTable<2> make_gather3_permute() {
+    ByteTable<2> t{};
+    for (int k = 0; k < 64; ++k) {
+        t.index[0][k] = std::uint8_t(3 * k < 128 ? 3 * k : 0);
+        t.index[1][k] = std::uint8_t(3 * k < 128 ? 0 : 3 * k - 128);
+    }
+    return t;
+}
+inline constexpr ByteTable<2> kGather3Permute = make_gather3_permute();
+
+template <int P>
+QZRCFA_INLINE Bytes gather(const std::uint8_t* p) {
+    if constexpr (P == 4) {
+        // Bytes 0 .. 252: the last load stops at byte 252.
+        const __m128i q0 = _mm512_cvtepi32_epi8(load_512(p));
+        const __m128i q1 = _mm512_cvtepi32_epi8(load_512(p + 64));
+        const __m128i q2 = _mm512_cvtepi32_epi8(load_512(p + 128));
+        const __m128i q3 = _mm512_cvtepi32_epi8(_mm512_maskz_loadu_epi8((__mmask64(1) << 61) - 1, p + 192));
+        __m512i v = _mm512_castsi128_si512(q0);
+        v = _mm512_inserti32x4(v, q1, 1);
+        v = _mm512_inserti32x4(v, q2, 2);
+        return (Bytes)_mm512_inserti32x4(v, q3, 3);
+    } else {
+#if defined(__AVX512VBMI__)
+        // Bytes 0 .. 189: lanes 0 .. 42 from the first 128 bytes, 43 .. 63 from the rest.
+        const __m512i low = _mm512_permutex2var_epi8(load_512(p), table(kGather3Permute.index[0]), load_512(p + 64));
+        const __m512i high = _mm512_maskz_loadu_epi8((__mmask64(1) << 62) - 1, p + 128);
+        return (Bytes)_mm512_mask_permutexvar_epi8(low, ~((__mmask64(1) << 43) - 1), table(kGather3Permute.index[1]), high);
+#else
+        __m512i v = _mm512_castsi128_si512(gather3_128(p));
+        v = _mm512_inserti32x4(v, gather3_128(p + 48), 1);
+        v = _mm512_inserti32x4(v, gather3_128(p + 96), 2);
+        return (Bytes)_mm512_inserti32x4(v, gather3_128(p + 144), 3);
+#endif
+    }
+}
+
+// Word n of output vector v is element n % P of pixel n / P (n counted from 32 v).
+struct WordTable {
+    alignas(64) std::uint16_t index[4][32];
+};
+template <int P>
+constexpr WordTable make_interleave16() {
+    WordTable t{};
+    for (int v = 0; v < P; ++v)
+        for (int i = 0; i < 32; ++i) {
+            const int n = 32 * v + i;
+            t.index[v][i] = std::uint16_t(n / P + (n % P == 1 ? 32 : 0));
+        }
+    return t;
+}
+template <int P>
+inline constexpr WordTable kInterleave16 = make_interleave16<P>();
+
+constexpr __mmask32 word_bits(int P, int first, int element) {
+    __mmask32 m = 0;
+    for (int i = 0; i < 32; ++i)
+        if ((first + i) % P == element) m |= __mmask32(1) << i;
+    return m;
+}
+
+template <int P>
+QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r) {
+    for (int v = 0; v < P; ++v) {
+        const __m512i index = _mm512_load_si512(kInterleave16<P>.index[v]);
+        const __m512i bg = _mm512_permutex2var_epi16((__m512i)b, index, (__m512i)g);
+        const __m512i px = _mm512_mask_permutexvar_epi16(bg, word_bits(P, 32 * v, 2), index, (__m512i)r);
+        if constexpr (P == 4) {
+            _mm512_mask_storeu_epi16(out + 32 * v, 0x77777777u, px);
+        } else {
+            _mm512_storeu_si512(out + 32 * v, px);
+        }
+    }
+}
+
+QZRCFA_INLINE Wide widen(Bytes bytes) {
+    const __m512i v = (__m512i)bytes;
+    const __m512i halves[2] = {_mm512_cvtepu8_epi16(_mm512_castsi512_si256(v)),
+                               _mm512_cvtepu8_epi16(_mm512_extracti64x4_epi64(v, 1))};
+    Wide w;
+    std::memcpy(&w, halves, sizeof w);
+    return w;
+}
+
+QZRCFA_INLINE Bytes narrow(Wide v) {
+    __m512i halves[2];
+    std::memcpy(halves, &v, sizeof v);
+    return (Bytes)_mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7),
+                                           _mm512_packus_epi16(halves[0], halves[1]));
+}

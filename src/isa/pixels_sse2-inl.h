@@ -1,0 +1,96 @@
+// Pixel layer of the x86-64 baseline (SSE2): sixteen byte lanes.
+//
+// A pixel layer moves lanes between planes of colour (one byte, or 16-bit element, of
+// every pixel of a block) and interleaved pixels of three or four elements, and widens
+// and narrows lanes for the kernels that compute in 16 bits. The kernels above it are
+// written once for every instruction set. Included inside the instruction set's
+// namespace.
+
+#include "isa/x86_128-inl.h"
+
+constexpr int kLanes = 16;  // columns of one block
+typedef std::uint8_t Bytes __attribute__((vector_size(16)));
+typedef std::uint16_t Words __attribute__((vector_size(16)));  // kLanes / 2 lanes
+typedef std::int16_t Wide __attribute__((vector_size(32)));    // kLanes lanes
+
+// Interleaved pixels of one block and a mask of the bytes a store may change.
+template <int P>
+struct PixelMask {
+    __m128i v[P];
+};
+
+template <int P>
+QZRCFA_INLINE void interleave(Bytes b, Bytes g, Bytes r, Bytes a, __m128i (&out)[P]) {
+    __m128i px[4];
+    interleave4_128((__m128i)b, (__m128i)g, (__m128i)r, (__m128i)a, px);
+    if constexpr (P == 4) {
+        for (int i = 0; i < 4; ++i) out[i] = px[i];
+    } else {
+        squeeze3_128(px, out);
+    }
+}
+
+// The block's pixels, whole: element 3 of four-byte pixels becomes 255 when `white`,
+// else keeps what it held.
+template <int P>
+QZRCFA_INLINE void store_pixels(std::uint8_t* out, Bytes b, Bytes g, Bytes r, bool white) {
+    const Bytes a = white ? ~Bytes{} : Bytes{};
+    __m128i px[P];
+    interleave<P>(b, g, r, a, px);
+    if (P == 4 && !white) {
+        const __m128i keep = _mm_set1_epi32(int(0xFF000000u));
+        for (int i = 0; i < P; ++i) store_128(out + 16 * i, _mm_or_si128(_mm_and_si128(load_128(out + 16 * i), keep), px[i]));
+    } else {
+        for (int i = 0; i < P; ++i) store_128(out + 16 * i, px[i]);
+    }
+}
+
+// Masks of the elements a store writes, from one byte mask per colour plane.
+template <int P>
+QZRCFA_INLINE PixelMask<P> pixel_mask(Bytes mb, Bytes mg, Bytes mr) {
+    PixelMask<P> m;
+    interleave<P>(mb, mg, mr, Bytes{}, m.v);
+    return m;
+}
+
+// Only the bytes the mask selects; the others keep what they held.
+template <int P>
+QZRCFA_INLINE void store_masked(std::uint8_t* out, Bytes b, Bytes g, Bytes r, const PixelMask<P>& m) {
+    __m128i px[P];
+    interleave<P>(b, g, r, Bytes{}, px);
+    for (int i = 0; i < P; ++i) {
+        const __m128i old = load_128(out + 16 * i);
+        store_128(out + 16 * i, _mm_or_si128(_mm_and_si128(px[i], m.v[i]), _mm_andnot_si128(m.v[i], old)));
+    }
+}
+
+// Bytes p[P * k] of the block's lanes k, reading nothing outside p[0] .. p[P * (kLanes - 1)].
+template <int P>
+QZRCFA_INLINE Bytes gather(const std::uint8_t* p) {
+    if constexpr (P == 4) {
+        return (Bytes)gather4_128(p);
+    } else {
+        return (Bytes)gather3_128(p);
+    }
+}
+
+// kLanes / 2 pixels of P 16-bit elements; element 3 of four-element pixels kept.
+template <int P>
+QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r) {
+    store_pixels16_128<P>(out, (__m128i)b, (__m128i)g, (__m128i)r);
+}
+
+QZRCFA_INLINE Wide widen(Bytes bytes) {
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i halves[2] = {_mm_unpacklo_epi8((__m128i)bytes, zero), _mm_unpackhi_epi8((__m128i)bytes, zero)};
+    Wide v;
+    std::memcpy(&v, halves, sizeof v);
+    return v;
+}
+
+// Clamped to 0 .. 255.
+QZRCFA_INLINE Bytes narrow(Wide v) {
+    __m128i halves[2];
+    std::memcpy(halves, &v, sizeof v);
+    return (Bytes)_mm_packus_epi16(halves[0], halves[1]);
+}

@@ -1,0 +1,91 @@
+// The instruction-set-neutral half of the SIMD toolkit: arithmetic on the pixel layer's
+// vectors with the compiler's vector extensions. Included inside an instruction set's
+// namespace after its pixel layer, so every function is compiled for that instruction
+// set alone.
+//
+// Means are floors, formed in the lanes' own width without widening:
+// (a & b) + ((a ^ b) >> 1) is floor((a + b) / 2), and the mean of four is the mean of
+// the two pair means plus the carry that both pairs' dropped halves make together.
+
+template <class V>
+QZRCFA_INLINE V load(const void* p) {
+    V v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+template <class V>
+QZRCFA_INLINE void store(void* p, const V& v) {
+    std::memcpy(p, &v, sizeof v);
+}
+
+template <class V>
+QZRCFA_INLINE V mean2(const V& a, const V& b) {
+    return (a & b) + ((a ^ b) >> 1);
+}
+
+template <class V>
+QZRCFA_INLINE V mean4(const V& a, const V& b, const V& c, const V& d) {
+    const V ab = mean2(a, b);
+    const V cd = mean2(c, d);
+    return mean2(ab, cd) + ((ab ^ cd) & (a ^ b) & (c ^ d) & 1);
+}
+
+// Lanes of `mask` (all ones or all zeros per lane) take `yes`, the others `no`.
+template <class V, class M>
+QZRCFA_INLINE V select(const M& mask, const V& yes, const V& no) {
+    return (yes & (V)mask) | (no & ~(V)mask);
+}
+
+// Float lanes are selected through their bits.
+template <class M, class F>
+QZRCFA_INLINE F select_bits(const M& mask, const F& yes, const F& no) {
+    return (F)(((M)yes & mask) | ((M)no & ~mask));
+}
+
+template <class V>
+QZRCFA_INLINE V lesser(const V& a, const V& b) {
+    return select(a < b, a, b);
+}
+
+template <class V>
+QZRCFA_INLINE V greater(const V& a, const V& b) {
+    return select(a > b, a, b);
+}
+
+// All ones in the lanes k with (k & 1) == parity.
+template <class V>
+QZRCFA_INLINE V parity_lanes(int parity) {
+    constexpr int n = int(sizeof(V) / sizeof(V{}[0]));
+    V v{};
+    for (int k = 0; k < n; ++k) v[k] = (k & 1) == parity ? decltype(+v[0])(~0u) : 0;
+    return v;
+}
+
+// Lanes that hold green sites, for blocks whose first column is c.
+template <class V, class T>
+QZRCFA_INLINE V green_lanes(const Row<T>& row, int c) {
+    return parity_lanes<V>(row.phase.green_at(c) ? 0 : 1);
+}
+
+// One block of columns as three colour planes.
+template <class V>
+struct Planes {
+    V blue, green, red;
+};
+
+// Planes from the row's own colour, green and the other colour.
+template <class V, class T>
+QZRCFA_INLINE Planes<V> planes(const Row<T>& row, const V& colour, const V& green, const V& other) {
+    if (row.phase.colour == kRed) return {other, green, colour};
+    return {colour, green, other};
+}
+
+// Runs kernel.template operator()<P>() for pixel strides 3 and 4; any other stride is
+// left whole to the reference, by returning c.
+template <class Kernel>
+QZRCFA_INLINE int for_stride(int stride, int c, Kernel&& kernel) {
+    if (stride == 3) return kernel.template operator()<3>();
+    if (stride == 4) return kernel.template operator()<4>();
+    return c;
+}

@@ -1,0 +1,32 @@
+// Included first by every instruction-set target file (src/isa/<set>.cpp). A target file
+// is compiled with its instruction set's flags and includes, inside a namespace of its
+// own, its pixel layer, the SIMD toolkit and the kernels, which become its kernel set;
+// everything it compiles has internal linkage, so nothing built for a wider instruction
+// set can stand in for code of the baseline.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#elif defined(__aarch64__)
+#include <arm_neon.h>
+#endif
+
+#include "detail/bayer.h"
+#include "detail/kernels.h"
+
+// Vectors wider than the baseline's registers pass only between inlined functions of
+// one target file, so the note that their calling convention differs does not apply.
+#pragma GCC diagnostic ignored "-Wpsabi"
+
+// GCC 12's AVX-512 intrinsics headers start several intrinsics from a deliberately
+// undefined vector, which its own uninitialised-use warnings then report. The same
+// kernels compiled for the other instruction sets are checked for that warning.
+#if defined(__AVX512F__) && defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#endif
