@@ -115,6 +115,7 @@ struct Frame {
     int stride;
     bool fused;    // the pre-fill is left to the first pass inside `white`
     Region white;  // where the first pass writes whole pixels
+    bool stream;   // whole-pixel stores may bypass the cache
 
     Region pass_region(const Pass<T, Params>& pass) const {
         return {pass.margin + pass.shift, height - 1 - pass.margin + pass.shift, pass.margin + pass.shift,
@@ -137,6 +138,7 @@ struct Frame {
         row.phase = row_phase(m.pattern, r);
         row.height = height;
         row.white = white_pixels;
+        row.stream = stream;
         pass.reference(row, m.params, (kernels.*pass.wide)(row, m.params, c_first));
     }
 
@@ -158,19 +160,53 @@ struct Frame {
         if (width <= 2 * first.margin) return;
         const Region a = pass_region(first);
         const int a_begin = std::max(r_begin, a.r0), a_end = std::min(r_end, a.r1 + 1);
-        if (m.passes[1].reference == nullptr || width <= 2 * m.passes[1].margin) {
-            for (int r = a_begin; r < a_end; ++r) run_row(0, r);
+        const bool two = m.passes[1].reference != nullptr && width > 2 * m.passes[1].margin;
+        if (!two) {
+            if (descending()) {
+                for (int r = a_end - 1; r >= a_begin; --r) run_row(0, r);
+            } else {
+                for (int r = a_begin; r < a_end; ++r) run_row(0, r);
+            }
             return;
         }
         const Region b = pass_region(m.passes[1]);
+        const int b_begin = std::max(r_begin, b.r0), b_end = std::min(r_end, b.r1 + 1);
+        if (descending()) {
+            int next = a_end - 1;
+            for (int r = b_end - 1; r >= b_begin; --r) {
+                for (; next >= std::max(a_begin, r - 1); --next) run_row(0, next);
+                run_row(1, r);
+            }
+            for (; next >= a_begin; --next) run_row(0, next);
+            return;
+        }
         int next = a_begin;
-        for (int r = std::max(r_begin, b.r0); r < std::min(r_end, b.r1 + 1); ++r) {
+        for (int r = b_begin; r < b_end; ++r) {
             for (; next < std::min(a_end, r + 2); ++next) run_row(0, next);
             run_row(1, r);
         }
         for (; next < a_end; ++next) run_row(0, next);
     }
+
+    // Bottom-up members write their output rows from the end of the buffer backwards
+    // when the raw rows are walked top-down, and memory takes a stream of stores
+    // backwards much more slowly. Where the order of the rows cannot show, the raw rows
+    // are walked bottom-up instead, so that the stores run forwards: with three- and
+    // four-byte pixels no two rows write the same byte, a single pass reads no output,
+    // and the second passes of three-byte pixels read only greens, which they never
+    // write (their reads of the rows around meet the same bytes in either order).
+    bool descending() const {
+        if (!m.flip || (stride != 3 && stride != 4)) return false;
+        return m.passes[1].reference == nullptr || stride == 3;
+    }
 };
+
+// Orders the stores that bypassed the cache before whatever the caller does next.
+inline void store_fence() {
+#if defined(__x86_64__)
+    __builtin_ia32_sfence();
+#endif
+}
 
 // Fills with 255 every byte of the first `fill` bytes of dst except the pixels of the
 // white region.
@@ -212,7 +248,12 @@ template <class T, class Params>
 int demosaic(const Member<T, Params>& m, T* src, int width, int height, T* dst, unsigned short bitCount) {
     const KernelSet& kernels = kernel_set(best_isa());
     const int stride = pixel_stride(bitCount);
-    Frame<T, Params> frame{m, kernels, src, width, height, dst, stride, false, {}};
+    Frame<T, Params> frame{m, kernels, src, width, height, dst, stride, false, {}, false};
+    // A single pass is the last writer of its pixels and reads none of them.
+    if (m.passes[1].reference == nullptr && (stride == 3 || stride == 4)) {
+        const std::size_t threshold = streaming_threshold();
+        frame.stream = threshold > 0 && std::size_t(width) * std::size_t(height) * std::size_t(stride) * sizeof(T) > threshold;
+    }
     if (m.prefill == Prefill::White) {
         const std::size_t fill = white_fill_bytes(width, height, bitCount);
         if constexpr (sizeof(T) == 1) frame.fused = plan_fused_fill(m, width, height, stride, frame.white);
@@ -228,6 +269,7 @@ int demosaic(const Member<T, Params>& m, T* src, int width, int height, T* dst, 
     m.border(src, width, height, dst, bitCount);
     if (height < m.min_height) return 0;
     frame.run_rows(0, height);
+    if (frame.stream) store_fence();
     return 0;
 }
 

@@ -35,6 +35,8 @@ struct Row {
     int height;             // raw rows in the frame
     bool white;             // write 255 into every element of a computed pixel that the
                             // method leaves alone (the pre-fill, fused into the row)
+    bool stream;            // whole pixels may be stored past the cache: nothing reads this
+                            // row back during the call, and the output outgrows the cache
 };
 
 // Computes columns c .. (returned column) - 1 of the row.
@@ -102,6 +104,11 @@ bool isa_available(Isa isa);
 
 // The widest instruction set available.
 Isa best_isa();
+
+// Output size in bytes from which a call that writes every byte of its output once, and
+// reads none of it back, stores past the cache: what does not fit the last-level cache
+// would leave it before anyone read it. 0: never.
+std::size_t streaming_threshold();
 
 // The kernel set of an available instruction set; the scalar set (every slot leaves
 // every column to the reference) for any other.

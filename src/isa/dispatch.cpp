@@ -4,6 +4,10 @@
 // Compiled for the baseline, like everything outside the target files.
 #include "detail/kernels.h"
 
+#if defined(__x86_64__) && defined(__GLIBC__)
+#include <unistd.h>
+#endif
+
 namespace qzrcfa::detail {
 namespace {
 
@@ -75,6 +79,19 @@ Isa best_isa() {
     for (const Target& t : kTargets)
         if (processor_runs(t.isa)) best = t.isa;
     return best;
+}
+
+// Where the C library's memcpy starts to store past the cache: three quarters of the
+// last-level cache, as glibc reckons it. The C library reads the cache sizes with the
+// processor's description when it starts; on x86-64 glibc sysconf answers from there
+// without touching a file.
+std::size_t streaming_threshold() {
+#if defined(__x86_64__) && defined(__GLIBC__) && defined(_SC_LEVEL3_CACHE_SIZE)
+    const long bytes = sysconf(_SC_LEVEL3_CACHE_SIZE);
+    return bytes > 0 ? std::size_t(bytes) / 4 * 3 : 0;
+#else
+    return 0;
+#endif
 }
 
 const KernelSet& kernel_set(Isa isa) { return isa_available(isa) ? *find(isa)->kernels : kScalarKernels; }

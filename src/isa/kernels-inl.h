@@ -3,8 +3,10 @@
 // namespace after its pixel layer and the SIMD toolkit, and names the result its
 // kernel set.
 //
-// A column kernel takes blocks of kLanes columns from `c` on while whole blocks fit the
-// row and returns the first column it left; the family's reference finishes the row.
+// A column kernel takes blocks of kLanes columns from `c` on and returns the first
+// column it left; the family's reference finishes the row. Where a block writes only
+// bytes that depend on nothing any block writes, the last block of a row ends at its
+// last column, overlapping the block before, and the kernel takes the whole row.
 // Every lane computes what each kind of site needs and keeps its own site's value, so
 // nothing branches on the phase of a pixel. Pixel strides 3 and 4 only; the reference
 // takes any other stride whole. No block reads a sample or an output byte outside the
@@ -12,6 +14,60 @@
 
 using std::uint8_t;
 using std::uint16_t;
+
+// The inverse of 3 modulo kLanes.
+constexpr int inverse3() {
+    for (int i = 1; i < kLanes; ++i)
+        if (3 * i % kLanes == 1) return i;
+    return 0;
+}
+
+// With `stream`, the first column from `first` on whose output pixel of P (3 or 4)
+// bytes at d starts on a kLanes-byte boundary, so that blocks from there on may store
+// past the cache; -1 without streaming, or when no column is so aligned.
+template <int P>
+QZRCFA_INLINE int streaming_start(const uint8_t* d, int first, bool stream) {
+    if (!stream) return -1;
+    const int at = int(reinterpret_cast<std::uintptr_t>(d + std::ptrdiff_t(first) * P) % kLanes);
+    const int to_aligned = (kLanes - at) % kLanes;
+    if (P == 3) return first + to_aligned * inverse3() % kLanes;
+    return at % 4 == 0 ? first + to_aligned / 4 : -1;
+}
+
+// Blocks of N columns over [first, last], which holds at least one block. compute(x)
+// loads and computes the block at column x, store(value, x, stream) writes it. The
+// blocks start at `first`, then every N columns (from `aligned` on instead, streaming,
+// when aligned >= 0), and a last block ends at `last`, or at last - 1 to start an even
+// number of columns after `first`, overlapping the block before where the columns do
+// not divide into blocks. Each block is computed before the block before it is stored:
+// a load that follows stores to nearby addresses can wait for them, and the loads of
+// the next block then overlap the stores of this one. So compute(x) may read nothing
+// that a store of this row writes. Returns the first column after the last block.
+template <int N, class Compute, class Store>
+QZRCFA_INLINE int run_blocks(int first, int last, int aligned, Compute&& compute, Store&& store) {
+    auto pending = compute(first);
+    int pending_x = first;
+    bool pending_stream = aligned == first;
+    int x = aligned > first ? aligned : first + N;
+    for (; x + N - 1 <= last; x += N) {
+        auto next = compute(x);
+        store(pending, pending_x, pending_stream);
+        pending = next;
+        pending_x = x;
+        pending_stream = aligned >= 0;
+    }
+    if (x <= last) {
+        x = last - N + 1;
+        x -= (x - first) & 1;
+        auto next = compute(x);
+        store(pending, pending_x, pending_stream);
+        pending = next;
+        pending_x = x;
+        pending_stream = false;
+    }
+    store(pending, pending_x, pending_stream);
+    return pending_x + N;
+}
 
 // ---------------------------------------------------------------------------------
 // Nearest neighbour, 8- and 16-bit samples.
@@ -29,26 +85,44 @@ QZRCFA_INLINE Planes<V> nearest_block(const Row<T>& row, const NearestForm& form
     return planes(row, colour, g, other);
 }
 
+// Stores a block's planes as whole pixels.
+template <int P>
+QZRCFA_INLINE auto pixel_store(uint8_t* d, bool white) {
+    return [d, white](const Planes<Bytes>& p, int x, bool stream) QZRCFA_LAMBDA_INLINE {
+        store_pixels<P>(d + std::ptrdiff_t(x) * P, p.blue, p.green, p.red, white, stream);
+    };
+}
+
+// Green lanes of a block by the parity of its first column's offset from c.
+struct GreenLanes {
+    Bytes lanes[2];
+    template <class T>
+    QZRCFA_INLINE GreenLanes(const Row<T>& row, int c) : lanes{green_lanes<Bytes>(row, c), ~green_lanes<Bytes>(row, c)} {}
+    QZRCFA_INLINE const Bytes& at(int offset) const { return lanes[offset & 1]; }
+};
+
 int nearest8_columns(const Row<uint8_t>& row, const NearestForm& form, int c) {
+    if (row.c_last - c + 1 < kLanes) return c;
     return for_stride(row.stride, c, [&]<int P>() {
-        const Bytes green = green_lanes<Bytes>(row, c);
-        for (; c + kLanes - 1 <= row.c_last; c += kLanes) {
-            const Planes<Bytes> p = nearest_block(row, form, c, green);
-            store_pixels<P>(row.d + std::ptrdiff_t(c) * P, p.blue, p.green, p.red, row.white);
-        }
-        return c;
+        const GreenLanes green(row, c);
+        const Row<uint8_t> r = row;
+        return run_blocks<kLanes>(
+            c, r.c_last, streaming_start<P>(r.d, c, r.stream && (P == 3 || r.white)),
+            [&](int x) QZRCFA_LAMBDA_INLINE { return nearest_block(r, form, x, green.at(x - c)); }, pixel_store<P>(r.d, r.white));
     });
 }
 
 int nearest16_columns(const Row<uint16_t>& row, const NearestForm& form, int c) {
     constexpr int n = kLanes / 2;
+    if (row.c_last - c + 1 < n) return c;
     return for_stride(row.stride, c, [&]<int P>() {
         const Words green = green_lanes<Words>(row, c);
-        for (; c + n - 1 <= row.c_last; c += n) {
-            const Planes<Words> p = nearest_block(row, form, c, green);
-            store_pixels16<P>(row.d + std::ptrdiff_t(c) * P, p.blue, p.green, p.red);
-        }
-        return c;
+        const Row<uint16_t> r = row;
+        return run_blocks<n>(
+            c, r.c_last, -1, [&](int x) QZRCFA_LAMBDA_INLINE { return nearest_block(r, form, x, green); },
+            [&](const Planes<Words>& p, int x, bool) QZRCFA_LAMBDA_INLINE {
+                store_pixels16<P>(r.d + std::ptrdiff_t(x) * P, p.blue, p.green, p.red);
+            });
     });
 }
 
@@ -58,12 +132,14 @@ int nearest16_columns(const Row<uint16_t>& row, const NearestForm& form, int c) 
 template <class V, class T>
 int grey_wide(const Row<T>& row, const NoParams&, int c) {
     constexpr int n = int(sizeof(V) / sizeof(T));
+    if (row.c_last - c + 1 < n) return c;
     const std::ptrdiff_t w = row.width;
-    for (; c + n - 1 <= row.c_last; c += n) {
-        const T* s = row.s + c;
-        store(row.d + c, mean4(load<V>(s), load<V>(s + 1), load<V>(s + w), load<V>(s + w + 1)));
-    }
-    return c;
+    const T* s = row.s;
+    T* d = row.d;
+    return run_blocks<n>(
+        c, row.c_last, -1,
+        [&](int x) QZRCFA_LAMBDA_INLINE { return mean4(load<V>(s + x), load<V>(s + x + 1), load<V>(s + x + w), load<V>(s + x + w + 1)); },
+        [&](const V& v, int x, bool) QZRCFA_LAMBDA_INLINE { store(d + x, v); });
 }
 
 // ---------------------------------------------------------------------------------
@@ -83,13 +159,13 @@ QZRCFA_INLINE Planes<V> bilinear_block(const Row<uint8_t>& row, int c, const V& 
 }
 
 int bilinear_wide(const Row<uint8_t>& row, const NoParams&, int c) {
+    if (row.c_last - c + 1 < kLanes) return c;
     return for_stride(row.stride, c, [&]<int P>() {
-        const Bytes green = green_lanes<Bytes>(row, c);
-        for (; c + kLanes - 1 <= row.c_last; c += kLanes) {
-            const Planes<Bytes> p = bilinear_block(row, c, green);
-            store_pixels<P>(row.d + std::ptrdiff_t(c) * P, p.blue, p.green, p.red, row.white);
-        }
-        return c;
+        const GreenLanes green(row, c);
+        const Row<uint8_t> r = row;
+        return run_blocks<kLanes>(
+            c, r.c_last, streaming_start<P>(r.d, c, r.stream && (P == 3 || r.white)),
+            [&](int x) QZRCFA_LAMBDA_INLINE { return bilinear_block(r, x, green.at(x - c)); }, pixel_store<P>(r.d, r.white));
     });
 }
 
@@ -139,13 +215,12 @@ int edge_sensing_wide(const Row<uint8_t>& row, const EdgeSensingRule& rule, int 
         detail::edge_sensing_columns(one, rule, c);
     }
     return for_stride(row.stride, c, [&]<int P>() {
-        const Bytes green = green_lanes<Bytes>(row, first);
-        int x = first;
-        for (; x + kLanes - 1 <= last; x += kLanes) {
-            const Planes<Bytes> p = edge_sensing_block(row, rule, x, green);
-            store_pixels<P>(row.d + std::ptrdiff_t(x) * P, p.blue, p.green, p.red, row.white);
-        }
-        return x;
+        const GreenLanes green(row, first);
+        const Row<uint8_t> r = row;
+        return run_blocks<kLanes>(
+            first, last, streaming_start<P>(r.d, first, r.stream && (P == 3 || r.white)),
+            [&](int x) QZRCFA_LAMBDA_INLINE { return edge_sensing_block(r, rule, x, green.at(x - first)); },
+            pixel_store<P>(r.d, r.white));
     });
 }
 
@@ -170,7 +245,13 @@ QZRCFA_INLINE Wide pick(const Wide& a, const Wide& b, const Wide& first, const W
     return select(a < b, first, select(b < a, second, tie));
 }
 
-QZRCFA_INLINE Wide wide_at(const uint8_t* p) { return widen(load<Bytes>(p)); }
+QZRCFA_INLINE Widened wide_at(const uint8_t* p) { return widen(load<Bytes>(p)); }
+
+// The bytes of f(0) and f(1), each computed on one half of the block's lanes.
+template <class F>
+QZRCFA_INLINE Bytes by_halves(F f) {
+    return narrow(Widened{{f(0), f(1)}});
+}
 
 // Last red or blue column of the row's range. Blocks end there, so that no load
 // reaches further than the reference's last red or blue site reads.
@@ -180,43 +261,56 @@ QZRCFA_INLINE int last_colour_column(const Row<uint8_t>& row) {
 
 int laplacian_green_wide(const Row<uint8_t>& row, const LaplacianParams&, int c) {
     // The last two rows of the frame (the displaced pass) read past its end.
-    if (row.r + 2 >= row.height) return c;
+    const int end = last_colour_column(row);
+    if (row.r + 2 >= row.height || end - c + 1 < kLanes) return c;
     return for_stride(row.stride, c, [&]<int P>() {
         const int parity = row.phase.green_at(c) ? 1 : 0;  // lanes of red and blue sites
-        const Wide colour = parity_lanes<Wide>(parity);
+        const Wide colour = parity_lanes<Wide>(parity);    // the same in both halves
         const Bytes colour8 = parity_lanes<Bytes>(parity);
         const Bytes all = ~Bytes{};
-        const bool red = row.phase.colour == kRed;
+        const bool red = row.phase.colour == kRed, white = row.white;
         // G everywhere; the sample into its own colour and, in red rows, into B as well.
         const PixelMask<P> mask = pixel_mask<P>(colour8, all, red ? colour8 : Bytes{});
         const std::ptrdiff_t w = row.width;
-        const int end = last_colour_column(row);
-        for (; c + kLanes - 1 <= end; c += kLanes) {
-            const uint8_t* s = row.s + c;
-            const Bytes x8 = load<Bytes>(s);
-            const Wide x = widen(x8);
-            const Wide left = wide_at(s - 1), right = wide_at(s + 1);
-            const Wide up = wide_at(s - w), down = wide_at(s + w);
-            const Wide dh = x + x - wide_at(s - 2) - wide_at(s + 2);
-            const Wide dv = x + x - wide_at(s - 2 * w) - wide_at(s + 2 * w);
-            const Wide h = absolute(left - right) + absolute(dh);
-            const Wide v = absolute(up - down) + absolute(dv);
-            const Wide g = pick(h, v, divide_pow2<2>(dh) + ((left + right) >> 1), divide_pow2<2>(dv) + ((up + down) >> 1),
-                                divide_pow2<3>(dh + dv) + ((left + right + up + down) >> 2));
-            const Bytes g8 = narrow(select(colour, g, x));
-            uint8_t* out = row.d + std::ptrdiff_t(c) * P;
-            if (row.white) {
-                const Bytes own = select(colour8, x8, all);
-                store_pixels<P>(out, own, g8, red ? own : all, true);
-            } else {
-                store_masked<P>(out, x8, g8, x8, mask);
-            }
-        }
-        return c;
+        const uint8_t* src = row.s;
+        uint8_t* d = row.d;
+        struct Green {
+            Bytes sample, green;
+        };
+        return run_blocks<kLanes>(
+            c, end, -1,
+            [&](int x) QZRCFA_LAMBDA_INLINE {
+                const uint8_t* s = src + x;
+                const Bytes x8 = load<Bytes>(s);
+                const Widened v0 = widen(x8), left = wide_at(s - 1), right = wide_at(s + 1), up = wide_at(s - w), down = wide_at(s + w);
+                const Widened left2 = wide_at(s - 2), right2 = wide_at(s + 2), up2 = wide_at(s - 2 * w), down2 = wide_at(s + 2 * w);
+                const Bytes g8 = by_halves([&](int i) QZRCFA_LAMBDA_INLINE {
+                    const Wide dh = v0[i] + v0[i] - left2[i] - right2[i];
+                    const Wide dv = v0[i] + v0[i] - up2[i] - down2[i];
+                    const Wide h = absolute(left[i] - right[i]) + absolute(dh);
+                    const Wide v = absolute(up[i] - down[i]) + absolute(dv);
+                    const Wide g = pick(h, v, divide_pow2<2>(dh) + ((left[i] + right[i]) >> 1),
+                                        divide_pow2<2>(dv) + ((up[i] + down[i]) >> 1),
+                                        divide_pow2<3>(dh + dv) + ((left[i] + right[i] + up[i] + down[i]) >> 2));
+                    return select(colour, g, v0[i]);
+                });
+                return Green{x8, g8};
+            },
+            [&](const Green& v, int x, bool) QZRCFA_LAMBDA_INLINE {
+                uint8_t* out = d + std::ptrdiff_t(x) * P;
+                if (white) {
+                    const Bytes own = select(colour8, v.sample, all);
+                    store_pixels<P>(out, own, v.green, red ? own : all, true);
+                } else {
+                    store_masked<P>(out, v.sample, v.green, v.sample, mask);
+                }
+            });
     });
 }
 
 int laplacian_colour_wide(const Row<uint8_t>& row, const LaplacianParams& params, int c) {
+    const int end = last_colour_column(row);
+    if (end - c + 1 < kLanes) return c;
     return for_stride(row.stride, c, [&]<int P>() {
         const int parity = row.phase.green_at(c) ? 1 : 0;
         const Wide colour = parity_lanes<Wide>(parity);
@@ -228,27 +322,38 @@ int laplacian_colour_wide(const Row<uint8_t>& row, const LaplacianParams& params
         const std::ptrdiff_t upper = params.crossed_diagonals ? row.down : row.up;
         const std::ptrdiff_t lower = params.crossed_diagonals ? row.up : row.down;
         const std::ptrdiff_t w = row.width;
-        const int end = last_colour_column(row);
-        for (; c + kLanes - 1 <= end; c += kLanes) {
-            const uint8_t* s = row.s + c;
-            uint8_t* px = row.d + std::ptrdiff_t(c) * P;
-            const Wide left = wide_at(s - 1), right = wide_at(s + 1);
-            const Wide up = wide_at(s - w), down = wide_at(s + w);
-            const Wide ul = wide_at(s - w - 1), ur = wide_at(s - w + 1);
-            const Wide ll = wide_at(s + w - 1), lr = wide_at(s + w + 1);
-            // Greens at fixed three-byte spacing from the pixels above and below.
-            const Wide g = widen(gather<P>(px + kGreen));
-            const Wide d1 = g + g - widen(gather<P>(px + upper - 2)) - widen(gather<P>(px + lower + 4));
-            const Wide d2 = g + g - widen(gather<P>(px + upper + 4)) - widen(gather<P>(px + lower - 2));
-            const Wide e1 = absolute(ul - lr) + absolute(d1);
-            const Wide e2 = absolute(ur - ll) + absolute(d2);
-            const Wide v = pick(e1, e2, divide_pow2<1>(ul + lr + d1), divide_pow2<1>(ur + ll + d2),
-                                divide_pow2<2>(ul + lr + ur + ll + d1 + d2));
-            const Bytes own = narrow((left + right) >> 1);
-            const Bytes other = narrow(select(colour, v, (up + down) >> 1));
-            store_masked<P>(px, red ? other : own, Bytes{}, red ? own : other, mask);
-        }
-        return c;
+        const uint8_t* src = row.s;
+        uint8_t* d = row.d;
+        struct Colours {
+            Bytes own, other;
+        };
+        // A block reads its own pixels' greens only, which no block writes.
+        return run_blocks<kLanes>(
+            c, end, -1,
+            [&](int x) QZRCFA_LAMBDA_INLINE {
+                const uint8_t* s = src + x;
+                const uint8_t* px = d + std::ptrdiff_t(x) * P;
+                const Widened left = wide_at(s - 1), right = wide_at(s + 1), up = wide_at(s - w), down = wide_at(s + w);
+                const Widened ul = wide_at(s - w - 1), ur = wide_at(s - w + 1), ll = wide_at(s + w - 1), lr = wide_at(s + w + 1);
+                // Greens at fixed three-byte spacing from the pixels above and below.
+                const Widened g = widen(gather<P>(px + kGreen));
+                const Widened gul = widen(gather<P>(px + upper - 2)), glr = widen(gather<P>(px + lower + 4));
+                const Widened gur = widen(gather<P>(px + upper + 4)), gll = widen(gather<P>(px + lower - 2));
+                const Bytes own = by_halves([&](int i) QZRCFA_LAMBDA_INLINE { return Wide((left[i] + right[i]) >> 1); });
+                const Bytes other = by_halves([&](int i) QZRCFA_LAMBDA_INLINE {
+                    const Wide d1 = g[i] + g[i] - gul[i] - glr[i];
+                    const Wide d2 = g[i] + g[i] - gur[i] - gll[i];
+                    const Wide e1 = absolute(ul[i] - lr[i]) + absolute(d1);
+                    const Wide e2 = absolute(ur[i] - ll[i]) + absolute(d2);
+                    const Wide v = pick(e1, e2, divide_pow2<1>(ul[i] + lr[i] + d1), divide_pow2<1>(ur[i] + ll[i] + d2),
+                                        divide_pow2<2>(ul[i] + lr[i] + ur[i] + ll[i] + d1 + d2));
+                    return select(colour, v, Wide((up[i] + down[i]) >> 1));
+                });
+                return Colours{own, other};
+            },
+            [&](const Colours& v, int x, bool) QZRCFA_LAMBDA_INLINE {
+                store_masked<P>(d + std::ptrdiff_t(x) * P, red ? v.other : v.own, Bytes{}, red ? v.own : v.other, mask);
+            });
     });
 }
 
@@ -256,55 +361,80 @@ int laplacian_colour_wide(const Row<uint8_t>& row, const LaplacianParams& params
 // Smooth hue.
 
 int smooth_hue_green_wide(const Row<uint8_t>& row, const SmoothHueRule&, int c) {
+    if (row.c_last - c + 1 < kLanes) return c;
     return for_stride(row.stride, c, [&]<int P>() {
         const Bytes green = green_lanes<Bytes>(row, c);
         const PixelMask<P> mask = pixel_mask<P>(Bytes{}, ~Bytes{}, Bytes{});
         const std::ptrdiff_t w = row.width;
-        for (; c + kLanes - 1 <= row.c_last; c += kLanes) {
-            const uint8_t* s = row.s + c;
-            const Bytes g = select(green, load<Bytes>(s), mean4(load<Bytes>(s + 1), load<Bytes>(s - 1), load<Bytes>(s - w), load<Bytes>(s + w)));
-            store_masked<P>(row.d + std::ptrdiff_t(c) * P, Bytes{}, g, Bytes{}, mask);
-        }
-        return c;
+        const uint8_t* src = row.s;
+        uint8_t* d = row.d;
+        return run_blocks<kLanes>(
+            c, row.c_last, -1,
+            [&](int x) QZRCFA_LAMBDA_INLINE {
+                const uint8_t* s = src + x;
+                return select(green, load<Bytes>(s), mean4(load<Bytes>(s + 1), load<Bytes>(s - 1), load<Bytes>(s - w), load<Bytes>(s + w)));
+            },
+            [&](const Bytes& g, int x, bool) QZRCFA_LAMBDA_INLINE { store_masked<P>(d + std::ptrdiff_t(x) * P, Bytes{}, g, Bytes{}, mask); });
     });
 }
 
-// The colour pass works on the two column parities of a block apart, each in
-// single-precision lanes: one parity's pixels share their site, so each lane computes
-// exactly its site's four quotients. IEEE single division and each addition and
-// multiplication round as the reference's scalar operations do, in the same order.
-typedef float Floats __attribute__((vector_size(kLanes * 2)));  // kLanes / 2 lanes
-typedef std::int32_t Ints __attribute__((vector_size(kLanes * 2)));
+// The colour pass works on the two column parities of a block apart, each as two
+// quarters of the block's lanes in single-precision vectors: one parity's pixels share
+// their site, so each lane computes exactly its site's four quotients. IEEE single
+// division and each addition and multiplication round as the reference's scalar
+// operations do, in the same order.
+constexpr int kQuarter = kLanes / 4;
+typedef float Floats __attribute__((vector_size(kLanes)));  // kQuarter lanes
+typedef std::int32_t Ints __attribute__((vector_size(kLanes)));
+typedef std::uint8_t Quarter __attribute__((vector_size(kQuarter)));
+typedef std::uint16_t QuarterWords __attribute__((vector_size(kQuarter * 2)));
 typedef std::uint8_t Half __attribute__((vector_size(kLanes / 2)));
 
-template <std::size_t... I>
-QZRCFA_INLINE Half parity_bytes(const Bytes& v, int parity, std::index_sequence<I...>) {
-    return parity == 0 ? __builtin_shufflevector(v, v, (2 * I)...) : __builtin_shufflevector(v, v, (2 * I + 1)...);
+// Bytes to floats and back through 16-bit lanes: the compiler widens and narrows one
+// step at a time in vector registers.
+QZRCFA_INLINE Floats to_floats(const Quarter& q) {
+    return __builtin_convertvector(__builtin_convertvector(__builtin_convertvector(q, QuarterWords), Ints), Floats);
 }
 
-QZRCFA_INLINE Floats floats(const Bytes& v, int parity) {
-    return __builtin_convertvector(parity_bytes(v, parity, std::make_index_sequence<kLanes / 2>()), Floats);
+// Lanes 2 (Q kQuarter + i) + K of a plane, i = 0 .. kQuarter - 1: quarter Q of parity K.
+template <int K, int Q, std::size_t... I>
+QZRCFA_INLINE Quarter quarter_lanes(const Bytes& v, std::index_sequence<I...>) {
+    return __builtin_shufflevector(v, v, (2 * (Q * kQuarter + int(I)) + K)...);
 }
 
-// A plane of bytes from the values of its even and odd lanes.
-template <std::size_t... I>
-QZRCFA_INLINE Bytes join_parities(const Half& even, const Half& odd, std::index_sequence<I...>) {
-    return __builtin_shufflevector(even, odd, ((I & 1) ? kLanes / 2 + I / 2 : I / 2)...);
+template <int K, int Q>
+QZRCFA_INLINE Floats floats(const Bytes& v) {
+    return to_floats(quarter_lanes<K, Q>(v, std::make_index_sequence<kQuarter>()));
 }
+
+template <std::size_t... I>
+QZRCFA_INLINE Half join_quarters(const Quarter& a, const Quarter& b, std::index_sequence<I...>) {
+    return __builtin_shufflevector(a, b, int(I)...);
+}
+
+// A plane from its parities' quarters: q[K][Q].
+template <std::size_t... I>
+QZRCFA_INLINE Bytes join_parities(const Quarter (&q)[2][2], std::index_sequence<I...>) {
+    const auto halves = std::make_index_sequence<kLanes / 2>();
+    const Half even = join_quarters(q[0][0], q[0][1], halves), odd = join_quarters(q[1][0], q[1][1], halves);
+    return __builtin_shufflevector(even, odd, int((I & 1) ? kLanes / 2 + I / 2 : I / 2)...);
+}
+
+QZRCFA_INLINE Bytes join_parities(const Quarter (&q)[2][2]) { return join_parities(q, std::make_index_sequence<kLanes>()); }
 
 // Lanes j >= 1 take lane j - 1 of v, lane 0 lane 0 of `first`.
 template <std::size_t... I>
 QZRCFA_INLINE Bytes shift_in(const Bytes& first, const Bytes& v, std::index_sequence<I...>) {
-    return __builtin_shufflevector(first, v, (I == 0 ? 0 : kLanes + I - 1)...);
+    return __builtin_shufflevector(first, v, int(I == 0 ? 0 : kLanes + I - 1)...);
 }
 
 // The saturating conversion to integers in 0 .. 255, never converting an infinity or a
 // NaN: `x <= 255` is false for both, so they take 255 first, and the greater-than form
 // then sends NaN to 0.
-QZRCFA_INLINE Half to_bytes(const Floats& x, Saturation form) {
+QZRCFA_INLINE Quarter to_bytes(const Floats& x, Saturation form) {
     Floats y = select_bits(x <= 255.0f, x, Floats{} + 255.0f);
     if (form == Saturation::GreaterThan) y = select_bits(x != x, Floats{}, y);
-    return __builtin_convertvector(__builtin_convertvector(y, Ints), Half);
+    return __builtin_convertvector(__builtin_convertvector(__builtin_convertvector(y, Ints), QuarterWords), Quarter);
 }
 
 // The bytes a block reads from one output row: for pixel c, the byte two before it (its
@@ -316,7 +446,61 @@ struct RowBytes {
         : left(gather<P>(px - 2)), green(gather<P>(px + kGreen)), right(gather<P>(px + 4)) {}
 };
 
+// Everything one block of the colour pass reads, fetched before it writes anything.
+template <int P>
+struct HueBlock {
+    RowBytes<P> above, here, below;
+    Bytes up_left, up, up_right, left, mid, right, down_left, down, down_right;
+    Quarter blue[2][2] = {}, red[2][2] = {};  // [parity][quarter]
+
+    QZRCFA_INLINE HueBlock(const Row<uint8_t>& row, int c, const uint8_t* px)
+        : above(px + row.up), here(px), below(px + row.down) {
+        const uint8_t* s = row.s + c;
+        const std::ptrdiff_t w = row.width;
+        up_left = load<Bytes>(s - w - 1), up = load<Bytes>(s - w), up_right = load<Bytes>(s - w + 1);
+        left = load<Bytes>(s - 1), mid = load<Bytes>(s), right = load<Bytes>(s + 1);
+        down_left = load<Bytes>(s + w - 1), down = load<Bytes>(s + w), down_right = load<Bytes>(s + w + 1);
+    }
+
+    // A red or blue site: the diagonal estimate, and its own sample.
+    template <int K, int Q>
+    QZRCFA_INLINE void diagonal(Site site, Saturation form) {
+        const Floats sum = ((floats<K, Q>(up_left) / floats<K, Q>(above.left) + floats<K, Q>(up_right) / floats<K, Q>(above.right)) +
+                            floats<K, Q>(down_left) / floats<K, Q>(below.left)) +
+                           floats<K, Q>(down_right) / floats<K, Q>(below.right);
+        const Quarter estimate = to_bytes(sum * (floats<K, Q>(here.green) * 0.25f), form);
+        const Quarter own = quarter_lanes<K, Q>(mid, std::make_index_sequence<kQuarter>());
+        blue[K][Q] = site == Site::Red ? estimate : own;
+        red[K][Q] = site == Site::Red ? own : estimate;
+    }
+
+    // A green site: the vertical and horizontal estimates. `left_bytes` are the left
+    // bytes of the block's pixels as the reference order reads them.
+    template <int K, int Q>
+    QZRCFA_INLINE void green(Site site, Saturation form, const Bytes& left_bytes) {
+        const Floats half_g = floats<K, Q>(here.green) * 0.5f;
+        const Quarter vertical = to_bytes((floats<K, Q>(up) / floats<K, Q>(above.green) + floats<K, Q>(down) / floats<K, Q>(below.green)) * half_g, form);
+        const Quarter horizontal =
+            to_bytes((floats<K, Q>(left) / floats<K, Q>(left_bytes) + floats<K, Q>(right) / floats<K, Q>(here.right)) * half_g, form);
+        blue[K][Q] = site == Site::GreenOnRed ? vertical : horizontal;
+        red[K][Q] = site == Site::GreenOnRed ? horizontal : vertical;
+    }
+
+    template <int K>
+    QZRCFA_INLINE void diagonals(Site site, Saturation form) {
+        diagonal<K, 0>(site, form);
+        diagonal<K, 1>(site, form);
+    }
+
+    template <int K>
+    QZRCFA_INLINE void greens(Site site, Saturation form, const Bytes& left_bytes) {
+        green<K, 0>(site, form, left_bytes);
+        green<K, 1>(site, form, left_bytes);
+    }
+};
+
 int smooth_hue_colour_wide(const Row<uint8_t>& row, const SmoothHueRule& rule, int c) {
+    if (row.c_last - c + 1 < kLanes) return c;
     return for_stride(row.stride, c, [&]<int P>() {
         Site site[2];
         for (int k = 0; k < 2; ++k) {
@@ -327,42 +511,32 @@ int smooth_hue_colour_wide(const Row<uint8_t>& row, const SmoothHueRule& rule, i
         const int green = is_green(site[0]) ? 0 : is_green(site[1]) ? 1 : -1;
         const Saturation form = rule.saturation;
         const PixelMask<P> mask = pixel_mask<P>(~Bytes{}, Bytes{}, ~Bytes{});
-        const auto halves = std::make_index_sequence<kLanes / 2>();
-        const auto lanes = std::make_index_sequence<kLanes>();
-        const std::ptrdiff_t w = row.width;
-        for (; c + kLanes - 1 <= row.c_last; c += kLanes) {
-            uint8_t* px = row.d + std::ptrdiff_t(c) * P;
-            const uint8_t* s = row.s + c;
-            const RowBytes<P> above(px + row.up), here(px), below(px + row.down);
-            const Bytes up_left = load<Bytes>(s - w - 1), up = load<Bytes>(s - w), up_right = load<Bytes>(s - w + 1);
-            const Bytes left = load<Bytes>(s - 1), mid = load<Bytes>(s), right = load<Bytes>(s + 1);
-            const Bytes down_left = load<Bytes>(s + w - 1), down = load<Bytes>(s + w), down_right = load<Bytes>(s + w + 1);
-            Half blue[2] = {}, red[2] = {};
-            for (int k = 0; k < 2; ++k) {
-                if (k == green) continue;
-                const Floats sum = ((floats(up_left, k) / floats(above.left, k) + floats(up_right, k) / floats(above.right, k)) +
-                                    floats(down_left, k) / floats(below.left, k)) +
-                                   floats(down_right, k) / floats(below.right, k);
-                const Half estimate = to_bytes(sum * (floats(here.green, k) * 0.25f), form);
-                const Half own = parity_bytes(mid, k, halves);
-                blue[k] = site[k] == Site::Red ? estimate : own;
-                red[k] = site[k] == Site::Red ? own : estimate;
-            }
+        const Row<uint8_t> r = row;
+        auto compute = [&](int x) QZRCFA_LAMBDA_INLINE {
+            HueBlock<P> b(r, x, r.d + std::ptrdiff_t(x) * P);
+            if (green != 0) b.template diagonals<0>(site[0], form);
+            if (green != 1) b.template diagonals<1>(site[1], form);
             if (green >= 0) {
-                const int k = green;
                 // The left byte of a four-byte pixel is the red element of the pixel
-                // before, which the colour sites of this block have just computed.
-                Bytes left_bytes = here.left;
-                if (P == 4) left_bytes = shift_in(here.left, join_parities(red[0], red[1], lanes), lanes);
-                const Floats half_g = floats(here.green, k) * 0.5f;
-                const Half vertical = to_bytes((floats(up, k) / floats(above.green, k) + floats(down, k) / floats(below.green, k)) * half_g, form);
-                const Half horizontal = to_bytes((floats(left, k) / floats(left_bytes, k) + floats(right, k) / floats(here.right, k)) * half_g, form);
-                blue[k] = site[k] == Site::GreenOnRed ? vertical : horizontal;
-                red[k] = site[k] == Site::GreenOnRed ? horizontal : vertical;
+                // before, which the red and blue sites of this block have just computed.
+                const Bytes left_bytes = P == 4 ? shift_in(b.here.left, join_parities(b.red), std::make_index_sequence<kLanes>())
+                                                : b.here.left;
+                if (green == 0) b.template greens<0>(site[0], form, left_bytes);
+                else b.template greens<1>(site[1], form, left_bytes);
             }
-            store_masked<P>(px, join_parities(blue[0], blue[1], lanes), Bytes{}, join_parities(red[0], red[1], lanes), mask);
-        }
-        return c;
+            return Planes<Bytes>{join_parities(b.blue), Bytes{}, join_parities(b.red)};
+        };
+        auto store = [&](const Planes<Bytes>& p, int x, bool) QZRCFA_LAMBDA_INLINE {
+            store_masked<P>(r.d + std::ptrdiff_t(x) * P, p.blue, Bytes{}, p.red, mask);
+        };
+        // With three-byte pixels a block reads only greens of its own row, which no
+        // block writes; with four it reads the red and blue bytes next to its pixels as
+        // the blocks before have left them, so each block is stored before the next
+        // is computed, and no two overlap.
+        if constexpr (P == 3) return run_blocks<kLanes>(c, r.c_last, -1, compute, store);
+        int x = c;
+        for (; x + kLanes - 1 <= r.c_last; x += kLanes) store(compute(x), x, false);
+        return x;
     });
 }
 

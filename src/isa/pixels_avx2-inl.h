@@ -7,7 +7,7 @@
 constexpr int kLanes = 32;
 typedef std::uint8_t Bytes __attribute__((vector_size(32)));
 typedef std::uint16_t Words __attribute__((vector_size(32)));
-typedef std::int16_t Wide __attribute__((vector_size(64)));
+typedef std::int16_t Wide __attribute__((vector_size(32)));  // kLanes / 2 lanes
 
 template <int P>
 struct PixelMask {
@@ -67,10 +67,12 @@ QZRCFA_INLINE void interleave(Bytes b, Bytes g, Bytes r, Bytes a, __m256i (&out)
 }
 
 template <int P>
-QZRCFA_INLINE void store_pixels(std::uint8_t* out, Bytes b, Bytes g, Bytes r, bool white) {
+QZRCFA_INLINE void store_pixels(std::uint8_t* out, Bytes b, Bytes g, Bytes r, bool white, bool stream = false) {
     __m256i px[P];
     interleave<P>(b, g, r, white ? ~Bytes{} : Bytes{}, px);
-    if (P == 4 && !white) {
+    if (stream) {
+        for (int i = 0; i < P; ++i) _mm256_stream_si256(reinterpret_cast<__m256i*>(out + 32 * i), px[i]);
+    } else if (P == 4 && !white) {
         const __m256i keep = _mm256_set1_epi32(int(0xFF000000u));
         for (int i = 0; i < P; ++i)
             store_256(out + 32 * i, _mm256_or_si256(_mm256_and_si256(load_256(out + 32 * i), keep), px[i]));
@@ -110,17 +112,17 @@ QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r)
                           _mm256_extracti128_si256(vr, 1));
 }
 
-QZRCFA_INLINE Wide widen(Bytes bytes) {
-    const __m256i v = (__m256i)bytes;
-    const __m256i halves[2] = {_mm256_cvtepu8_epi16(_mm256_castsi256_si128(v)),
-                               _mm256_cvtepu8_epi16(_mm256_extracti128_si256(v, 1))};
-    Wide w;
-    std::memcpy(&w, halves, sizeof w);
-    return w;
-}
+// The mean of two lanes rounded up, (a + b + 1) >> 1, without overflow.
+QZRCFA_INLINE Bytes mean_up(Bytes a, Bytes b) { return (Bytes)_mm256_avg_epu8((__m256i)a, (__m256i)b); }
+QZRCFA_INLINE Words mean_up(Words a, Words b) { return (Words)_mm256_avg_epu16((__m256i)a, (__m256i)b); }
 
-QZRCFA_INLINE Bytes narrow(Wide v) {
-    __m256i halves[2];
-    std::memcpy(halves, &v, sizeof v);
-    return (Bytes)_mm256_permute4x64_epi64(_mm256_packus_epi16(halves[0], halves[1]), 0xD8);
-}
+// A block's bytes as 16-bit lanes, in two halves (lanes 0 .. kLanes / 2 - 1 and the rest).
+struct Widened {
+    Wide half[2];
+    QZRCFA_INLINE const Wide& operator[](int i) const { return half[i]; }
+};
+
+QZRCFA_INLINE Widened widen(Bytes bytes) { return {{(Wide)_mm256_cvtepu8_epi16(_mm256_castsi256_si128((__m256i)bytes)), (Wide)_mm256_cvtepu8_epi16(_mm256_extracti128_si256((__m256i)bytes, 1))}}; }
+
+// Clamped to 0 .. 255.
+QZRCFA_INLINE Bytes narrow(const Widened& v) { return (Bytes)_mm256_permute4x64_epi64(_mm256_packus_epi16((__m256i)v.half[0], (__m256i)v.half[1]), 0xD8); }

@@ -10,7 +10,7 @@
 constexpr int kLanes = 64;
 typedef std::uint8_t Bytes __attribute__((vector_size(64)));
 typedef std::uint16_t Words __attribute__((vector_size(64)));
-typedef std::int16_t Wide __attribute__((vector_size(128)));
+typedef std::int16_t Wide __attribute__((vector_size(64)));  // kLanes / 2 lanes
 
 template <int P>
 struct PixelMask {
@@ -46,6 +46,9 @@ constexpr __mmask64 element_bits(int P, int first_byte, int element) {
     return m;
 }
 
+// The red bytes of the three output vectors of three-byte pixels.
+inline constexpr __mmask64 kRedOf3[3] = {element_bits(3, 0, 2), element_bits(3, 64, 2), element_bits(3, 128, 2)};
+
 // In-lane byte shuffles for sixteen pixels per 128-bit lane: [output][colour][byte].
 struct Interleave3Shuffle {
     alignas(64) std::uint8_t index[3][3][64];
@@ -72,7 +75,7 @@ QZRCFA_INLINE void interleave(Bytes b, Bytes g, Bytes r, Bytes a, __m512i (&out)
         for (int v = 0; v < 3; ++v) {
             const __m512i index = table(kInterleave3Permute.index[v]);
             const __m512i bg = _mm512_permutex2var_epi8(vb, index, vg);
-            out[v] = _mm512_mask_permutexvar_epi8(bg, element_bits(3, 64 * v, 2), index, vr);
+            out[v] = _mm512_mask_permutexvar_epi8(bg, kRedOf3[v], index, vr);
         }
 #else
         // o[v]: in each 128-bit lane L, the v-th third of the 48 bytes of pixels 16 L ..
@@ -113,10 +116,12 @@ QZRCFA_INLINE void interleave(Bytes b, Bytes g, Bytes r, Bytes a, __m512i (&out)
 }
 
 template <int P>
-QZRCFA_INLINE void store_pixels(std::uint8_t* out, Bytes b, Bytes g, Bytes r, bool white) {
+QZRCFA_INLINE void store_pixels(std::uint8_t* out, Bytes b, Bytes g, Bytes r, bool white, bool stream = false) {
     __m512i px[P];
     interleave<P>(b, g, r, white ? ~Bytes{} : Bytes{}, px);
-    if (P == 4 && !white) {
+    if (stream) {
+        for (int i = 0; i < P; ++i) _mm512_stream_si512(reinterpret_cast<__m512i*>(out + 64 * i), px[i]);
+    } else if (P == 4 && !white) {
         for (int i = 0; i < P; ++i) _mm512_mask_storeu_epi8(out + 64 * i, 0x7777777777777777ull, px[i]);
     } else {
         for (int i = 0; i < P; ++i) store_512(out + 64 * i, px[i]);
@@ -201,11 +206,14 @@ constexpr __mmask32 word_bits(int P, int first, int element) {
 }
 
 template <int P>
+inline constexpr __mmask32 kRedWords[4] = {word_bits(P, 0, 2), word_bits(P, 32, 2), word_bits(P, 64, 2), word_bits(P, 96, 2)};
+
+template <int P>
 QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r) {
     for (int v = 0; v < P; ++v) {
         const __m512i index = _mm512_load_si512(kInterleave16<P>.index[v]);
         const __m512i bg = _mm512_permutex2var_epi16((__m512i)b, index, (__m512i)g);
-        const __m512i px = _mm512_mask_permutexvar_epi16(bg, word_bits(P, 32 * v, 2), index, (__m512i)r);
+        const __m512i px = _mm512_mask_permutexvar_epi16(bg, kRedWords<P>[v], index, (__m512i)r);
         if constexpr (P == 4) {
             _mm512_mask_storeu_epi16(out + 32 * v, 0x77777777u, px);
         } else {
@@ -214,18 +222,17 @@ QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r)
     }
 }
 
-QZRCFA_INLINE Wide widen(Bytes bytes) {
-    const __m512i v = (__m512i)bytes;
-    const __m512i halves[2] = {_mm512_cvtepu8_epi16(_mm512_castsi512_si256(v)),
-                               _mm512_cvtepu8_epi16(_mm512_extracti64x4_epi64(v, 1))};
-    Wide w;
-    std::memcpy(&w, halves, sizeof w);
-    return w;
-}
+// The mean of two lanes rounded up, (a + b + 1) >> 1, without overflow.
+QZRCFA_INLINE Bytes mean_up(Bytes a, Bytes b) { return (Bytes)_mm512_avg_epu8((__m512i)a, (__m512i)b); }
+QZRCFA_INLINE Words mean_up(Words a, Words b) { return (Words)_mm512_avg_epu16((__m512i)a, (__m512i)b); }
 
-QZRCFA_INLINE Bytes narrow(Wide v) {
-    __m512i halves[2];
-    std::memcpy(halves, &v, sizeof v);
-    return (Bytes)_mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7),
-                                           _mm512_packus_epi16(halves[0], halves[1]));
-}
+// A block's bytes as 16-bit lanes, in two halves (lanes 0 .. kLanes / 2 - 1 and the rest).
+struct Widened {
+    Wide half[2];
+    QZRCFA_INLINE const Wide& operator[](int i) const { return half[i]; }
+};
+
+QZRCFA_INLINE Widened widen(Bytes bytes) { return {{(Wide)_mm512_cvtepu8_epi16(_mm512_castsi512_si256((__m512i)bytes)), (Wide)_mm512_cvtepu8_epi16(_mm512_extracti64x4_epi64((__m512i)bytes, 1))}}; }
+
+// Clamped to 0 .. 255.
+QZRCFA_INLINE Bytes narrow(const Widened& v) { return (Bytes)_mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7), _mm512_packus_epi16((__m512i)v.half[0], (__m512i)v.half[1])); }

@@ -11,7 +11,7 @@
 constexpr int kLanes = 16;  // columns of one block
 typedef std::uint8_t Bytes __attribute__((vector_size(16)));
 typedef std::uint16_t Words __attribute__((vector_size(16)));  // kLanes / 2 lanes
-typedef std::int16_t Wide __attribute__((vector_size(32)));    // kLanes lanes
+typedef std::int16_t Wide __attribute__((vector_size(16)));  // kLanes / 2 lanes
 
 // Interleaved pixels of one block and a mask of the bytes a store may change.
 template <int P>
@@ -31,13 +31,16 @@ QZRCFA_INLINE void interleave(Bytes b, Bytes g, Bytes r, Bytes a, __m128i (&out)
 }
 
 // The block's pixels, whole: element 3 of four-byte pixels becomes 255 when `white`,
-// else keeps what it held.
+// else keeps what it held. With `stream` (three-byte or white pixels, `out` aligned to
+// kLanes bytes) the stores bypass the cache.
 template <int P>
-QZRCFA_INLINE void store_pixels(std::uint8_t* out, Bytes b, Bytes g, Bytes r, bool white) {
+QZRCFA_INLINE void store_pixels(std::uint8_t* out, Bytes b, Bytes g, Bytes r, bool white, bool stream = false) {
     const Bytes a = white ? ~Bytes{} : Bytes{};
     __m128i px[P];
     interleave<P>(b, g, r, a, px);
-    if (P == 4 && !white) {
+    if (stream) {
+        for (int i = 0; i < P; ++i) _mm_stream_si128(reinterpret_cast<__m128i*>(out + 16 * i), px[i]);
+    } else if (P == 4 && !white) {
         const __m128i keep = _mm_set1_epi32(int(0xFF000000u));
         for (int i = 0; i < P; ++i) store_128(out + 16 * i, _mm_or_si128(_mm_and_si128(load_128(out + 16 * i), keep), px[i]));
     } else {
@@ -80,17 +83,17 @@ QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r)
     store_pixels16_128<P>(out, (__m128i)b, (__m128i)g, (__m128i)r);
 }
 
-QZRCFA_INLINE Wide widen(Bytes bytes) {
-    const __m128i zero = _mm_setzero_si128();
-    const __m128i halves[2] = {_mm_unpacklo_epi8((__m128i)bytes, zero), _mm_unpackhi_epi8((__m128i)bytes, zero)};
-    Wide v;
-    std::memcpy(&v, halves, sizeof v);
-    return v;
-}
+// The mean of two lanes rounded up, (a + b + 1) >> 1, without overflow.
+QZRCFA_INLINE Bytes mean_up(Bytes a, Bytes b) { return (Bytes)_mm_avg_epu8((__m128i)a, (__m128i)b); }
+QZRCFA_INLINE Words mean_up(Words a, Words b) { return (Words)_mm_avg_epu16((__m128i)a, (__m128i)b); }
+
+// A block's bytes as 16-bit lanes, in two halves (lanes 0 .. kLanes / 2 - 1 and the rest).
+struct Widened {
+    Wide half[2];
+    QZRCFA_INLINE const Wide& operator[](int i) const { return half[i]; }
+};
+
+QZRCFA_INLINE Widened widen(Bytes bytes) { return {{(Wide)_mm_unpacklo_epi8((__m128i)bytes, _mm_setzero_si128()), (Wide)_mm_unpackhi_epi8((__m128i)bytes, _mm_setzero_si128())}}; }
 
 // Clamped to 0 .. 255.
-QZRCFA_INLINE Bytes narrow(Wide v) {
-    __m128i halves[2];
-    std::memcpy(halves, &v, sizeof v);
-    return (Bytes)_mm_packus_epi16(halves[0], halves[1]);
-}
+QZRCFA_INLINE Bytes narrow(const Widened& v) { return (Bytes)_mm_packus_epi16((__m128i)v.half[0], (__m128i)v.half[1]); }

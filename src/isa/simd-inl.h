@@ -3,9 +3,11 @@
 // namespace after its pixel layer, so every function is compiled for that instruction
 // set alone.
 //
-// Means are floors, formed in the lanes' own width without widening:
-// (a & b) + ((a ^ b) >> 1) is floor((a + b) / 2), and the mean of four is the mean of
-// the two pair means plus the carry that both pairs' dropped halves make together.
+// Means are floors, formed in the lanes' own width without widening, from the pixel
+// layer's mean rounded up: floor((a + b) / 2) is it less the carry (a ^ b) & 1. Four
+// lanes: with ab and cd the floor means of the pairs, a + b + c + d is 2 (ab + cd) plus
+// both pairs' carries, so its floor quarter is floor((ab + cd + k) / 2) with k the and
+// of the carries: the rounded-up mean of ab and cd, less (ab ^ cd) & 1 where k is 0.
 
 template <class V>
 QZRCFA_INLINE V load(const void* p) {
@@ -21,14 +23,14 @@ QZRCFA_INLINE void store(void* p, const V& v) {
 
 template <class V>
 QZRCFA_INLINE V mean2(const V& a, const V& b) {
-    return (a & b) + ((a ^ b) >> 1);
+    return mean_up(a, b) - ((a ^ b) & 1);
 }
 
 template <class V>
 QZRCFA_INLINE V mean4(const V& a, const V& b, const V& c, const V& d) {
     const V ab = mean2(a, b);
     const V cd = mean2(c, d);
-    return mean2(ab, cd) + ((ab ^ cd) & (a ^ b) & (c ^ d) & 1);
+    return mean_up(ab, cd) - ((ab ^ cd) & ~((a ^ b) & (c ^ d)) & 1);
 }
 
 // Lanes of `mask` (all ones or all zeros per lane) take `yes`, the others `no`.

@@ -19,6 +19,9 @@
 #include "detail/bayer.h"
 #include "detail/kernels.h"
 
+// Lambdas that a kernel runs per block are inlined into it like every helper.
+#define QZRCFA_LAMBDA_INLINE __attribute__((always_inline))
+
 // Vectors wider than the baseline's registers pass only between inlined functions of
 // one target file, so the note that their calling convention differs does not apply.
 #pragma GCC diagnostic ignored "-Wpsabi"
