@@ -1,10 +1,12 @@
-// qzrcfa.hpp: a checked C++ interface over the qzrcfa exports. Header only.
+// qzrcfa.hpp: a checked C++ interface over the qzrcfa exports and the extended library.
 //
 // The exports of qzrcfa.h validate nothing, by contract. This header describes a
-// request with enums and non-owning views, checks it against what the chosen export
-// needs, and only then calls that export; a bad request comes back as a Result that
-// carries one clear message, and nothing is called. A valid request gives exactly the
-// bytes a direct call of the export gives: the views are handed over unchanged.
+// request with enums and non-owning views and checks it against what the chosen export
+// needs; demosaic() hands a sound request to the extended library (qzrcfa_ext.h, link
+// qzrcfa::ext or -lqzrcfa-ext), which calls that export, or with several threads runs
+// its member over bands of rows. A bad request comes back as a Result that carries one
+// clear message, and nothing is called. A valid request gives exactly the bytes a
+// direct call of the export gives, whatever the thread count.
 //
 //   std::vector<std::uint8_t> raw = ...;                     // width * height samples
 //   std::vector<std::uint8_t> bgr(qzrcfa::output_elements(width, height, options));
@@ -40,6 +42,7 @@
 #include <string_view>
 
 #include "qzrcfa.h"
+#include "qzrcfa_ext.h"
 
 namespace qzrcfa {
 
@@ -65,11 +68,15 @@ enum class RowOrder { TopDown, BottomUp };
 // pixel.
 enum class Format : unsigned short { Grey = 0, Bgr24 = 24, Bgra32 = 32 };
 
+// Largest thread count a request may ask for.
+inline constexpr int kMaxThreads = 1024;
+
 struct Options {
     Method method = Method::Bilinear;
     Pattern pattern = Pattern::RGGB;
     RowOrder order = RowOrder::TopDown;
     Format format = Format::Bgr24;
+    int threads = 1;  // 1: the calling thread only, exactly a direct call; 0: every processor; N: up to N
 };
 
 constexpr std::string_view to_string(Method m) {
@@ -390,6 +397,10 @@ inline std::size_t output_elements(int width, int height, const Options& options
 inline Result check(const RawFrame& raw, const OutputImage& out, const Options& options) {
     detail::Member m;
     if (Result r = detail::find_member(options, raw.depth(), m); !r) return r;
+    if (options.threads < 0 || options.threads > kMaxThreads)
+        return Result::failure("thread count " + std::to_string(options.threads) + " is " +
+                               (options.threads < 0 ? "negative" : "above the limit of " + std::to_string(kMaxThreads)) +
+                               ": use 1 for the calling thread, 0 for every processor, or up to " + std::to_string(kMaxThreads));
     const int w = raw.width(), h = raw.height();
     const std::string size = std::to_string(w) + "x" + std::to_string(h);
     if (w < 0 || h < 0) return Result::failure("frame size " + size + " is negative");
@@ -431,11 +442,10 @@ inline Result check(const RawFrame& raw, const OutputImage& out, const Options& 
     return Result::success();
 }
 
-// Checks the request and, if it is sound, calls the export it names.
-inline Result demosaic(const RawFrame& raw, const OutputImage& out, const Options& options) {
-    if (Result r = check(raw, out, options); !r) return r;
-    detail::Member m;
-    detail::find_member(options, raw.depth(), m);
+namespace detail {
+
+// Calls the export a sound request names, with the views unchanged.
+inline Result call_export(const Member& m, const RawFrame& raw, const OutputImage& out, const Options& options) {
     // The exports take non-const pointers for their input; they only read it.
     auto* s8 = static_cast<unsigned char*>(const_cast<void*>(raw.data()));
     auto* s16 = static_cast<unsigned short*>(const_cast<void*>(raw.data()));
@@ -448,6 +458,21 @@ inline Result demosaic(const RawFrame& raw, const OutputImage& out, const Option
     else if (m.grey8) status = m.grey8(s8, raw.width(), raw.height(), d8);
     else if (m.grey16) status = m.grey16(s16, raw.width(), raw.height(), d16);
     if (status != 0) return Result::failure("the export returned " + std::to_string(status));
+    return Result::success();
+}
+
+inline qzrcfa_request to_request(const RawFrame& raw, const OutputImage& out, const Options& o) {
+    return qzrcfa_request{raw.data(),  raw.count(),    raw.width(),       raw.height(),     raw.depth(),    out.data(), out.count(),
+                          out.depth(), int(o.method), int(o.pattern), int(o.order), int(o.format), o.threads};
+}
+
+}  // namespace detail
+
+// Checks the request and, if it is sound, runs it (extended library).
+inline Result demosaic(const RawFrame& raw, const OutputImage& out, const Options& options) {
+    char message[512];
+    const qzrcfa_request request = detail::to_request(raw, out, options);
+    if (qzrcfa_demosaic(&request, message, sizeof message) != 0) return Result::failure(message);
     return Result::success();
 }
 

@@ -14,8 +14,8 @@ prefix=$work/prefix
 
 fail() { echo "consumer test: $*" >&2; exit 1; }
 libdir=$(cd "$prefix" && ls -d lib*/ | head -n1); libdir=${libdir%/}
-for f in include/qzrcfa.h include/qzrcfa.hpp bin/qzrcfa-demosaic bin/qzrcfa-quality \
-         "$libdir/pkgconfig/qzrcfa.pc" "$libdir/cmake/qzrcfa/qzrcfaConfig.cmake" \
+for f in include/qzrcfa.h include/qzrcfa.hpp include/qzrcfa_ext.h bin/qzrcfa-demosaic bin/qzrcfa-quality \
+         "$libdir/pkgconfig/qzrcfa.pc" "$libdir/pkgconfig/qzrcfa-ext.pc" "$libdir/cmake/qzrcfa/qzrcfaConfig.cmake" \
          "$libdir/cmake/qzrcfa/qzrcfaConfigVersion.cmake" "$libdir/cmake/qzrcfa/qzrcfaTargets.cmake"; do
   [ -e "$prefix/$f" ] || fail "missing $f"
 done
@@ -44,5 +44,5 @@ export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
 [ "$(pkg-config --modversion qzrcfa)" = "$(cd "$prefix/$libdir" && ls libqzrcfa.so.*.*.* | sed 's/libqzrcfa.so.//')" ] ||
   fail "pkg-config reports another version"
 # shellcheck disable=SC2046
-"$cxx" -std=c++20 $flags "$source/consumer.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs qzrcfa)
+"$cxx" -std=c++20 $flags "$source/consumer.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs qzrcfa-ext)
 LD_LIBRARY_PATH=$prefix/$libdir "$work/consumer-pc"
