@@ -2,6 +2,7 @@
 # Debian package the build needs and the machine lacks is installed first.
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+TSAN_BUILD ?= build-tsan
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE      ?= cmake
 CTEST      ?= ctest
@@ -9,7 +10,7 @@ CTEST      ?= ctest
 # Debian packages the build, tests, benchmarks and tools need.
 PACKAGES := cmake g++ make pkg-config libgtest-dev libbenchmark-dev libpng-dev
 
-.PHONY: all build demo test test-release test-asan bench deps clean
+.PHONY: all build demo test test-release test-asan test-tsan bench deps clean
 
 all: build
 
@@ -32,7 +33,7 @@ build: deps $(BUILD)/CMakeCache.txt
 demo: build
 	$(CMAKE) --build $(BUILD) --target demo
 
-test: test-release test-asan
+test: test-release test-asan test-tsan
 
 test-release: build
 	$(CTEST) --test-dir $(BUILD) --output-on-failure -j $(JOBS)
@@ -43,8 +44,14 @@ test-asan: deps
 	$(CMAKE) --build $(ASAN_BUILD) -j $(JOBS)
 	$(CTEST) --test-dir $(ASAN_BUILD) --output-on-failure -j $(JOBS)
 
+# The library and the concurrency test alone, under ThreadSanitizer.
+test-tsan: deps
+	$(CMAKE) -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQZRCFA_TSAN=ON -DQZRCFA_BUILD_TOOLS=OFF -DQZRCFA_BUILD_BENCH=OFF
+	$(CMAKE) --build $(TSAN_BUILD) -j $(JOBS) --target test_threads
+	TSAN_OPTIONS=halt_on_error=1 $(TSAN_BUILD)/tests/test_threads
+
 bench: build
 	$(BUILD)/bench/qzrcfa-bench $(BENCH_ARGS)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) out
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) out
