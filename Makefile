@@ -35,8 +35,9 @@ $(BUILD)/CMakeCache.txt: | deps
 build: deps $(BUILD)/CMakeCache.txt
 	$(CMAKE) --build $(BUILD) -j $(JOBS)
 
-demo: build
-	$(CMAKE) --build $(BUILD) --target demo
+# Only the library and the tool: the demo's custom target depends on nothing else.
+demo: deps $(BUILD)/CMakeCache.txt
+	$(CMAKE) --build $(BUILD) -j $(JOBS) --target demo
 
 test: test-release test-asan test-tsan test-clang
 
