@@ -23,7 +23,13 @@ extern "C" void on_fault(int) { siglongjmp(g_fault, 1); }
 
 // Calls the export; true if it faulted.
 bool faults(const Export& e, void* s, int w, int h, void* d, unsigned short bits) {
-    if (sigsetjmp(g_fault, 1) != 0) return true;
+    static const bool installed = [] {
+        struct sigaction action{};
+        action.sa_handler = on_fault;
+        action.sa_flags = SA_NODEFER;
+        return ::sigaction(SIGSEGV, &action, nullptr) == 0 && ::sigaction(SIGBUS, &action, nullptr) == 0;
+    }();
+    if (!installed || sigsetjmp(g_fault, 1) != 0) return true;
     if (e.colour8) e.colour8(static_cast<unsigned char*>(s), w, h, static_cast<unsigned char*>(d), bits);
     if (e.colour16) e.colour16(static_cast<unsigned short*>(s), w, h, static_cast<unsigned short*>(d), bits);
     if (e.grey8) e.grey8(static_cast<unsigned char*>(s), w, h, static_cast<unsigned char*>(d));
@@ -40,24 +46,13 @@ struct Slack {
 std::string run(const Export& e, int w, int h, unsigned short bits, Slack slack) {
     const std::size_t elem = e.wide() ? 2 : 1, pixels = std::size_t(w) * std::size_t(h);
     const std::size_t out = pixels * (e.grey() ? 1 : bits / 8u) + slack.before + slack.after;
-    struct sigaction action{}, old_segv{}, old_bus{};
-    action.sa_handler = on_fault;
-    sigemptyset(&action.sa_mask);
-    action.sa_flags = SA_NODEFER;
-    ::sigaction(SIGSEGV, &action, &old_segv);
-    ::sigaction(SIGBUS, &action, &old_bus);
-    std::string fault;
     for (const bool at_end : {true, false}) {
         const Guarded src(pixels * elem, at_end), dst(out * elem, at_end);
-        if (faults(e, src.data(), w, h, dst.data() + slack.before * elem, bits)) {
-            fault = std::string(e.name) + " " + std::to_string(w) + "x" + std::to_string(h) + " bitCount " +
-                    std::to_string(bits) + (at_end ? ": past the end of src or dst" : ": before the start of src or dst");
-            break;
-        }
+        if (faults(e, src.data(), w, h, dst.data() + slack.before * elem, bits))
+            return std::string(e.name) + " " + std::to_string(w) + "x" + std::to_string(h) + " bitCount " +
+                   std::to_string(bits) + (at_end ? ": past the end of src or dst" : ": before the start of src or dst");
     }
-    ::sigaction(SIGSEGV, &old_segv, nullptr);
-    ::sigaction(SIGBUS, &old_bus, nullptr);
-    return fault;
+    return "";
 }
 
 // Sizes at and above every member's minimum, with widths that end the wide kernels'

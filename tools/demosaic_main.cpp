@@ -10,7 +10,6 @@
 #include <exception>
 #include <filesystem>
 #include <optional>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
