@@ -1,15 +1,21 @@
 # Thin wrapper over CMake. `make demo` and `make test` work on a fresh machine: any
 # Debian package the build needs and the machine lacks is installed first.
-BUILD      ?= build
-ASAN_BUILD ?= build-asan
-JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
-CMAKE      ?= cmake
-CTEST      ?= ctest
+BUILD       ?= build
+ASAN_BUILD  ?= build-asan
+TSAN_BUILD  ?= build-tsan
+CLANG_BUILD ?= build-clang
+JOBS        ?= $(shell nproc 2>/dev/null || echo 2)
+CMAKE       ?= cmake
+CTEST       ?= ctest
+CLANG_CC    ?= clang-14
+CLANG_CXX   ?= clang++-14
+# How long `make fuzz` runs each fuzz target, in seconds (the suite runs each for 15).
+FUZZ_SECONDS ?= 600
 
-# Debian packages the build, tests, benchmarks and tools need.
-PACKAGES := cmake g++ make pkg-config libgtest-dev libbenchmark-dev libpng-dev
+# Debian packages the build, tests, benchmarks, tools and fuzz targets need.
+PACKAGES := cmake g++ make pkg-config libgtest-dev libbenchmark-dev libpng-dev zlib1g-dev clang-14 libclang-rt-14-dev
 
-.PHONY: all build demo test test-release test-asan bench deps clean
+.PHONY: all build demo test test-release test-asan test-tsan test-clang fuzz bench deps clean
 
 all: build
 
@@ -29,10 +35,11 @@ $(BUILD)/CMakeCache.txt: | deps
 build: deps $(BUILD)/CMakeCache.txt
 	$(CMAKE) --build $(BUILD) -j $(JOBS)
 
-demo: build
-	$(CMAKE) --build $(BUILD) --target demo
+# Only the library and the tool: the demo's custom target depends on nothing else.
+demo: deps $(BUILD)/CMakeCache.txt
+	$(CMAKE) --build $(BUILD) -j $(JOBS) --target demo
 
-test: test-release test-asan
+test: test-release test-asan test-tsan test-clang
 
 test-release: build
 	$(CTEST) --test-dir $(BUILD) --output-on-failure -j $(JOBS)
@@ -43,8 +50,42 @@ test-asan: deps
 	$(CMAKE) --build $(ASAN_BUILD) -j $(JOBS)
 	$(CTEST) --test-dir $(ASAN_BUILD) --output-on-failure -j $(JOBS)
 
+# The library and the concurrency test alone, under ThreadSanitizer.
+test-tsan: deps
+	$(CMAKE) -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQZRCFA_TSAN=ON -DQZRCFA_BUILD_TOOLS=OFF -DQZRCFA_BUILD_BENCH=OFF
+	$(CMAKE) --build $(TSAN_BUILD) -j $(JOBS) --target test_threads
+	TSAN_OPTIONS=halt_on_error=1 $(TSAN_BUILD)/tests/test_threads
+
+# The whole suite built by clang (Release), and the libFuzzer targets, which the
+# suite runs for 15 seconds each.
+# While clang cannot compile the library's sources (a GNU attribute before a C++
+# attribute in src/detail/byte_vectors.h, which clang 14 rejects), only the target
+# that needs no library runs, and this says so; any other failure fails the target.
+test-clang: deps
+	CC=$(CLANG_CC) CXX=$(CLANG_CXX) $(CMAKE) -S . -B $(CLANG_BUILD) -DCMAKE_BUILD_TYPE=Release -DQZRCFA_FUZZ=ON -DQZRCFA_BUILD_BENCH=OFF
+	@if $(CMAKE) --build $(CLANG_BUILD) -j $(JOBS) --target qzrcfa > $(CLANG_BUILD)/library.log 2>&1; then \
+	  $(CMAKE) --build $(CLANG_BUILD) -j $(JOBS) && $(CTEST) --test-dir $(CLANG_BUILD) --output-on-failure -j $(JOBS); \
+	elif grep -q "byte_vectors.h:.*error: an attribute list cannot appear here" $(CLANG_BUILD)/library.log; then \
+	  grep -m 1 "error:" $(CLANG_BUILD)/library.log; \
+	  echo "*** test-clang: $(CLANG_CXX) cannot compile the library yet; running only fuzz_readers."; \
+	  $(CMAKE) --build $(CLANG_BUILD) -j $(JOBS) --target fuzz_readers && \
+	  $(CTEST) --test-dir $(CLANG_BUILD) --output-on-failure -R '^fuzz_readers$$'; \
+	else \
+	  cat $(CLANG_BUILD)/library.log; exit 1; \
+	fi
+
+# The fuzz targets for FUZZ_SECONDS each, adding what they find to the build tree's
+# corpus (tests/fuzz/corpus is the seed, kept as it is).
+fuzz: deps
+	CC=$(CLANG_CC) CXX=$(CLANG_CXX) $(CMAKE) -S . -B $(CLANG_BUILD) -DCMAKE_BUILD_TYPE=Release -DQZRCFA_FUZZ=ON -DQZRCFA_BUILD_BENCH=OFF
+	$(CMAKE) --build $(CLANG_BUILD) -j $(JOBS) --target fuzz_readers fuzz_api
+	for t in readers api; do \
+	  $(CLANG_BUILD)/tests/fuzz/fuzz_$$t -max_total_time=$(FUZZ_SECONDS) -malloc_limit_mb=256 -print_final_stats=1 \
+	    $(CLANG_BUILD)/tests/fuzz/corpus-$$t tests/fuzz/corpus/$$t || exit 1; \
+	done
+
 bench: build
 	$(BUILD)/bench/qzrcfa-bench $(BENCH_ARGS)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) out
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(CLANG_BUILD) out

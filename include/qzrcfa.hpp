@@ -385,23 +385,11 @@ inline Size minimum_size(const Options& options, int depth = 8) {
     return {m.min_width, m.min_height};
 }
 
-// Elements the output buffer must hold for a width x height frame, slack included;
-// 0 when the request cannot be served (see check()).
-inline std::size_t output_elements(int width, int height, const Options& options, int depth = 8) {
-    detail::Member m;
-    if (!detail::find_member(options, depth, m) || width < 0 || height < 0) return 0;
-    return std::size_t(width) * std::size_t(height) * detail::elements_per_pixel(options.format) + m.dst_tail;
-}
+namespace detail {
 
-// Every check demosaic() makes, without calling anything.
-inline Result check(const RawFrame& raw, const OutputImage& out, const Options& options) {
-    detail::Member m;
-    if (Result r = detail::find_member(options, raw.depth(), m); !r) return r;
-    if (options.threads < 0 || options.threads > kMaxThreads)
-        return Result::failure("thread count " + std::to_string(options.threads) + " is " +
-                               (options.threads < 0 ? "negative" : "above the limit of " + std::to_string(kMaxThreads)) +
-                               ": use 1 for the calling thread, 0 for every processor, or up to " + std::to_string(kMaxThreads));
-    const int w = raw.width(), h = raw.height();
+// The checks on the frame size alone: the member's minimum and the interface's signed
+// 32-bit products.
+inline Result check_size(const Member& m, int w, int h, int depth, const Options& options) {
     const std::string size = std::to_string(w) + "x" + std::to_string(h);
     if (w < 0 || h < 0) return Result::failure("frame size " + size + " is negative");
     if (w < m.min_width || h < m.min_height)
@@ -414,12 +402,38 @@ inline Result check(const RawFrame& raw, const OutputImage& out, const Options& 
 
     constexpr std::uint64_t kInt32Max = std::uint64_t(std::numeric_limits<std::int32_t>::max());
     const std::uint64_t pixels = std::uint64_t(w) * std::uint64_t(h);
-    const std::size_t epp = detail::elements_per_pixel(options.format);
-    const std::uint64_t image_bytes = pixels * epp * raw.sample_bytes();
-    if (image_bytes + m.dst_tail * raw.sample_bytes() > kInt32Max || pixels * raw.sample_bytes() > kInt32Max)
+    const std::uint64_t sample_bytes = depth == 16 ? 2 : 1;
+    const std::uint64_t image_bytes = pixels * elements_per_pixel(options.format) * sample_bytes;
+    if (image_bytes + m.dst_tail * sample_bytes > kInt32Max || pixels * sample_bytes > kInt32Max)
         return Result::failure("frame size " + size + " is too large: the image must stay below 2^31 bytes");
     if (m.white_prefill && pixels * unsigned(options.format) > kInt32Max)
         return Result::failure("frame size " + size + " is too large: width x height x bitCount must stay below 2^31");
+    return Result::success();
+}
+
+}  // namespace detail
+
+// Elements the output buffer must hold for a width x height frame, slack included;
+// 0 when demosaic() would refuse the request whatever the buffers (see check()).
+inline std::size_t output_elements(int width, int height, const Options& options, int depth = 8) {
+    detail::Member m;
+    if (!detail::find_member(options, depth, m) || !detail::check_size(m, width, height, depth, options)) return 0;
+    return std::size_t(width) * std::size_t(height) * detail::elements_per_pixel(options.format) + m.dst_tail;
+}
+
+// Every check demosaic() makes, without calling anything.
+inline Result check(const RawFrame& raw, const OutputImage& out, const Options& options) {
+    detail::Member m;
+    if (Result r = detail::find_member(options, raw.depth(), m); !r) return r;
+    if (options.threads < 0 || options.threads > kMaxThreads)
+        return Result::failure("thread count " + std::to_string(options.threads) + " is " +
+                               (options.threads < 0 ? "negative" : "above the limit of " + std::to_string(kMaxThreads)) +
+                               ": use 1 for the calling thread, 0 for every processor, or up to " + std::to_string(kMaxThreads));
+    if (Result r = detail::check_size(m, raw.width(), raw.height(), raw.depth(), options); !r) return r;
+    const int w = raw.width(), h = raw.height();
+    const std::string size = std::to_string(w) + "x" + std::to_string(h);
+    const std::uint64_t pixels = std::uint64_t(w) * std::uint64_t(h);
+    const std::size_t epp = detail::elements_per_pixel(options.format);
 
     if (raw.data() == nullptr) return Result::failure("the raw frame is null");
     if (out.data() == nullptr) return Result::failure("the output buffer is null");

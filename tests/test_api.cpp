@@ -153,6 +153,7 @@ TEST(CheckedApi, SizesJustBelowEachMinimumAreRefusedWithoutACall) {
                 : demosaic(RawFrame(raw.data(), 4096, s.first, s.second), OutputImage(out.data(), 4096), c.options);
             EXPECT_FALSE(r.ok()) << describe(c) << " " << s.first << "x" << s.second;
             EXPECT_NE(r.message().find("minimum"), std::string::npos) << r.message();
+            EXPECT_EQ(output_elements(s.first, s.second, c.options, c.depth), 0u) << describe(c);
             EXPECT_EQ(out, before) << describe(c) << ": refused, yet the output changed";
         }
     }
@@ -165,7 +166,7 @@ TEST(CheckedApi, OutputSizesIncludeTheSlackEachMemberWrites) {
             << describe(c);
     }
     EXPECT_EQ(output_elements(12, 10, {Method::Laplacian2, Pattern::BGGR}), 0u);
-    EXPECT_EQ(output_elements(-1, 10, {}), 0u);
+    for (int side : {-1, 30000, std::numeric_limits<int>::max()}) EXPECT_EQ(output_elements(side, side, {}), 0u) << side;
 }
 
 // A refused request: what it is, what is wrong, and a word the message must contain.
