@@ -54,6 +54,8 @@ enum class Method {
     Laplacian,        // gradient-directed green with second-difference correction
     Laplacian2,       // Laplacian with its green pass displaced; RGGB top-down only
     SmoothHue,        // red and blue from the neighbours' colour-to-green ratios
+    Gbri,             // gradient-based green, residual-interpolated red and blue: the best colour;
+                      // extended library only, 8- and 16-bit, whole image border included
 };
 
 enum class Pattern { RGGB, BGGR, GRBG, GBRG };
@@ -88,6 +90,7 @@ constexpr std::string_view to_string(Method m) {
         case Method::Laplacian: return "laplacian";
         case Method::Laplacian2: return "laplacian2";
         case Method::SmoothHue: return "smoothhue";
+        case Method::Gbri: return "gbri";
     }
     return "?";
 }
@@ -199,6 +202,7 @@ struct Member {
     bool odd_width_needs_three_rows = false;  // the border fill reads S(1, width) = S(2, 0)
     bool white_prefill = false;               // 255 over width * height * bitCount / 8 bytes
     std::size_t dst_tail = 0;                 // elements written past the image
+    bool extended = false;                    // the extended library's own method: no export
 };
 
 inline constexpr Family8 kNearest8{{
@@ -271,7 +275,7 @@ inline constexpr Family8 kSmoothHue{{
     {QZRCFA_SmoothHue_GBRG, QZRCFA_SmoothHue_GBRG_Flip},
 }};
 
-constexpr bool valid(Method m) { return int(m) >= 0 && int(m) <= int(Method::SmoothHue); }
+constexpr bool valid(Method m) { return int(m) >= 0 && int(m) <= int(Method::Gbri); }
 constexpr bool valid(Pattern p) { return int(p) >= 0 && int(p) <= int(Pattern::GBRG); }
 constexpr bool valid(RowOrder o) { return o == RowOrder::TopDown || o == RowOrder::BottomUp; }
 constexpr bool colour(Format f) { return f == Format::Bgr24 || f == Format::Bgra32; }
@@ -285,6 +289,7 @@ inline const Family8* family8(Method m) {
         case Method::Laplacian: return &kLaplacian;
         case Method::Laplacian2: return &kLaplacian2;
         case Method::SmoothHue: return &kSmoothHue;
+        case Method::Gbri: return nullptr;
     }
     return nullptr;
 }
@@ -304,6 +309,14 @@ inline Result find_member(const Options& o, int depth, Member& out) {
                              std::string(to_string(o.order));
     const int p = int(o.pattern);
     const int f = o.order == RowOrder::BottomUp ? 1 : 0;
+    if (o.method == Method::Gbri) {
+        if (o.format == Format::Grey)
+            return Result::failure("no grey output for " + what + ": gbri writes bgr24 or bgra32");
+        Member m;
+        m.extended = true;
+        out = m;
+        return Result::success();
+    }
     if (o.method != Method::NearestNeighbor && depth == 16)
         return Result::failure("no export for " + what + " with 16-bit samples: only nearest neighbour takes 16-bit frames");
     if (o.method != Method::NearestNeighbor && o.format == Format::Grey)

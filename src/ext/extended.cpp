@@ -61,6 +61,12 @@ bool views(const qzrcfa_request* q, RawFrame* raw, OutputImage* out, Options* op
 Result run(const RawFrame& raw, const OutputImage& out, const Options& options) {
     detail::Member m;
     detail::find_member(options, raw.depth(), m);
+    if (m.extended) {
+        run_gbri(raw.data(), raw.depth(), raw.width(), raw.height(), int(options.pattern), out.data(),
+                 int(detail::elements_per_pixel(options.format)), options.order == RowOrder::BottomUp,
+                 useful_threads(options.threads, raw.width(), raw.height(), true));
+        return Result::success();
+    }
     const bool heavy = options.method == Method::Laplacian || options.method == Method::Laplacian2 ||
                        options.method == Method::SmoothHue;
     const int threads = useful_threads(options.threads, raw.width(), raw.height(), heavy);

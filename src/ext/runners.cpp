@@ -9,6 +9,7 @@
 
 #include "detail/border.h"
 #include "detail/kernels.h"
+#include "ext/gbri.h"
 #include "ext/members.h"
 #include "ext/pool.h"
 
@@ -97,6 +98,14 @@ bool run_member(const void* exported, void* src, int width, int height, void* ds
     if (Grey8Runner r = find_runner(kGrey8, exported)) return r(static_cast<u8*>(src), width, height, static_cast<u8*>(dst), &tasks), true;
     if (Grey16Runner r = find_runner(kGrey16, exported)) return r(static_cast<u16*>(src), width, height, static_cast<u16*>(dst), &tasks), true;
     return false;
+}
+
+void run_gbri(const void* raw, int depth, int width, int height, int pattern, void* out, int stride, bool bottom_up,
+              int threads) {
+    const CallTasks tasks(threads);
+    const auto p = detail::Pattern(pattern);
+    if (depth == 8) gbri(static_cast<const std::uint8_t*>(raw), width, height, p, static_cast<std::uint8_t*>(out), stride, bottom_up, &tasks);
+    else gbri(static_cast<const std::uint16_t*>(raw), width, height, p, static_cast<std::uint16_t*>(out), stride, bottom_up, &tasks);
 }
 
 const char* instruction_set() { return detail::isa_name(detail::best_isa()); }

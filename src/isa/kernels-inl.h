@@ -408,6 +408,11 @@ QZRCFA_INLINE Floats floats(const Bytes& v) {
 }
 
 template <std::size_t... I>
+QZRCFA_INLINE Words join_words(const QuarterWords& a, const QuarterWords& b, std::index_sequence<I...>) {
+    return __builtin_shufflevector(a, b, int(I)...);
+}
+
+template <std::size_t... I>
 QZRCFA_INLINE Half join_quarters(const Quarter& a, const Quarter& b, std::index_sequence<I...>) {
     return __builtin_shufflevector(a, b, int(I)...);
 }
@@ -541,6 +546,272 @@ int smooth_hue_colour_wide(const Row<uint8_t>& row, const SmoothHueRule& rule, i
 }
 
 // ---------------------------------------------------------------------------------
+// gbri, the extended library's method: every pass element-wise on rows of floats.
+
+#if defined(QZRCFA_EXTENDED)
+
+// All ones in the lanes of a block at column x whose column has the given parity.
+QZRCFA_INLINE Ints column_lanes(int x, int parity) { return parity_lanes<Ints>((parity ^ x) & 1); }
+
+QZRCFA_INLINE Floats splat(float f) { return Floats{} + f; }
+
+QZRCFA_INLINE Floats absolute(const Floats& v) { return (Floats)((Ints)v & 0x7FFFFFFF); }
+
+template <class Compute>
+QZRCFA_INLINE int float_row(const GbriRow& row, int x, float* out, Compute&& compute) {
+    if (row.x_last - x + 1 < kQuarter) return x;
+    return run_blocks<kQuarter>(x, row.x_last, -1, compute,
+                                [out](const Floats& v, int c, bool) QZRCFA_LAMBDA_INLINE { store(out + c, v); });
+}
+
+QZRCFA_INLINE Floats ha_difference(const Floats& c0, const Floats& c1a, const Floats& c1b, const Floats& c2a,
+                                   const Floats& c2b, const Ints& green) {
+    const Floats v = (splat(0.5f) * c0 - splat(0.5f) * (c1a + c1b)) + splat(0.25f) * (c2a + c2b);
+    return select_bits(green, v, -v);
+}
+
+QZRCFA_INLINE Floats lattice_sum(const float* u, const float* c, const float* d, int x) {
+    const Floats su = (load<Floats>(u + x - 2) + load<Floats>(u + x)) + load<Floats>(u + x + 2);
+    const Floats sc = (load<Floats>(c + x - 2) + load<Floats>(c + x)) + load<Floats>(c + x + 2);
+    const Floats sd = (load<Floats>(d + x - 2) + load<Floats>(d + x)) + load<Floats>(d + x + 2);
+    return (su + sc) + sd;
+}
+
+template <class T>
+int gbri_samples(const GbriRow& row, int x) {
+    const T* s = static_cast<const T*>(row.samples);
+    return float_row(row, x, row.out[0], [&](int c) QZRCFA_LAMBDA_INLINE {
+        if constexpr (sizeof(T) == 1) {
+            return to_floats(load<Quarter>(s + c));
+        } else {
+            return __builtin_convertvector(__builtin_convertvector(load<QuarterWords>(s + c), Ints), Floats) / splat(257.0f);
+        }
+    });
+}
+
+int gbri_vertical(const GbriRow& row, int x) {
+    const float* const* m = row.in;
+    return float_row(row, x, row.out[0], [&](int c) QZRCFA_LAMBDA_INLINE {
+        return ha_difference(load<Floats>(m[2] + c), load<Floats>(m[1] + c), load<Floats>(m[3] + c), load<Floats>(m[0] + c),
+                             load<Floats>(m[4] + c), ~column_lanes(c, row.parity));
+    });
+}
+
+int gbri_horizontal(const GbriRow& row, int x) {
+    const float* m = row.in[0];
+    return float_row(row, x, row.out[0], [&](int c) QZRCFA_LAMBDA_INLINE {
+        return ha_difference(load<Floats>(m + c), load<Floats>(m + c - 1), load<Floats>(m + c + 1), load<Floats>(m + c - 2),
+                             load<Floats>(m + c + 2), ~column_lanes(c, row.parity));
+    });
+}
+
+int gbri_across(const GbriRow& row, int x) {
+    return float_row(row, x, row.out[0], [&](int c) QZRCFA_LAMBDA_INLINE {
+        return absolute(load<Floats>(row.in[0] + c) - load<Floats>(row.in[1] + c));
+    });
+}
+
+int gbri_along(const GbriRow& row, int x) {
+    const float* v = row.in[0];
+    return float_row(row, x, row.out[0],
+                     [&](int c) QZRCFA_LAMBDA_INLINE { return absolute(load<Floats>(v + c - 1) - load<Floats>(v + c + 1)); });
+}
+
+int gbri_columns5(const GbriRow& row, int x) {
+    const float* const* r = row.in;
+    return float_row(row, x, row.out[0], [&](int c) QZRCFA_LAMBDA_INLINE {
+        return (((load<Floats>(r[0] + c) + load<Floats>(r[1] + c)) + load<Floats>(r[2] + c)) + load<Floats>(r[3] + c)) +
+               load<Floats>(r[4] + c);
+    });
+}
+
+int gbri_row5(const GbriRow& row, int x) {
+    const float* v = row.in[0];
+    return float_row(row, x, row.out[0], [&](int c) QZRCFA_LAMBDA_INLINE {
+        return (((load<Floats>(v + c - 2) + load<Floats>(v + c - 1)) + load<Floats>(v + c)) + load<Floats>(v + c + 1)) +
+               load<Floats>(v + c + 2);
+    });
+}
+
+int gbri_green(const GbriRow& row, int x) {
+    const float *m = row.in[0], *dh = row.in[1], *dv0 = row.in[2], *dvu1 = row.in[3], *dvu2 = row.in[4],
+                *dvu3 = row.in[5], *dvd1 = row.in[6], *dvd2 = row.in[7], *dvd3 = row.in[8], *sh = row.in[9],
+                *svn = row.in[10], *svs = row.in[11];
+    const Floats eps = splat(1.0f), one = splat(1.0f);
+    const Floats f0 = splat(0.4f), f1 = splat(0.3f), f2 = splat(0.2f), f3 = splat(0.1f);
+    return float_row(row, x, row.out[0], [&](int c) QZRCFA_LAMBDA_INLINE {
+        const Floats sn = load<Floats>(svn + c) + eps, ss = load<Floats>(svs + c) + eps;
+        const Floats sw = load<Floats>(sh + c - 2) + eps, se = load<Floats>(sh + c + 2) + eps;
+        const Floats wn = one / ((sn * sn) * sn), ws = one / ((ss * ss) * ss);
+        const Floats ww = one / ((sw * sw) * sw), we = one / ((se * se) * se);
+        const Floats d0 = load<Floats>(dv0 + c), h0 = load<Floats>(dh + c);
+        const Floats en = ((f0 * d0 + f1 * load<Floats>(dvu1 + c)) + f2 * load<Floats>(dvu2 + c)) + f3 * load<Floats>(dvu3 + c);
+        const Floats es = ((f0 * d0 + f1 * load<Floats>(dvd1 + c)) + f2 * load<Floats>(dvd2 + c)) + f3 * load<Floats>(dvd3 + c);
+        const Floats ew = ((f0 * h0 + f1 * load<Floats>(dh + c - 1)) + f2 * load<Floats>(dh + c - 2)) + f3 * load<Floats>(dh + c - 3);
+        const Floats ee = ((f0 * h0 + f1 * load<Floats>(dh + c + 1)) + f2 * load<Floats>(dh + c + 2)) + f3 * load<Floats>(dh + c + 3);
+        const Floats num = ((wn * en + ws * es) + ww * ew) + we * ee;
+        const Floats den = ((wn + ws) + ww) + we;
+        const Floats mv = load<Floats>(m + c);
+        return select_bits(column_lanes(c, row.parity), mv + num / den, mv);
+    });
+}
+
+int gbri_laplacians(const GbriRow& row, int x) {
+    if (row.x_last - x + 1 < kQuarter) return x;
+    const float *m0 = row.in[0], *mu = row.in[1], *md = row.in[2], *g0 = row.in[3], *gu = row.in[4], *gd = row.in[5];
+    struct Products {
+        Floats p, q;
+    };
+    return run_blocks<kQuarter>(
+        x, row.x_last, -1,
+        [&](int c) QZRCFA_LAMBDA_INLINE {
+            const Floats lc = splat(4.0f) * load<Floats>(m0 + c) -
+                              ((load<Floats>(m0 + c - 2) + load<Floats>(m0 + c + 2)) + (load<Floats>(mu + c) + load<Floats>(md + c)));
+            const Floats lg = splat(4.0f) * load<Floats>(g0 + c) -
+                              ((load<Floats>(g0 + c - 2) + load<Floats>(g0 + c + 2)) + (load<Floats>(gu + c) + load<Floats>(gd + c)));
+            return Products{lg * lc, lg * lg};
+        },
+        [&](const Products& v, int c, bool) QZRCFA_LAMBDA_INLINE {
+            store(row.out[0] + c, v.p);
+            store(row.out[1] + c, v.q);
+        });
+}
+
+int gbri_model(const GbriRow& row, int x) {
+    if (row.x_last - x + 1 < kQuarter) return x;
+    const float* const* i = row.in;
+    struct Model {
+        Floats a, b;
+    };
+    return run_blocks<kQuarter>(
+        x, row.x_last, -1,
+        [&](int c) QZRCFA_LAMBDA_INLINE {
+            const Floats a = lattice_sum(i[0], i[1], i[2], c) / (lattice_sum(i[3], i[4], i[5], c) + splat(100.0f));
+            return Model{a, (lattice_sum(i[6], i[7], i[8], c) - a * lattice_sum(i[9], i[10], i[11], c)) * splat(1.0f / 9.0f)};
+        },
+        [&](const Model& v, int c, bool) QZRCFA_LAMBDA_INLINE {
+            store(row.out[0] + c, v.a);
+            store(row.out[1] + c, v.b);
+        });
+}
+
+int gbri_means(const GbriRow& row, int x) {
+    if (row.x_last - x + 1 < kQuarter) return x;
+    const float* const* i = row.in;
+    struct Means {
+        Floats a, b, e;
+    };
+    return run_blocks<kQuarter>(
+        x, row.x_last, -1,
+        [&](int c) QZRCFA_LAMBDA_INLINE {
+            const Floats am = lattice_sum(i[0], i[1], i[2], c) * splat(1.0f / 9.0f);
+            const Floats bm = lattice_sum(i[3], i[4], i[5], c) * splat(1.0f / 9.0f);
+            return Means{am, bm, load<Floats>(i[6] + c) - (am * load<Floats>(i[7] + c) + bm)};
+        },
+        [&](const Means& v, int c, bool) QZRCFA_LAMBDA_INLINE {
+            store(row.out[0] + c, v.a);
+            store(row.out[1] + c, v.b);
+            store(row.out[2] + c, v.e);
+        });
+}
+
+// Round half up of the value clamped to the range of T (the value is never NaN).
+template <class T>
+QZRCFA_INLINE Ints to_ints(Floats v) {
+    if constexpr (sizeof(T) == 2) v = v * splat(257.0f);
+    const float top = sizeof(T) == 1 ? 255.0f : 65535.0f;
+    v = select_bits(v < 0.0f, Floats{}, v);
+    v = select_bits(v > top, splat(top), v);
+    return __builtin_convertvector(v + splat(0.5f), Ints);
+}
+
+// The colours of quarter Q of a pixels block at column x: the row's own colour c1, the
+// other c2 and green, as integers; samples are placed by the caller.
+template <class T>
+struct QuarterColours {
+    Ints c1, c2, green;
+};
+
+template <class T>
+QZRCFA_INLINE QuarterColours<T> quarter_colours(const GbriRow& row, int c) {
+    const float *g = row.in[0], *a1 = row.in[1], *b1 = row.in[2], *e1 = row.in[3];
+    const float *a2u = row.in[4], *b2u = row.in[5], *e2u = row.in[6], *a2d = row.in[7], *b2d = row.in[8], *e2d = row.in[9];
+    auto at = [&](const float* p, int d) QZRCFA_LAMBDA_INLINE { return load<Floats>(p + c + d); };
+    const Floats gv = at(g, 0), half = splat(0.5f), quarter = splat(0.25f);
+    const Floats aD = ((at(a2u, -1) + at(a2u, 1)) + (at(a2d, -1) + at(a2d, 1))) * quarter;
+    const Floats bD = ((at(b2u, -1) + at(b2u, 1)) + (at(b2d, -1) + at(b2d, 1))) * quarter;
+    const Floats eD = ((at(e2u, -1) + at(e2u, 1)) + (at(e2d, -1) + at(e2d, 1))) * quarter;
+    const Floats aH = (at(a1, -1) + at(a1, 1)) * half, bH = (at(b1, -1) + at(b1, 1)) * half, eH = (at(e1, -1) + at(e1, 1)) * half;
+    const Floats aV = (at(a2u, 0) + at(a2d, 0)) * half, bV = (at(b2u, 0) + at(b2d, 0)) * half, eV = (at(e2u, 0) + at(e2d, 0)) * half;
+    const Ints lattice = column_lanes(c, row.parity);
+    // At the row's red or blue sites: c1 is the sample, green and c2 (diagonal) computed;
+    // at green sites: green is the sample, c1 (horizontal) and c2 (vertical) computed.
+    return {to_ints<T>((aH * gv + bH) + eH),
+            select_bits(lattice, to_ints<T>((aD * gv + bD) + eD), to_ints<T>((aV * gv + bV) + eV)), to_ints<T>(gv)};
+}
+
+template <std::size_t... I>
+QZRCFA_INLINE Bytes join_halves(const Half& a, const Half& b, std::index_sequence<I...>) {
+    return __builtin_shufflevector(a, b, int(I)...);
+}
+
+template <class T>
+int gbri_pixels(const GbriRow& row, int x) {
+    constexpr int n = sizeof(T) == 1 ? kLanes : kLanes / 2;  // columns per block
+    using V = std::conditional_t<sizeof(T) == 1, Bytes, Words>;
+    if (row.x_last - x + 1 < n) return x;
+    const T* src = static_cast<const T*>(row.samples);
+    T* out = static_cast<T*>(row.pixels);
+    const bool red = row.colour == kRed;
+    auto narrow_ints = [](const Ints& v) QZRCFA_LAMBDA_INLINE { return __builtin_convertvector(v, QuarterWords); };
+    return for_stride(row.stride, x, [&]<int P>() {
+        return run_blocks<n>(
+            x, row.x_last, -1,
+            [&](int c) QZRCFA_LAMBDA_INLINE {
+                V colour[3];  // c1, c2, green
+                if constexpr (sizeof(T) == 1) {
+                    Quarter q[3][4];
+                    for (int k = 0; k < 4; ++k) {
+                        const QuarterColours<T> v = quarter_colours<T>(row, c + k * kQuarter);
+                        q[0][k] = __builtin_convertvector(narrow_ints(v.c1), Quarter);
+                        q[1][k] = __builtin_convertvector(narrow_ints(v.c2), Quarter);
+                        q[2][k] = __builtin_convertvector(narrow_ints(v.green), Quarter);
+                    }
+                    const auto halves = std::make_index_sequence<kLanes / 2>();
+                    const auto lanes = std::make_index_sequence<kLanes>();
+                    for (int i = 0; i < 3; ++i)
+                        colour[i] = join_halves(join_quarters(q[i][0], q[i][1], halves), join_quarters(q[i][2], q[i][3], halves), lanes);
+                } else {
+                    QuarterWords q[3][2];
+                    for (int k = 0; k < 2; ++k) {
+                        const QuarterColours<T> v = quarter_colours<T>(row, c + k * kQuarter);
+                        q[0][k] = narrow_ints(v.c1), q[1][k] = narrow_ints(v.c2), q[2][k] = narrow_ints(v.green);
+                    }
+                    for (int i = 0; i < 3; ++i) colour[i] = join_words(q[i][0], q[i][1], std::make_index_sequence<kLanes / 2>());
+                }
+                // Measured samples: the row's colour at its red or blue sites, green elsewhere.
+                const V samples = load<V>(src + c);
+                const V lattice = parity_lanes<V>((row.parity ^ c) & 1);
+                colour[0] = select(lattice, samples, colour[0]);
+                colour[2] = select(lattice, colour[2], samples);
+                return red ? Planes<V>{colour[1], colour[2], colour[0]} : Planes<V>{colour[0], colour[2], colour[1]};
+            },
+            [&](const Planes<V>& p, int c, bool) QZRCFA_LAMBDA_INLINE {
+                if constexpr (sizeof(T) == 1) store_pixels<P>(out + std::ptrdiff_t(c) * P, p.blue, p.green, p.red, true);
+                else store_pixels16<P>(out + std::ptrdiff_t(c) * P, p.blue, p.green, p.red, true);
+            });
+    });
+}
+
+#define QZRCFA_GBRI_KERNELS                                                                                       \
+    {gbri_samples<uint8_t>, gbri_samples<uint16_t>, gbri_vertical, gbri_horizontal, gbri_across, gbri_along,    \
+     gbri_columns5, gbri_row5, gbri_green, gbri_laplacians, gbri_model, gbri_means, gbri_pixels<uint8_t>,       \
+     gbri_pixels<uint16_t>}
+#else
+#define QZRCFA_GBRI_KERNELS {}
+#endif
+
+// ---------------------------------------------------------------------------------
 
 constexpr KernelSet kKernelSet = {
     nearest8_columns,
@@ -553,4 +824,5 @@ constexpr KernelSet kKernelSet = {
     laplacian_colour_wide,
     smooth_hue_green_wide,
     smooth_hue_colour_wide,
+    QZRCFA_GBRI_KERNELS,
 };
