@@ -368,6 +368,8 @@ inline Result find_member(const Options& o, int depth, Member& out) {
             m.min_height = 4;
             m.white_prefill = true;
             break;
+        case Method::Gbri:
+            break;
     }
     out = m;
     return Result::success();

@@ -35,7 +35,7 @@ std::vector<T> run(const std::vector<T>& raw, int w, int h, Options o, int threa
 template <class T>
 void expect_same_bytes(const std::vector<Method>& methods, const std::vector<Format>& formats, int width) {
     std::mt19937 rng(5);
-    for (int height : {1024, 1025, 1026, 1027})
+    for (int height : {1024, 1027})
         for (Method method : methods)
             for (Format format : formats)
                 for (Pattern pattern : {Pattern::RGGB, Pattern::BGGR, Pattern::GRBG, Pattern::GBRG})
@@ -55,12 +55,12 @@ void expect_same_bytes(const std::vector<Method>& methods, const std::vector<For
 
 TEST(Parallel, EveryColourMemberGivesTheBytesOfOneCall) {
     expect_same_bytes<std::uint8_t>({Method::NearestNeighbor, Method::Bilinear, Method::EdgeSensing1, Method::EdgeSensing2,
-                                     Method::Laplacian, Method::Laplacian2, Method::SmoothHue},
+                                     Method::Laplacian, Method::Laplacian2, Method::SmoothHue, Method::Gbri},
                                     {Format::Bgr24, Format::Bgra32}, 601);
 }
 
 TEST(Parallel, SixteenBitAndGreyMembersGiveTheBytesOfOneCall) {
-    expect_same_bytes<std::uint16_t>({Method::NearestNeighbor}, {Format::Bgr24, Format::Bgra32, Format::Grey}, 600);
+    expect_same_bytes<std::uint16_t>({Method::NearestNeighbor, Method::Gbri}, {Format::Bgr24, Format::Bgra32, Format::Grey}, 600);
     expect_same_bytes<std::uint8_t>({Method::NearestNeighbor}, {Format::Grey}, 601);
 }
 

@@ -55,10 +55,10 @@ OPTIONS
         (stdin for standard input).
     -t, --type png|ppm|pgm|bmp
         File type for the files -d names (default png).
-    -m, --method nearest|bilinear|edge1|edge2|laplacian|laplacian2|smoothhue
+    -m, --method nearest|bilinear|edge1|edge2|laplacian|laplacian2|smoothhue|gbri
         Interpolation method (default bilinear). edge2 exists for RGGB only and
-        laplacian2 for RGGB top-down only; 16-bit frames and grey output take
-        nearest only.
+        laplacian2 for RGGB top-down only; grey output takes nearest only, 16-bit
+        frames nearest or gbri. gbri (extended library) gives the best colour.
     -p, --pattern RGGB|BGGR|GRBG|GBRG
         Colours of the frame's top-left 2x2 tile, left to right, top row first
         (default RGGB).
@@ -154,6 +154,7 @@ constexpr MethodName kMethodNames[] = {
     {"laplacian", "laplacian", qzrcfa::Method::Laplacian},
     {"laplacian2", "laplacian 2", qzrcfa::Method::Laplacian2},
     {"smoothhue", "smooth hue", qzrcfa::Method::SmoothHue},
+    {"gbri", "gbri", qzrcfa::Method::Gbri},
 };
 
 const MethodName& method_name(qzrcfa::Method m) {
@@ -212,7 +213,7 @@ Settings parse(int argc, char** argv) {
             const auto it = std::find_if(std::begin(kMethodNames), std::end(kMethodNames),
                                          [&](const MethodName& n) { return v == n.word; });
             if (it == std::end(kMethodNames))
-                bad_value(arg, v, "nearest, bilinear, edge1, edge2, laplacian, laplacian2 or smoothhue");
+                bad_value(arg, v, "nearest, bilinear, edge1, edge2, laplacian, laplacian2, smoothhue or gbri");
             s.options.method = it->method;
         } else if (arg == "-p" || arg == "--pattern") {
             const std::string v = value();

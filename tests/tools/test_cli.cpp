@@ -414,17 +414,17 @@ TEST_F(Cli, AllWritesEveryMethodAndALabelledMontage) {
     spit(path("frame.pgm"), pgm8(w, h, frame8(w, h, 5)));
     ASSERT_EQ(run("$T --all -d out frame.pgm").status, 0);
     std::map<std::string, std::string> expected;
-    for (const char* m : {"nearest", "bilinear", "edge1", "edge2", "laplacian", "laplacian2", "smoothhue"}) {
+    for (const char* m : {"nearest", "bilinear", "edge1", "edge2", "laplacian", "laplacian2", "smoothhue", "gbri"}) {
         ASSERT_EQ(run(std::string("$T -m ") + m + " -o " + m + ".png frame.pgm").status, 0) << m;
         expected[std::string("frame-") + m + ".png"] = slurp(path(std::string(m) + ".png"));
     }
     const Image montage = qzrcfa::tools::read_image((path("out") / "frame-montage.png").string());
     expected["frame-montage.png"] = slurp(path("out") / "frame-montage.png");
     EXPECT_EQ(snapshot(path("out")), expected) << "each file of --all is the single-method result";
-    // The raw view and one tile per method, four to a row, each of the 48-pixel crop
-    // enlarged to 240 pixels.
+    // The raw view and one tile per method (nine), four to a row, each of the 48-pixel
+    // crop enlarged to 240 pixels.
     EXPECT_EQ(montage.width, 10 + 4 * (240 + 10));
-    EXPECT_EQ(montage.height, 10 + 2 * (14 + 6 + 240 + 10));
+    EXPECT_EQ(montage.height, 10 + 3 * (14 + 6 + 240 + 10));
 }
 
 // The quality tool.
@@ -455,7 +455,7 @@ TEST_F(Cli, QualityOfAUniformPhotographIsInfiniteForEveryMethodButLaplacian2) {
     int rows = 0;
     for (; std::getline(lines, line); ++rows)
         EXPECT_EQ(line.find("inf") == std::string::npos, line.rfind("laplacian 2", 0) == 0) << line;
-    EXPECT_EQ(rows, 7);
+    EXPECT_EQ(rows, 8);
 }
 
 TEST_F(Cli, QualityRanksMethodsPlausiblyAndRefusesBadCalls) {
@@ -471,11 +471,12 @@ TEST_F(Cli, QualityRanksMethodsPlausiblyAndRefusesBadCalls) {
         label.erase(label.find_last_not_of(' ') + 1);
         score[label] = std::stod(line.substr(18));
     }
-    ASSERT_EQ(score.size(), 7u) << r.out;
+    ASSERT_EQ(score.size(), 8u) << r.out;
     for (const auto& [method, psnr] : score) EXPECT_TRUE(psnr > 20 && psnr < 60) << method << " " << psnr;
     for (const char* better : {"bilinear", "edge sensing 1", "laplacian", "smooth hue"})
         EXPECT_GT(score[better], score["nearest neighbour"]) << better;
     EXPECT_GT(score["laplacian"], score["bilinear"]);
+    EXPECT_GT(score["gbri"], 42.0) << "the cat, 42.3 dB when gbri was made";
 
     qzrcfa::tools::write_png(path("grey.png").string(), Image{8, 8, 1, 8, std::vector<std::uint8_t>(64, 1), {}});
     for (const auto& [args, status] : {std::pair{"", 2}, {"--pattern XYZW a.png", 2}, {"missing.png", 1}, {"grey.png", 1}})
