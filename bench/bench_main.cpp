@@ -127,6 +127,12 @@ class RatioReporter : public benchmark::ConsoleReporter {
             const std::string family = name.substr(0, slash);
             std::string rest = slash == std::string::npos ? "" : name.substr(slash);
             if (const auto rt = rest.find("/real_time"); rt != std::string::npos) rest.erase(rt);
+            // With --benchmark_repetitions each aggregate (mean, median) is compared with the
+            // same aggregate of its baseline; spreads (stddev, cv) have no ratio.
+            if (run.run_type == Run::RT_Aggregate) {
+                if (run.aggregate_unit != benchmark::kTime || run.aggregate_name == "stddev") continue;
+                rest += "#" + run.aggregate_name;
+            }
             const double t = run.GetAdjustedRealTime();
             baselines_[family + rest] = t;
             const bool sixteen = name.find("16") != std::string::npos;
