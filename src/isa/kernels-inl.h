@@ -245,18 +245,85 @@ QZRCFA_INLINE Wide pick(const Wide& a, const Wide& b, const Wide& first, const W
     return select(a < b, first, select(b < a, second, tie));
 }
 
-QZRCFA_INLINE Widened wide_at(const uint8_t* p) { return widen(load<Bytes>(p)); }
-
-// The bytes of f(0) and f(1), each computed on one half of the block's lanes.
-template <class F>
-QZRCFA_INLINE Bytes by_halves(F f) {
-    return narrow(Widened{{f(0), f(1)}});
-}
-
 // Last red or blue column of the row's range. Blocks end there, so that no load
 // reaches further than the reference's last red or blue site reads.
 QZRCFA_INLINE int last_colour_column(const Row<uint8_t>& row) {
     return row.phase.green_at(row.c_last) ? row.c_last - 1 : row.c_last;
+}
+
+// Only the red and blue sites of a block compute: a block of kLanes columns holds
+// kLanes / 2 of them, one to each 16-bit lane of a vector of samples read as pairs,
+// in the low byte of the pair where the block's first column is such a site (K = 0)
+// and in the high byte where it is green (K = 1). The green sites between them come
+// from the pairs' other bytes, and the results return to their bytes in place, so no
+// lane is widened or narrowed.
+template <int K>
+QZRCFA_INLINE Wide colour_sites(const Words& pairs) {
+    return (Wide)(K == 0 ? pairs & 0xFF : pairs >> 8);
+}
+
+template <int K>
+QZRCFA_INLINE Wide colour_sites(const uint8_t* p) {
+    return colour_sites<K>(load<Words>(p));
+}
+
+template <int K>
+QZRCFA_INLINE Wide green_sites(const uint8_t* p) {
+    return colour_sites<1 - K>(p);
+}
+
+// Bytes of the block: the sites' results (0 .. 255) in their bytes, the green sites'
+// bytes from `greens`.
+template <int K>
+QZRCFA_INLINE Bytes with_greens(const Wide& sites, const Bytes& greens) {
+    const Words g = (Words)greens;
+    return (Bytes)(K == 0 ? (Words)sites | (g & 0xFF00) : (g & 0xFF) | ((Words)sites << 8));
+}
+
+QZRCFA_INLINE Wide clamp_byte(const Wide& x) { return lesser(greater(x, Wide{}), Wide{} + 255); }
+
+template <int P, int K>
+QZRCFA_INLINE int laplacian_green_blocks(const Row<uint8_t>& row, int c, int end) {
+    const Bytes colour8 = parity_lanes<Bytes>(K);
+    const Bytes all = ~Bytes{};
+    const bool red = row.phase.colour == kRed, white = row.white;
+    // G everywhere; the sample into its own colour and, in red rows, into B as well.
+    const PixelMask<P> mask = pixel_mask<P>(colour8, all, red ? colour8 : Bytes{});
+    const std::ptrdiff_t w = row.width;
+    const uint8_t* src = row.s;
+    uint8_t* d = row.d;
+    struct Green {
+        Bytes sample, green;
+    };
+    return run_blocks<kLanes>(
+        c, end, -1,
+        [&](int x) QZRCFA_LAMBDA_INLINE {
+            const uint8_t* s = src + x;
+            const Bytes x8 = load<Bytes>(s);
+            const Wide v0 = colour_sites<K>((Words)x8);
+            // The horizontal neighbours, in either order: both formulas are symmetric in them.
+            const Wide left = green_sites<K>(s - 2 + 2 * K), right = green_sites<K>(s + 2 * K);
+            const Wide left2 = colour_sites<K>(s - 2), right2 = colour_sites<K>(s + 2);
+            const Wide up = colour_sites<K>(s - w), down = colour_sites<K>(s + w);
+            const Wide up2 = colour_sites<K>(s - 2 * w), down2 = colour_sites<K>(s + 2 * w);
+            const Wide across = left + right, along = up + down;
+            const Wide dh = v0 + v0 - left2 - right2;
+            const Wide dv = v0 + v0 - up2 - down2;
+            const Wide h = absolute(left - right) + absolute(dh);
+            const Wide v = absolute(up - down) + absolute(dv);
+            const Wide g = pick(h, v, divide_pow2<2>(dh) + (across >> 1), divide_pow2<2>(dv) + (along >> 1),
+                                divide_pow2<3>(dh + dv) + ((across + along) >> 2));
+            return Green{x8, with_greens<K>(clamp_byte(g), x8)};
+        },
+        [&](const Green& v, int x, bool) QZRCFA_LAMBDA_INLINE {
+            uint8_t* out = d + std::ptrdiff_t(x) * P;
+            if (white) {
+                const Bytes own = select(colour8, v.sample, all);
+                store_pixels<P>(out, own, v.green, red ? own : all, true);
+            } else {
+                store_masked<P>(out, v.sample, v.green, v.sample, mask);
+            }
+        });
 }
 
 int laplacian_green_wide(const Row<uint8_t>& row, const LaplacianParams&, int c) {
@@ -264,96 +331,57 @@ int laplacian_green_wide(const Row<uint8_t>& row, const LaplacianParams&, int c)
     const int end = last_colour_column(row);
     if (row.r + 2 >= row.height || end - c + 1 < kLanes) return c;
     return for_stride(row.stride, c, [&]<int P>() {
-        const int parity = row.phase.green_at(c) ? 1 : 0;  // lanes of red and blue sites
-        const Wide colour = parity_lanes<Wide>(parity);    // the same in both halves
-        const Bytes colour8 = parity_lanes<Bytes>(parity);
-        const Bytes all = ~Bytes{};
-        const bool red = row.phase.colour == kRed, white = row.white;
-        // G everywhere; the sample into its own colour and, in red rows, into B as well.
-        const PixelMask<P> mask = pixel_mask<P>(colour8, all, red ? colour8 : Bytes{});
-        const std::ptrdiff_t w = row.width;
-        const uint8_t* src = row.s;
-        uint8_t* d = row.d;
-        struct Green {
-            Bytes sample, green;
-        };
-        return run_blocks<kLanes>(
-            c, end, -1,
-            [&](int x) QZRCFA_LAMBDA_INLINE {
-                const uint8_t* s = src + x;
-                const Bytes x8 = load<Bytes>(s);
-                const Widened v0 = widen(x8), left = wide_at(s - 1), right = wide_at(s + 1), up = wide_at(s - w), down = wide_at(s + w);
-                const Widened left2 = wide_at(s - 2), right2 = wide_at(s + 2), up2 = wide_at(s - 2 * w), down2 = wide_at(s + 2 * w);
-                const Bytes g8 = by_halves([&](int i) QZRCFA_LAMBDA_INLINE {
-                    const Wide dh = v0[i] + v0[i] - left2[i] - right2[i];
-                    const Wide dv = v0[i] + v0[i] - up2[i] - down2[i];
-                    const Wide h = absolute(left[i] - right[i]) + absolute(dh);
-                    const Wide v = absolute(up[i] - down[i]) + absolute(dv);
-                    const Wide g = pick(h, v, divide_pow2<2>(dh) + ((left[i] + right[i]) >> 1),
-                                        divide_pow2<2>(dv) + ((up[i] + down[i]) >> 1),
-                                        divide_pow2<3>(dh + dv) + ((left[i] + right[i] + up[i] + down[i]) >> 2));
-                    return select(colour, g, v0[i]);
-                });
-                return Green{x8, g8};
-            },
-            [&](const Green& v, int x, bool) QZRCFA_LAMBDA_INLINE {
-                uint8_t* out = d + std::ptrdiff_t(x) * P;
-                if (white) {
-                    const Bytes own = select(colour8, v.sample, all);
-                    store_pixels<P>(out, own, v.green, red ? own : all, true);
-                } else {
-                    store_masked<P>(out, v.sample, v.green, v.sample, mask);
-                }
-            });
+        return row.phase.green_at(c) ? laplacian_green_blocks<P, 1>(row, c, end) : laplacian_green_blocks<P, 0>(row, c, end);
     });
+}
+
+template <int P, int K>
+QZRCFA_INLINE int laplacian_colour_blocks(const Row<uint8_t>& row, const LaplacianParams& params, int c, int end) {
+    const Bytes green8 = parity_lanes<Bytes>(1 - K);
+    const Bytes all = ~Bytes{};
+    const bool red = row.phase.colour == kRed;
+    // The row's own colour at green sites, the other colour everywhere.
+    const PixelMask<P> mask = red ? pixel_mask<P>(all, Bytes{}, green8) : pixel_mask<P>(green8, Bytes{}, all);
+    const std::ptrdiff_t upper = params.crossed_diagonals ? row.down : row.up;
+    const std::ptrdiff_t lower = params.crossed_diagonals ? row.up : row.down;
+    const std::ptrdiff_t w = row.width;
+    const uint8_t* src = row.s;
+    uint8_t* d = row.d;
+    struct Colours {
+        Bytes own, other;
+    };
+    // A block reads its own pixels' greens only, which no block writes.
+    return run_blocks<kLanes>(
+        c, end, -1,
+        [&](int x) QZRCFA_LAMBDA_INLINE {
+            const uint8_t* s = src + x;
+            const uint8_t* px = d + std::ptrdiff_t(x) * P;
+            const Wide ul = colour_sites<K>(s - w - 1), ur = colour_sites<K>(s - w + 1);
+            const Wide ll = colour_sites<K>(s + w - 1), lr = colour_sites<K>(s + w + 1);
+            // Greens at fixed three-byte spacing from the pixels above and below.
+            const Wide g = colour_sites<K>((Words)gather<P>(px + kGreen));
+            const Wide gul = colour_sites<K>((Words)gather<P>(px + upper - 2)), glr = colour_sites<K>((Words)gather<P>(px + lower + 4));
+            const Wide gur = colour_sites<K>((Words)gather<P>(px + upper + 4)), gll = colour_sites<K>((Words)gather<P>(px + lower - 2));
+            const Wide d1 = g + g - gul - glr;
+            const Wide d2 = g + g - gur - gll;
+            const Wide e1 = absolute(ul - lr) + absolute(d1);
+            const Wide e2 = absolute(ur - ll) + absolute(d2);
+            const Wide first = ul + lr, second = ur + ll;
+            const Wide v = pick(e1, e2, divide_pow2<1>(first + d1), divide_pow2<1>(second + d2), divide_pow2<2>(first + second + d1 + d2));
+            const Bytes own = mean2(load<Bytes>(s - 1), load<Bytes>(s + 1));
+            return Colours{own, with_greens<K>(clamp_byte(v), mean2(load<Bytes>(s - w), load<Bytes>(s + w)))};
+        },
+        [&](const Colours& v, int x, bool) QZRCFA_LAMBDA_INLINE {
+            store_masked<P>(d + std::ptrdiff_t(x) * P, red ? v.other : v.own, Bytes{}, red ? v.own : v.other, mask);
+        });
 }
 
 int laplacian_colour_wide(const Row<uint8_t>& row, const LaplacianParams& params, int c) {
     const int end = last_colour_column(row);
     if (end - c + 1 < kLanes) return c;
     return for_stride(row.stride, c, [&]<int P>() {
-        const int parity = row.phase.green_at(c) ? 1 : 0;
-        const Wide colour = parity_lanes<Wide>(parity);
-        const Bytes green8 = parity_lanes<Bytes>(1 - parity);
-        const Bytes all = ~Bytes{};
-        const bool red = row.phase.colour == kRed;
-        // The row's own colour at green sites, the other colour everywhere.
-        const PixelMask<P> mask = red ? pixel_mask<P>(all, Bytes{}, green8) : pixel_mask<P>(green8, Bytes{}, all);
-        const std::ptrdiff_t upper = params.crossed_diagonals ? row.down : row.up;
-        const std::ptrdiff_t lower = params.crossed_diagonals ? row.up : row.down;
-        const std::ptrdiff_t w = row.width;
-        const uint8_t* src = row.s;
-        uint8_t* d = row.d;
-        struct Colours {
-            Bytes own, other;
-        };
-        // A block reads its own pixels' greens only, which no block writes.
-        return run_blocks<kLanes>(
-            c, end, -1,
-            [&](int x) QZRCFA_LAMBDA_INLINE {
-                const uint8_t* s = src + x;
-                const uint8_t* px = d + std::ptrdiff_t(x) * P;
-                const Widened left = wide_at(s - 1), right = wide_at(s + 1), up = wide_at(s - w), down = wide_at(s + w);
-                const Widened ul = wide_at(s - w - 1), ur = wide_at(s - w + 1), ll = wide_at(s + w - 1), lr = wide_at(s + w + 1);
-                // Greens at fixed three-byte spacing from the pixels above and below.
-                const Widened g = widen(gather<P>(px + kGreen));
-                const Widened gul = widen(gather<P>(px + upper - 2)), glr = widen(gather<P>(px + lower + 4));
-                const Widened gur = widen(gather<P>(px + upper + 4)), gll = widen(gather<P>(px + lower - 2));
-                const Bytes own = by_halves([&](int i) QZRCFA_LAMBDA_INLINE { return Wide((left[i] + right[i]) >> 1); });
-                const Bytes other = by_halves([&](int i) QZRCFA_LAMBDA_INLINE {
-                    const Wide d1 = g[i] + g[i] - gul[i] - glr[i];
-                    const Wide d2 = g[i] + g[i] - gur[i] - gll[i];
-                    const Wide e1 = absolute(ul[i] - lr[i]) + absolute(d1);
-                    const Wide e2 = absolute(ur[i] - ll[i]) + absolute(d2);
-                    const Wide v = pick(e1, e2, divide_pow2<1>(ul[i] + lr[i] + d1), divide_pow2<1>(ur[i] + ll[i] + d2),
-                                        divide_pow2<2>(ul[i] + lr[i] + ur[i] + ll[i] + d1 + d2));
-                    return select(colour, v, Wide((up[i] + down[i]) >> 1));
-                });
-                return Colours{own, other};
-            },
-            [&](const Colours& v, int x, bool) QZRCFA_LAMBDA_INLINE {
-                store_masked<P>(d + std::ptrdiff_t(x) * P, red ? v.other : v.own, Bytes{}, red ? v.own : v.other, mask);
-            });
+        return row.phase.green_at(c) ? laplacian_colour_blocks<P, 1>(row, params, c, end)
+                                     : laplacian_colour_blocks<P, 0>(row, params, c, end);
     });
 }
 
