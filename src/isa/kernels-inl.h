@@ -406,14 +406,10 @@ int smooth_hue_green_wide(const Row<uint8_t>& row, const SmoothHueRule&, int c) 
     });
 }
 
-// The colour pass works on the two column parities of a block apart, each as two
-// quarters of the block's lanes in single-precision vectors: one parity's pixels share
-// their site, so each lane computes exactly its site's four quotients. IEEE single
-// division and each addition and multiplication round as the reference's scalar
-// operations do, in the same order.
 constexpr int kQuarter = kLanes / 4;
 typedef float Floats __attribute__((vector_size(kLanes)));  // kQuarter lanes
 typedef std::int32_t Ints __attribute__((vector_size(kLanes)));
+typedef std::uint32_t UInts __attribute__((vector_size(kLanes)));
 typedef std::uint8_t Quarter __attribute__((vector_size(kQuarter)));
 typedef std::uint16_t QuarterWords __attribute__((vector_size(kQuarter * 2)));
 typedef std::uint8_t Half __attribute__((vector_size(kLanes / 2)));
@@ -424,15 +420,9 @@ QZRCFA_INLINE Floats to_floats(const Quarter& q) {
     return __builtin_convertvector(__builtin_convertvector(__builtin_convertvector(q, QuarterWords), Ints), Floats);
 }
 
-// Lanes 2 (Q kQuarter + i) + K of a plane, i = 0 .. kQuarter - 1: quarter Q of parity K.
-template <int K, int Q, std::size_t... I>
-QZRCFA_INLINE Quarter quarter_lanes(const Bytes& v, std::index_sequence<I...>) {
-    return __builtin_shufflevector(v, v, (2 * (Q * kQuarter + int(I)) + K)...);
-}
-
-template <int K, int Q>
-QZRCFA_INLINE Floats floats(const Bytes& v) {
-    return to_floats(quarter_lanes<K, Q>(v, std::make_index_sequence<kQuarter>()));
+template <std::size_t... I>
+QZRCFA_INLINE Half join_quarters(const Quarter& a, const Quarter& b, std::index_sequence<I...>) {
+    return __builtin_shufflevector(a, b, int(I)...);
 }
 
 template <std::size_t... I>
@@ -440,20 +430,25 @@ QZRCFA_INLINE Words join_words(const QuarterWords& a, const QuarterWords& b, std
     return __builtin_shufflevector(a, b, int(I)...);
 }
 
-template <std::size_t... I>
-QZRCFA_INLINE Half join_quarters(const Quarter& a, const Quarter& b, std::index_sequence<I...>) {
-    return __builtin_shufflevector(a, b, int(I)...);
+// The colour pass works on four classes of a block's pixels apart: class J holds the
+// pixels 4 i + J, one to each 32-bit lane of the block's bytes, so a class is a shift
+// and a mask away from them and the classes of one parity share their site. Each lane
+// computes exactly its site's quotients in single precision; IEEE division and each
+// addition and multiplication round as the reference's scalar operations do, in the
+// same order.
+template <int J>
+QZRCFA_INLINE UInts class_lanes(const Bytes& v) {
+    const UInts u = (UInts)v;
+    return J == 3 ? u >> 24 : (u >> (8 * J)) & 0xFF;
 }
 
-// A plane from its parities' quarters: q[K][Q].
-template <std::size_t... I>
-QZRCFA_INLINE Bytes join_parities(const Quarter (&q)[2][2], std::index_sequence<I...>) {
-    const auto halves = std::make_index_sequence<kLanes / 2>();
-    const Half even = join_quarters(q[0][0], q[0][1], halves), odd = join_quarters(q[1][0], q[1][1], halves);
-    return __builtin_shufflevector(even, odd, int((I & 1) ? kLanes / 2 + I / 2 : I / 2)...);
+template <int J>
+QZRCFA_INLINE Floats class_floats(const Bytes& v) {
+    return __builtin_convertvector((Ints)class_lanes<J>(v), Floats);
 }
 
-QZRCFA_INLINE Bytes join_parities(const Quarter (&q)[2][2]) { return join_parities(q, std::make_index_sequence<kLanes>()); }
+// A plane from its classes' bytes, each in 0 .. 255.
+QZRCFA_INLINE Bytes join_classes(const UInts (&q)[4]) { return (Bytes)(q[0] | q[1] << 8 | q[2] << 16 | q[3] << 24); }
 
 // Lanes j >= 1 take lane j - 1 of v, lane 0 lane 0 of `first`.
 template <std::size_t... I>
@@ -464,10 +459,10 @@ QZRCFA_INLINE Bytes shift_in(const Bytes& first, const Bytes& v, std::index_sequ
 // The saturating conversion to integers in 0 .. 255, never converting an infinity or a
 // NaN: `x <= 255` is false for both, so they take 255 first, and the greater-than form
 // then sends NaN to 0.
-QZRCFA_INLINE Quarter to_bytes(const Floats& x, Saturation form) {
+QZRCFA_INLINE UInts to_bytes(const Floats& x, Saturation form) {
     Floats y = select_bits(x <= 255.0f, x, Floats{} + 255.0f);
     if (form == Saturation::GreaterThan) y = select_bits(x != x, Floats{}, y);
-    return __builtin_convertvector(__builtin_convertvector(__builtin_convertvector(y, Ints), QuarterWords), Quarter);
+    return (UInts)__builtin_convertvector(y, Ints);
 }
 
 // The bytes a block reads from one output row: for pixel c, the byte two before it (its
@@ -484,7 +479,7 @@ template <int P>
 struct HueBlock {
     RowBytes<P> above, here, below;
     Bytes up_left, up, up_right, left, mid, right, down_left, down, down_right;
-    Quarter blue[2][2] = {}, red[2][2] = {};  // [parity][quarter]
+    UInts blue[4] = {}, red[4] = {};  // by class
 
     QZRCFA_INLINE HueBlock(const Row<uint8_t>& row, int c, const uint8_t* px)
         : above(px + row.up), here(px), below(px + row.down) {
@@ -496,39 +491,41 @@ struct HueBlock {
     }
 
     // A red or blue site: the diagonal estimate, and its own sample.
-    template <int K, int Q>
+    template <int J>
     QZRCFA_INLINE void diagonal(Site site, Saturation form) {
-        const Floats sum = ((floats<K, Q>(up_left) / floats<K, Q>(above.left) + floats<K, Q>(up_right) / floats<K, Q>(above.right)) +
-                            floats<K, Q>(down_left) / floats<K, Q>(below.left)) +
-                           floats<K, Q>(down_right) / floats<K, Q>(below.right);
-        const Quarter estimate = to_bytes(sum * (floats<K, Q>(here.green) * 0.25f), form);
-        const Quarter own = quarter_lanes<K, Q>(mid, std::make_index_sequence<kQuarter>());
-        blue[K][Q] = site == Site::Red ? estimate : own;
-        red[K][Q] = site == Site::Red ? own : estimate;
+        const Floats sum = ((class_floats<J>(up_left) / class_floats<J>(above.left) + class_floats<J>(up_right) / class_floats<J>(above.right)) +
+                            class_floats<J>(down_left) / class_floats<J>(below.left)) +
+                           class_floats<J>(down_right) / class_floats<J>(below.right);
+        const UInts estimate = to_bytes(sum * (class_floats<J>(here.green) * 0.25f), form);
+        const UInts own = class_lanes<J>(mid);
+        blue[J] = site == Site::Red ? estimate : own;
+        red[J] = site == Site::Red ? own : estimate;
     }
 
     // A green site: the vertical and horizontal estimates. `left_bytes` are the left
     // bytes of the block's pixels as the reference order reads them.
-    template <int K, int Q>
+    template <int J>
     QZRCFA_INLINE void green(Site site, Saturation form, const Bytes& left_bytes) {
-        const Floats half_g = floats<K, Q>(here.green) * 0.5f;
-        const Quarter vertical = to_bytes((floats<K, Q>(up) / floats<K, Q>(above.green) + floats<K, Q>(down) / floats<K, Q>(below.green)) * half_g, form);
-        const Quarter horizontal =
-            to_bytes((floats<K, Q>(left) / floats<K, Q>(left_bytes) + floats<K, Q>(right) / floats<K, Q>(here.right)) * half_g, form);
-        blue[K][Q] = site == Site::GreenOnRed ? vertical : horizontal;
-        red[K][Q] = site == Site::GreenOnRed ? horizontal : vertical;
+        const Floats half_g = class_floats<J>(here.green) * 0.5f;
+        const UInts vertical =
+            to_bytes((class_floats<J>(up) / class_floats<J>(above.green) + class_floats<J>(down) / class_floats<J>(below.green)) * half_g, form);
+        const UInts horizontal =
+            to_bytes((class_floats<J>(left) / class_floats<J>(left_bytes) + class_floats<J>(right) / class_floats<J>(here.right)) * half_g, form);
+        blue[J] = site == Site::GreenOnRed ? vertical : horizontal;
+        red[J] = site == Site::GreenOnRed ? horizontal : vertical;
     }
 
+    // The classes of parity K: K and K + 2.
     template <int K>
     QZRCFA_INLINE void diagonals(Site site, Saturation form) {
-        diagonal<K, 0>(site, form);
-        diagonal<K, 1>(site, form);
+        diagonal<K>(site, form);
+        diagonal<K + 2>(site, form);
     }
 
     template <int K>
     QZRCFA_INLINE void greens(Site site, Saturation form, const Bytes& left_bytes) {
-        green<K, 0>(site, form, left_bytes);
-        green<K, 1>(site, form, left_bytes);
+        green<K>(site, form, left_bytes);
+        green<K + 2>(site, form, left_bytes);
     }
 };
 
@@ -552,12 +549,12 @@ int smooth_hue_colour_wide(const Row<uint8_t>& row, const SmoothHueRule& rule, i
             if (green >= 0) {
                 // The left byte of a four-byte pixel is the red element of the pixel
                 // before, which the red and blue sites of this block have just computed.
-                const Bytes left_bytes = P == 4 ? shift_in(b.here.left, join_parities(b.red), std::make_index_sequence<kLanes>())
+                const Bytes left_bytes = P == 4 ? shift_in(b.here.left, join_classes(b.red), std::make_index_sequence<kLanes>())
                                                 : b.here.left;
                 if (green == 0) b.template greens<0>(site[0], form, left_bytes);
                 else b.template greens<1>(site[1], form, left_bytes);
             }
-            return Planes<Bytes>{join_parities(b.blue), Bytes{}, join_parities(b.red)};
+            return Planes<Bytes>{join_classes(b.blue), Bytes{}, join_classes(b.red)};
         };
         auto store = [&](const Planes<Bytes>& p, int x, bool) QZRCFA_LAMBDA_INLINE {
             store_masked<P>(r.d + std::ptrdiff_t(x) * P, p.blue, Bytes{}, p.red, mask);
