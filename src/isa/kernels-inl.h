@@ -529,8 +529,124 @@ struct HueBlock {
     }
 };
 
+// With three-byte pixels every quotient an estimate divides is a neighbour's sample
+// over that neighbour's green element, which the colour pass never writes, so a row's
+// quotients are computed once per site instead of once per use: a chunk of up to
+// kChunkBlocks blocks first computes the quotients its estimates read, above, below
+// and in the row itself, into arrays by class with a site to spare at each end (those
+// two one at a time), and then each block's estimates from them. That is one and a
+// half divisions per pixel instead of four, two on the rows of the top-down BGGR
+// member whose sites all take the diagonal formulas.
+constexpr int kChunkBlocks = 8;
+
+struct Quotients {
+    // q[J][1 + i] is the quotient of pixel 4 i + J of the chunk; q[3][0] is that of the
+    // pixel before the chunk, q[0][1 + n / 4] that of the pixel after its n pixels.
+    float q[4][kChunkBlocks * kQuarter + 2];
+
+    // The quotients of the classes in `classes` (a bit per class) of raw row s, output
+    // row d, for the chunk of `blocks` blocks at x.
+    QZRCFA_INLINE void compute(const uint8_t* s, const uint8_t* d, int x, int blocks, unsigned classes) {
+        for (int b = 0; b < blocks; ++b) {
+            const int at = x + b * kLanes;
+            const Bytes m = load<Bytes>(s + at), g = gather<3>(d + std::ptrdiff_t(at) * 3 + kGreen);
+            const int i = 1 + b * kQuarter;
+            if (classes & 1) store(&q[0][i], class_floats<0>(m) / class_floats<0>(g));
+            if (classes & 2) store(&q[1][i], class_floats<1>(m) / class_floats<1>(g));
+            if (classes & 4) store(&q[2][i], class_floats<2>(m) / class_floats<2>(g));
+            if (classes & 8) store(&q[3][i], class_floats<3>(m) / class_floats<3>(g));
+        }
+        const auto one = [&](int c) { return float(s[c]) / float(d[std::ptrdiff_t(c) * 3 + kGreen]); };
+        if (classes & 8) q[3][0] = one(x - 1);
+        if (classes & 1) q[0][1 + blocks * kQuarter] = one(x + blocks * kLanes);
+    }
+
+    // Lanes i of block b: the quotients of pixels 4 i + J - 1, 4 i + J and 4 i + J + 1.
+    template <int J>
+    QZRCFA_INLINE Floats before(int b) const {
+        return J == 0 ? load<Floats>(&q[3][b * kQuarter]) : load<Floats>(&q[J - 1][1 + b * kQuarter]);
+    }
+    template <int J>
+    QZRCFA_INLINE Floats at(int b) const {
+        return load<Floats>(&q[J][1 + b * kQuarter]);
+    }
+    template <int J>
+    QZRCFA_INLINE Floats after(int b) const {
+        return J == 3 ? load<Floats>(&q[0][2 + b * kQuarter]) : load<Floats>(&q[J + 1][1 + b * kQuarter]);
+    }
+};
+
+// One chunk; D is the parity (from x) of the red and blue sites, or 2 where every site
+// of the row takes the diagonal formulas.
+template <int D>
+QZRCFA_INLINE void smooth_hue_chunk3(const Row<uint8_t>& row, const SmoothHueRule& rule, const PixelMask<3>& mask, int x, int blocks) {
+    constexpr unsigned odd = 0b1010, even = 0b0101;
+    constexpr unsigned around = D == 2 ? 0b1111 : D == 0 ? odd : even;  // read above and below
+    constexpr unsigned beside = D == 2 ? 0 : D == 0 ? even : odd;       // read in the row
+    const std::ptrdiff_t w = row.width;
+    const uint8_t* d = row.d;
+    Quotients up, down, here;
+    up.compute(row.s - w, d + row.up, x, blocks, around);
+    down.compute(row.s + w, d + row.down, x, blocks, around);
+    if constexpr (beside != 0) here.compute(row.s, d, x, blocks, beside);
+    Site site[4];
+    for (int j = 0; j < 4; ++j) {
+        site[j] = row.phase.site(x + j);
+        if (site[j] == Site::GreenOnBlue) site[j] = rule.green_on_blue_as;
+    }
+    const Saturation form = rule.saturation;
+    for (int b = 0; b < blocks; ++b) {
+        const int at = x + b * kLanes;
+        uint8_t* px = row.d + std::ptrdiff_t(at) * 3;
+        const Bytes green = gather<3>(px + kGreen), mid = load<Bytes>(row.s + at);
+        UInts blue[4], red[4];
+        const auto estimate = [&]<int J>() QZRCFA_LAMBDA_INLINE {
+            if constexpr (D == 2 || (J & 1) == D) {
+                const Floats sum = ((up.before<J>(b) + up.after<J>(b)) + down.before<J>(b)) + down.after<J>(b);
+                const UInts value = to_bytes(sum * (class_floats<J>(green) * 0.25f), form);
+                const UInts own = class_lanes<J>(mid);
+                blue[J] = site[J] == Site::Red ? value : own;
+                red[J] = site[J] == Site::Red ? own : value;
+            } else {
+                const Floats half_g = class_floats<J>(green) * 0.5f;
+                const UInts vertical = to_bytes((up.at<J>(b) + down.at<J>(b)) * half_g, form);
+                const UInts horizontal = to_bytes((here.before<J>(b) + here.after<J>(b)) * half_g, form);
+                blue[J] = site[J] == Site::GreenOnRed ? vertical : horizontal;
+                red[J] = site[J] == Site::GreenOnRed ? horizontal : vertical;
+            }
+        };
+        estimate.template operator()<0>();
+        estimate.template operator()<1>();
+        estimate.template operator()<2>();
+        estimate.template operator()<3>();
+        store_masked<3>(px, join_classes(blue), Bytes{}, join_classes(red), mask);
+    }
+}
+
+int smooth_hue_colour3(const Row<uint8_t>& row, const SmoothHueRule& rule, int c) {
+    const PixelMask<3> mask = pixel_mask<3>(~Bytes{}, Bytes{}, ~Bytes{});
+    const auto chunk = [&](int x, int blocks) {
+        const bool green0 = is_green(row.phase.site(x)), green1 = is_green(row.phase.site(x + 1));
+        const bool all_diagonal = !is_green(rule.green_on_blue_as) && row.phase.colour == kBlue;
+        if (all_diagonal) smooth_hue_chunk3<2>(row, rule, mask, x, blocks);
+        else if (green1) smooth_hue_chunk3<0>(row, rule, mask, x, blocks);
+        else if (green0) smooth_hue_chunk3<1>(row, rule, mask, x, blocks);
+    };
+    int x = c;
+    while (row.c_last + 1 - x >= kLanes) {
+        const int blocks = (row.c_last + 1 - x) / kLanes < kChunkBlocks ? (row.c_last + 1 - x) / kLanes : kChunkBlocks;
+        chunk(x, blocks);
+        x += blocks * kLanes;
+    }
+    // The last columns again with the block that ends the row: nothing a block writes
+    // is read by another.
+    if (x <= row.c_last) chunk(row.c_last + 1 - kLanes, 1);
+    return row.c_last + 1;
+}
+
 int smooth_hue_colour_wide(const Row<uint8_t>& row, const SmoothHueRule& rule, int c) {
     if (row.c_last - c + 1 < kLanes) return c;
+    if (row.stride == 3) return smooth_hue_colour3(row, rule, c);
     return for_stride(row.stride, c, [&]<int P>() {
         Site site[2];
         for (int k = 0; k < 2; ++k) {
