@@ -61,7 +61,10 @@ const std::vector<T>& cached(int width, int height) {
 }
 
 std::string label(const std::string& family, const Size& s, int bits) {
-    return family + "/" + std::to_string(s.width) + "x" + std::to_string(s.height) + (bits ? "/" + std::to_string(bits) : "");
+    std::ostringstream out;
+    out << family << '/' << s.width << 'x' << s.height;
+    if (bits) out << '/' << bits;
+    return out.str();
 }
 
 // Benchmarks are queued by static initialisers in link order and registered from main,
@@ -114,9 +117,9 @@ const bool floors = [] {
     return true;
 }();
 
-// Adds x_floor (time over the floor's for the same sample width, size and pixel size)
-// and x_opencv (over OpenCV's bilinear conversion of the same size and pixel size, or
-// its grey conversion for one-element rows).
+// Adds x_floor (time over the floor's for the same sample width, size and pixel size),
+// x_opencv (over OpenCV's bilinear conversion of the same size and pixel size, or its
+// grey conversion for one-element rows) and, for NAME@all, x_1thread (over NAME@1).
 class RatioReporter : public benchmark::ConsoleReporter {
   public:
     void ReportRuns(const std::vector<Run>& runs) override {
@@ -138,6 +141,9 @@ class RatioReporter : public benchmark::ConsoleReporter {
             const bool sixteen = name.find("16") != std::string::npos;
             const bool grey = std::count(rest.begin(), rest.end(), '/') == 1;
             ratio(run, "x_floor", (sixteen ? "floor16" : "floor8") + rest, t);
+            // NAME@all against NAME@1: the speed-up of every processor over one.
+            if (const auto at = family.find('@'); at != std::string::npos && family.substr(at) != "@1")
+                ratio(run, "x_1thread", family.substr(0, at) + "@1" + rest, t);
             if (family.rfind("floor", 0) != 0)
                 ratio(run, "x_opencv", std::string(grey ? "opencv_grey" : sixteen ? "opencv_bilinear16" : "opencv_bilinear") + rest, t);
         }

@@ -439,8 +439,8 @@ namespace qzrcfa::ext {
 
 template <class T>
 void gbri(const T* raw, int width, int height, detail::Pattern pattern, T* out, int stride, bool bottom_up,
-          const detail::Tasks* tasks) {
-    const detail::KernelSet& kernels = detail::kernel_set(detail::best_isa());
+          const detail::Tasks* tasks, detail::Isa isa) {
+    const detail::KernelSet& kernels = detail::kernel_set(isa);
     const int threads = tasks != nullptr ? tasks->threads() : 1;
     const detail::Bands bands{0, height, std::max(1, std::min(threads, height / 32))};
     auto band = [&](int i) {
@@ -451,7 +451,7 @@ void gbri(const T* raw, int width, int height, detail::Pattern pattern, T* out, 
     else band(0);
 }
 
-template void gbri(const std::uint8_t*, int, int, detail::Pattern, std::uint8_t*, int, bool, const detail::Tasks*);
-template void gbri(const std::uint16_t*, int, int, detail::Pattern, std::uint16_t*, int, bool, const detail::Tasks*);
+template void gbri(const std::uint8_t*, int, int, detail::Pattern, std::uint8_t*, int, bool, const detail::Tasks*, detail::Isa);
+template void gbri(const std::uint16_t*, int, int, detail::Pattern, std::uint16_t*, int, bool, const detail::Tasks*, detail::Isa);
 
 }  // namespace qzrcfa::ext
