@@ -450,10 +450,10 @@ QZRCFA_INLINE Floats class_floats(const Bytes& v) {
 // A plane from its classes' bytes, each in 0 .. 255.
 QZRCFA_INLINE Bytes join_classes(const UInts (&q)[4]) { return (Bytes)(q[0] | q[1] << 8 | q[2] << 16 | q[3] << 24); }
 
-// Lanes j >= 1 take lane j - 1 of v, lane 0 lane 0 of `first`.
+// Lanes j >= 1 take lane j - 1 of v, lane 0 the last lane of `before`.
 template <std::size_t... I>
-QZRCFA_INLINE Bytes shift_in(const Bytes& first, const Bytes& v, std::index_sequence<I...>) {
-    return __builtin_shufflevector(first, v, int(I == 0 ? 0 : kLanes + I - 1)...);
+QZRCFA_INLINE Bytes shift_in(const Bytes& before, const Bytes& v, std::index_sequence<I...>) {
+    return __builtin_shufflevector(before, v, int(I == 0 ? kLanes - 1 : kLanes + I - 1)...);
 }
 
 // The saturating conversion to integers in 0 .. 255, never converting an infinity or a
@@ -465,24 +465,27 @@ QZRCFA_INLINE UInts to_bytes(const Floats& x, Saturation form) {
     return (UInts)__builtin_convertvector(y, Ints);
 }
 
-// The bytes a block reads from one output row: for pixel c, the byte two before it (its
-// left byte), its green and the byte four after it (its right byte).
-template <int P>
+// The bytes a block of four-byte pixels reads from a row above or below: for pixel c,
+// the byte two before it (its left byte: the red element of the pixel before), its
+// green and the byte four after it (its right byte: the blue element of the pixel after).
 struct RowBytes {
     Bytes left, green, right;
     QZRCFA_INLINE explicit RowBytes(const uint8_t* px)
-        : left(gather<P>(px - 2)), green(gather<P>(px + kGreen)), right(gather<P>(px + 4)) {}
+        : left(gather<4>(px - 2)), green(gather<4>(px + kGreen)), right(gather<4>(px + 4)) {}
 };
 
-// Everything one block of the colour pass reads, fetched before it writes anything.
-template <int P>
+// Everything one block of the colour pass reads from memory, fetched before it writes
+// anything. Of its own row it reads the greens and the right bytes, which the blocks
+// before have not written; its left bytes are the red elements the blocks before and
+// its own red and blue sites compute, and come from those.
 struct HueBlock {
-    RowBytes<P> above, here, below;
+    RowBytes above, below;
+    Bytes green, right_bytes;
     Bytes up_left, up, up_right, left, mid, right, down_left, down, down_right;
     UInts blue[4] = {}, red[4] = {};  // by class
 
     QZRCFA_INLINE HueBlock(const Row<uint8_t>& row, int c, const uint8_t* px)
-        : above(px + row.up), here(px), below(px + row.down) {
+        : above(px + row.up), below(px + row.down), green(gather<4>(px + kGreen)), right_bytes(gather<4>(px + 4)) {
         const uint8_t* s = row.s + c;
         const std::ptrdiff_t w = row.width;
         up_left = load<Bytes>(s - w - 1), up = load<Bytes>(s - w), up_right = load<Bytes>(s - w + 1);
@@ -496,7 +499,7 @@ struct HueBlock {
         const Floats sum = ((class_floats<J>(up_left) / class_floats<J>(above.left) + class_floats<J>(up_right) / class_floats<J>(above.right)) +
                             class_floats<J>(down_left) / class_floats<J>(below.left)) +
                            class_floats<J>(down_right) / class_floats<J>(below.right);
-        const UInts estimate = to_bytes(sum * (class_floats<J>(here.green) * 0.25f), form);
+        const UInts estimate = to_bytes(sum * (class_floats<J>(green) * 0.25f), form);
         const UInts own = class_lanes<J>(mid);
         blue[J] = site == Site::Red ? estimate : own;
         red[J] = site == Site::Red ? own : estimate;
@@ -505,12 +508,12 @@ struct HueBlock {
     // A green site: the vertical and horizontal estimates. `left_bytes` are the left
     // bytes of the block's pixels as the reference order reads them.
     template <int J>
-    QZRCFA_INLINE void green(Site site, Saturation form, const Bytes& left_bytes) {
-        const Floats half_g = class_floats<J>(here.green) * 0.5f;
+    QZRCFA_INLINE void green_site(Site site, Saturation form, const Bytes& left_bytes) {
+        const Floats half_g = class_floats<J>(green) * 0.5f;
         const UInts vertical =
             to_bytes((class_floats<J>(up) / class_floats<J>(above.green) + class_floats<J>(down) / class_floats<J>(below.green)) * half_g, form);
         const UInts horizontal =
-            to_bytes((class_floats<J>(left) / class_floats<J>(left_bytes) + class_floats<J>(right) / class_floats<J>(here.right)) * half_g, form);
+            to_bytes((class_floats<J>(left) / class_floats<J>(left_bytes) + class_floats<J>(right) / class_floats<J>(right_bytes)) * half_g, form);
         blue[J] = site == Site::GreenOnRed ? vertical : horizontal;
         red[J] = site == Site::GreenOnRed ? horizontal : vertical;
     }
@@ -524,8 +527,8 @@ struct HueBlock {
 
     template <int K>
     QZRCFA_INLINE void greens(Site site, Saturation form, const Bytes& left_bytes) {
-        green<K>(site, form, left_bytes);
-        green<K + 2>(site, form, left_bytes);
+        green_site<K>(site, form, left_bytes);
+        green_site<K + 2>(site, form, left_bytes);
     }
 };
 
@@ -647,43 +650,36 @@ int smooth_hue_colour3(const Row<uint8_t>& row, const SmoothHueRule& rule, int c
 int smooth_hue_colour_wide(const Row<uint8_t>& row, const SmoothHueRule& rule, int c) {
     if (row.c_last - c + 1 < kLanes) return c;
     if (row.stride == 3) return smooth_hue_colour3(row, rule, c);
-    return for_stride(row.stride, c, [&]<int P>() {
-        Site site[2];
-        for (int k = 0; k < 2; ++k) {
-            site[k] = row.phase.site(c + k);
-            if (site[k] == Site::GreenOnBlue) site[k] = rule.green_on_blue_as;
+    if (row.stride != 4) return c;
+    Site site[2];
+    for (int k = 0; k < 2; ++k) {
+        site[k] = row.phase.site(c + k);
+        if (site[k] == Site::GreenOnBlue) site[k] = rule.green_on_blue_as;
+    }
+    // At most one parity is green (the top-down BGGR member's even rows have none).
+    const int green = is_green(site[0]) ? 0 : is_green(site[1]) ? 1 : -1;
+    const Saturation form = rule.saturation;
+    const PixelMask<4> mask = pixel_mask<4>(~Bytes{}, Bytes{}, ~Bytes{});
+    // The red elements of the block before, the last of them the first pixel's left byte.
+    Bytes before{};
+    before[kLanes - 1] = row.d[std::ptrdiff_t(c) * 4 - 2];
+    // Blocks do not overlap: a block's right bytes are the blue elements the block
+    // before it would already have written.
+    int x = c;
+    for (; x + kLanes - 1 <= row.c_last; x += kLanes) {
+        uint8_t* px = row.d + std::ptrdiff_t(x) * 4;
+        HueBlock b(row, x, px);
+        if (green != 0) b.diagonals<0>(site[0], form);
+        if (green != 1) b.diagonals<1>(site[1], form);
+        if (green >= 0) {
+            const Bytes left_bytes = shift_in(before, join_classes(b.red), std::make_index_sequence<kLanes>());
+            if (green == 0) b.greens<0>(site[0], form, left_bytes);
+            else b.greens<1>(site[1], form, left_bytes);
         }
-        // At most one parity is green (the top-down BGGR member's even rows have none).
-        const int green = is_green(site[0]) ? 0 : is_green(site[1]) ? 1 : -1;
-        const Saturation form = rule.saturation;
-        const PixelMask<P> mask = pixel_mask<P>(~Bytes{}, Bytes{}, ~Bytes{});
-        const Row<uint8_t> r = row;
-        auto compute = [&](int x) QZRCFA_LAMBDA_INLINE {
-            HueBlock<P> b(r, x, r.d + std::ptrdiff_t(x) * P);
-            if (green != 0) b.template diagonals<0>(site[0], form);
-            if (green != 1) b.template diagonals<1>(site[1], form);
-            if (green >= 0) {
-                // The left byte of a four-byte pixel is the red element of the pixel
-                // before, which the red and blue sites of this block have just computed.
-                const Bytes left_bytes = P == 4 ? shift_in(b.here.left, join_classes(b.red), std::make_index_sequence<kLanes>())
-                                                : b.here.left;
-                if (green == 0) b.template greens<0>(site[0], form, left_bytes);
-                else b.template greens<1>(site[1], form, left_bytes);
-            }
-            return Planes<Bytes>{join_classes(b.blue), Bytes{}, join_classes(b.red)};
-        };
-        auto store = [&](const Planes<Bytes>& p, int x, bool) QZRCFA_LAMBDA_INLINE {
-            store_masked<P>(r.d + std::ptrdiff_t(x) * P, p.blue, Bytes{}, p.red, mask);
-        };
-        // With three-byte pixels a block reads only greens of its own row, which no
-        // block writes; with four it reads the red and blue bytes next to its pixels as
-        // the blocks before have left them, so each block is stored before the next
-        // is computed, and no two overlap.
-        if constexpr (P == 3) return run_blocks<kLanes>(c, r.c_last, -1, compute, store);
-        int x = c;
-        for (; x + kLanes - 1 <= r.c_last; x += kLanes) store(compute(x), x, false);
-        return x;
-    });
+        before = join_classes(b.red);
+        store_masked<4>(px, join_classes(b.blue), Bytes{}, before, mask);
+    }
+    return x;
 }
 
 // ---------------------------------------------------------------------------------
