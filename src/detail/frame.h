@@ -17,12 +17,13 @@
 // what the literal sequence had written or filled when they read it. An interposed
 // border fill may write and read anything, so for it the literal sequence runs.
 //
-// Two passes. The second pass of a member reads, around row r, only the output rows of
-// raw rows r - 1 .. r + 1, and the first pass reads no output and writes only its own
-// row. So the second pass runs one row behind the first instead of after it: when it
-// reads a row, the first pass has written it and the second has not (or, for the rows
-// above, has), exactly as after a full first pass, while the rows it works on are
-// still in the cache.
+// Two passes. With three- and four-byte pixels the second pass of a member reads, around
+// row r, only the output rows of raw rows r - 1 .. r + 1, and the first pass reads no
+// output and writes only its own row (narrower pixels reach further, and run each pass
+// over the whole frame). So the second pass runs one row behind the first instead of
+// after it: when it reads a row, the first pass has written it and the second has not
+// (or, for the rows above, has), exactly as after a full first pass, while the rows it
+// works on are still in the cache.
 #pragma once
 
 #include <algorithm>
@@ -222,6 +223,13 @@ struct Frame {
         }
         const Region b = pass_region(m.passes[1]);
         const int b_begin = std::max(r_begin, b.r0), b_end = std::min(r_end, b.r1 + 1);
+        if (stride != 3 && stride != 4) {
+            // Pixels of one or two bytes: a row's second pass reaches, at its ends, into
+            // the rows beyond its neighbours, so each pass runs over the whole range.
+            for (int r = a_begin; r < a_end; ++r) first_pass(r);
+            for (int r = b_begin; r < b_end; ++r) run_row(1, r);
+            return;
+        }
         if (descending()) {
             int next = a_end - 1;
             for (int r = b_end - 1; r >= b_begin; --r) {
