@@ -148,7 +148,8 @@ TEST(NearestNeighbor16, BitCounts24To31AreThreeElementsPerPixel) {
 TEST(NearestNeighbor16, WritesNothingOutsideTheImage) {
     for (const auto& m : kCases) {
         for (int P : {3, 4}) {
-            for (auto [W, H] : {std::pair{7, 2}, std::pair{2, 7}, std::pair{2, 2}, std::pair{3, 3}, std::pair{5, 4}}) {
+            for (const std::pair<int, int>& wh : {std::pair{7, 2}, std::pair{2, 7}, std::pair{2, 2}, std::pair{3, 3}, std::pair{5, 4}}) {
+                const int W = wh.first, H = wh.second;  // not a structured binding: clang 14 cannot capture those
                 std::vector<std::uint16_t> raw = random_frame<std::uint16_t>(W, H, 55);
                 const std::size_t size = std::size_t(W * H * P);
                 auto written = written_elements<std::uint16_t>(size, [&](std::uint16_t* dst) {
