@@ -9,11 +9,15 @@ CMAKE       ?= cmake
 CTEST       ?= ctest
 CLANG_CC    ?= clang-14
 CLANG_CXX   ?= clang++-14
+# The Python the module is built for and tested with: Debian's, whose NumPy and pytest
+# come from Debian's packages.
+PYTHON      ?= /usr/bin/python3
 # How long `make fuzz` runs each fuzz target, in seconds (the suite runs each for 15).
 FUZZ_SECONDS ?= 600
 
 # Debian packages the build, tests, benchmarks, tools and fuzz targets need.
-PACKAGES := cmake g++ make pkg-config libgtest-dev libbenchmark-dev libpng-dev zlib1g-dev clang-14 libclang-rt-14-dev
+PACKAGES := cmake g++ make pkg-config libgtest-dev libbenchmark-dev libpng-dev zlib1g-dev clang-14 libclang-rt-14-dev \
+            pybind11-dev python3-dev python3-numpy python3-pytest
 
 .PHONY: all build demo test test-release test-asan test-tsan test-clang fuzz bench deps clean
 
@@ -29,8 +33,9 @@ deps:
 	  $$SUDO apt-get update -qq && DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq $$missing; \
 	fi
 
-$(BUILD)/CMakeCache.txt: | deps
-	$(CMAKE) -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release
+# Configured again when this file changes, so that a build tree takes new settings.
+$(BUILD)/CMakeCache.txt: Makefile | deps
+	$(CMAKE) -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DPython3_EXECUTABLE=$(PYTHON)
 
 build: deps $(BUILD)/CMakeCache.txt
 	$(CMAKE) --build $(BUILD) -j $(JOBS)
@@ -59,7 +64,8 @@ test-tsan: deps
 # The whole suite built by clang (Release), and the libFuzzer targets, which the
 # suite runs for 15 seconds each.
 test-clang: deps
-	CC=$(CLANG_CC) CXX=$(CLANG_CXX) $(CMAKE) -S . -B $(CLANG_BUILD) -DCMAKE_BUILD_TYPE=Release -DQZRCFA_FUZZ=ON -DQZRCFA_BUILD_BENCH=OFF
+	CC=$(CLANG_CC) CXX=$(CLANG_CXX) $(CMAKE) -S . -B $(CLANG_BUILD) -DCMAKE_BUILD_TYPE=Release -DQZRCFA_FUZZ=ON -DQZRCFA_BUILD_BENCH=OFF \
+	  -DPython3_EXECUTABLE=$(PYTHON)
 	$(CMAKE) --build $(CLANG_BUILD) -j $(JOBS)
 	$(CTEST) --test-dir $(CLANG_BUILD) --output-on-failure -j $(JOBS)
 
@@ -73,7 +79,15 @@ fuzz: deps
 	    $(CLANG_BUILD)/tests/fuzz/corpus-$$t tests/fuzz/corpus/$$t || exit 1; \
 	done
 
+# OpenCV is the benchmark's optional peer: installed when the machine can, and the
+# benchmark runs without its rows when not.
 bench: build
+	@dpkg-query -W -f='$${Status}' libopencv-dev 2>/dev/null | grep -q "install ok installed" || { \
+	  SUDO=; [ "$$(id -u)" = 0 ] || SUDO=sudo; \
+	  echo "installing: libopencv-dev (the benchmark's peer)"; \
+	  $$SUDO apt-get update -qq && DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq libopencv-dev \
+	    && $(CMAKE) -S . -B $(BUILD) && $(CMAKE) --build $(BUILD) -j $(JOBS) --target qzrcfa-bench \
+	    || echo "libopencv-dev not installed: no peer rows"; }
 	$(BUILD)/bench/qzrcfa-bench $(BENCH_ARGS)
 
 clean:

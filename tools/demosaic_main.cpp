@@ -9,6 +9,7 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <limits>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -76,9 +77,15 @@ OPTIONS
         Crop for the --all montage (default: the most detailed 128x128 window).
     --montage FILE
         Where --all writes the montage (default DIRECTORY/STEM-montage.png).
+    --threads N
+        Threads per demosaic call, over bands of rows (default 0: every processor).
+        1 runs on the calling thread alone; the result is the same whatever N.
+        Frames too small to gain from threads run on one. At most 1024.
     --time
         Print, per frame and method, milliseconds per frame and megapixels per
-        second on standard output (standard error with -o -).
+        second on standard output (standard error with -o -), and, unless
+        --threads is 1, how many times faster than one thread the call ran (the
+        call is timed on one thread as well).
     -v, --verbose
         Print the path of each file written, the montage's included.
     --repeat N
@@ -133,6 +140,7 @@ EXAMPLES
     qzrcfa-demosaic --width 640 --height 480 --depth 16 -m nearest -o f.png f.raw
     qzrcfa-demosaic --all -d out samples/astronaut-rggb.pgm
     qzrcfa-demosaic --time --repeat 20 -m smoothhue -d out *.pgm
+    qzrcfa-demosaic --time --repeat 20 --threads 4 -m laplacian -o f.png f.pgm
     camera-grab | qzrcfa-demosaic -m nearest -o - - | display
 )";
 
@@ -166,7 +174,7 @@ const MethodName& method_name(qzrcfa::Method m) {
 struct Settings {
     std::vector<std::string> inputs;
     std::string output, output_dir, type = "png", montage;
-    qzrcfa::Options options;
+    qzrcfa::Options options{.threads = 0};
     bool flip = false, all = false, time = false, verbose = false;
     int repeat = 1;
     qzrcfa::tools::ReadLimits limits;
@@ -238,6 +246,15 @@ Settings parse(int argc, char** argv) {
             s.verbose = true;
         } else if (arg == "--max-megapixels") {
             s.limits.max_pixels = std::uint64_t(parse_int(arg, value(), 1, 100000)) * 1'000'000;
+        } else if (arg == "--threads") {
+            // Any int goes to the library, which judges the count (see below).
+            const std::string v = value();
+            char* end = nullptr;
+            errno = 0;
+            const long n = std::strtol(v.c_str(), &end, 10);
+            if (v.empty() || *end != '\0' || errno != 0 || n < std::numeric_limits<int>::min() || n > std::numeric_limits<int>::max())
+                throw UsageError(arg + " takes a whole number from 0 to " + std::to_string(qzrcfa::kMaxThreads) + ", not '" + v + "'");
+            s.options.threads = int(n);
         } else if (arg == "--repeat") {
             s.repeat = parse_int(arg, value(), 1, 100000);
         } else if (arg == "--montage") {
@@ -274,6 +291,11 @@ Settings parse(int argc, char** argv) {
     if (s.all && s.options.format == qzrcfa::Format::Grey) throw UsageError("--all compares colour methods; use --format bgr or bgra");
     if (!s.montage.empty() && !s.all) throw UsageError("--montage goes with --all");
     s.options.order = s.flip ? qzrcfa::RowOrder::BottomUp : qzrcfa::RowOrder::TopDown;
+    // The thread count as the library judges it, on a request it would otherwise run.
+    std::uint8_t raw[16] = {}, bgr[48];
+    const qzrcfa::Options threads{.threads = s.options.threads};
+    if (const qzrcfa::Result r = qzrcfa::check(qzrcfa::RawFrame(raw, 16, 4, 4), qzrcfa::OutputImage(bgr, 48), threads); !r)
+        throw UsageError("--threads: " + r.message());
     return s;
 }
 
@@ -380,18 +402,19 @@ Frame load(const Settings& s, const std::string& path) {
     return f;
 }
 
-// A demosaiced image and how long the call took.
+// A demosaiced image and how long the call took, with the options' threads and, when
+// timed, with one.
 struct Output {
     std::vector<std::uint8_t> bytes;    // 8-bit elements
     std::vector<std::uint16_t> wide;    // 16-bit elements
     double ms = 0;
+    double ms_one_thread = 0;           // 0: not measured
 };
 
-Output run(const Frame& frame, const qzrcfa::Options& o, int repeat) {
+// Runs the request `repeat` times into `out` and returns the median time.
+double run_into(Output& out, const Frame& frame, const qzrcfa::Options& o, int repeat) {
     const Image& im = frame.image;
     const int depth = im.depth;
-    check_request(o, im.width, im.height, depth);
-    Output out;
     const std::size_t out_count = qzrcfa::output_elements(im.width, im.height, o, depth);
     qzrcfa::Result checked = qzrcfa::Result::success();
     std::vector<double> times;
@@ -409,7 +432,18 @@ Output run(const Frame& frame, const qzrcfa::Options& o, int repeat) {
         if (!checked) throw std::runtime_error(checked.message());
     }
     std::nth_element(times.begin(), times.begin() + std::ptrdiff_t(times.size() / 2), times.end());
-    out.ms = times[times.size() / 2];
+    return times[times.size() / 2];
+}
+
+Output run(const Frame& frame, const qzrcfa::Options& o, int repeat, bool time) {
+    check_request(o, frame.image.width, frame.image.height, frame.image.depth);
+    Output out;
+    if (time && o.threads != 1) {
+        qzrcfa::Options one = o;
+        one.threads = 1;
+        out.ms_one_thread = run_into(out, frame, one, repeat);
+    }
+    out.ms = run_into(out, frame, o, repeat);
     return out;
 }
 
@@ -455,11 +489,17 @@ void write_output(const std::string& path, const Output& out, const Frame& frame
 // Time and written files go to standard output, unless the image does.
 std::FILE* report(const Settings& s) { return s.output == "-" ? stderr : stdout; }
 
-void report_time(const Settings& s, const Frame& frame, qzrcfa::Method m, double ms) {
+void report_time(const Settings& s, const Frame& frame, qzrcfa::Method m, const Output& out) {
     if (!s.time) return;
     const double mp = double(frame.image.width) * double(frame.image.height) / 1e6;
-    std::fprintf(report(s), "%s %s: %.3f ms per frame, %.1f MP/s\n", frame.name.c_str(), method_name(m).word, ms,
-                 ms > 0 ? mp / (ms / 1000.0) : 0.0);
+    std::fprintf(report(s), "%s %s: %.3f ms per frame, %.1f MP/s", frame.name.c_str(), method_name(m).word, out.ms,
+                 out.ms > 0 ? mp / (out.ms / 1000.0) : 0.0);
+    if (out.ms_one_thread > 0) {
+        const int threads = s.options.threads == 0 ? qzrcfa_processors() : s.options.threads;
+        std::fprintf(report(s), ", %.2fx one thread's speed (up to %d threads)", out.ms > 0 ? out.ms_one_thread / out.ms : 0.0,
+                     threads);
+    }
+    std::fputc('\n', report(s));
     std::fflush(report(s));
 }
 
@@ -529,12 +569,12 @@ void process(const Settings& s, const std::string& path, Progress& progress) {
     for (qzrcfa::Method m : methods_for(s, depth)) {
         const std::string target = target_for(s, frame.name, m);
         const qzrcfa::Options o = options_for(s, m, target, depth);
-        done.push_back({m, o, target, run(frame, o, s.repeat)});
+        done.push_back({m, o, target, run(frame, o, s.repeat, s.time)});
         progress.step(frame.name + " " + method_name(m).word);
     }
     for (const Done& d : done) {
         write_output(d.target, d.out, frame, d.options);
-        report_time(s, frame, d.method, d.out.ms);
+        report_time(s, frame, d.method, d.out);
         report_written(s, d.target);
         if (s.all)
             tiles.push_back({method_name(d.method).label, enlarge(upright(d.out, frame.image, d.options, false), crop, 1)});

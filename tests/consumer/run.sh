@@ -2,11 +2,12 @@
 # Installs the build tree into a fresh prefix, checks what landed there, then builds
 # and runs a small consumer against it twice: through find_package(qzrcfa) and
 # through pkg-config.
-#   run.sh BUILD_DIR CONSUMER_SOURCE WORK_DIR CMAKE CXX [EXTRA_FLAGS]
+#   run.sh BUILD_DIR CONSUMER_SOURCE WORK_DIR CMAKE CXX [EXTRA_FLAGS [PYTHON]]
 # EXTRA_FLAGS go to the consumer's compile and link (the sanitizer build passes its
-# sanitizer flags, since its library needs their runtime in the program).
+# sanitizer flags, since its library needs their runtime in the program). PYTHON, when
+# the build has the Python module, imports the installed module.
 set -euo pipefail
-build=$1 source=$2 work=$3 cmake=$4 cxx=$5 flags=${6:-}
+build=$1 source=$2 work=$3 cmake=$4 cxx=$5 flags=${6:-} python=${7:-}
 
 rm -rf "$work"
 prefix=$work/prefix
@@ -46,3 +47,15 @@ export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
 # shellcheck disable=SC2046
 "$cxx" -std=c++20 $flags "$source/consumer.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs qzrcfa-ext)
 LD_LIBRARY_PATH=$prefix/$libdir "$work/consumer-pc"
+
+# The Python module, from the prefix's site-packages in a clean environment: it finds
+# the installed libraries through its own run path.
+if [ -n "$python" ]; then
+  module=$(find "$prefix" -path '*/site-packages/qzrcfa.*.so')
+  [ -n "$module" ] || fail "the Python module was not installed into site-packages"
+  env -i PYTHONPATH="$(dirname "$module")" "$python" -c '
+import numpy, qzrcfa
+assert qzrcfa.__file__.startswith("'"$prefix"'"), qzrcfa.__file__
+assert qzrcfa.demosaic(numpy.zeros((4, 6), numpy.uint8), "laplacian").shape == (4, 6, 3)' ||
+    fail "the installed Python module does not work"
+fi
