@@ -43,18 +43,21 @@ QZRCFA_INLINE int streaming_start(const uint8_t* d, int first, bool stream) {
 // a load that follows stores to nearby addresses can wait for them, and the loads of
 // the next block then overlap the stores of this one. So compute(x) may read nothing
 // that a store of this row writes. Returns the first column after the last block.
+// Columns may be negative (rows with padding before column 0): only `aligned` >= 0
+// streams.
 template <int N, class Compute, class Store>
 QZRCFA_INLINE int run_blocks(int first, int last, int aligned, Compute&& compute, Store&& store) {
+    const bool streaming = aligned >= 0;
     auto pending = compute(first);
     int pending_x = first;
-    bool pending_stream = aligned == first;
-    int x = aligned > first ? aligned : first + N;
+    bool pending_stream = streaming && aligned == first;
+    int x = streaming && aligned > first ? aligned : first + N;
     for (; x + N - 1 <= last; x += N) {
         auto next = compute(x);
         store(pending, pending_x, pending_stream);
         pending = next;
         pending_x = x;
-        pending_stream = aligned >= 0;
+        pending_stream = streaming;
     }
     if (x <= last) {
         x = last - N + 1;
