@@ -1,26 +1,32 @@
-// Shared benchmark machinery. Each family registers its exports with
-// register_colour8() (or the 16-bit/grey variants) from a static initialiser in its
-// own bench_*.cpp; every export then runs at 640x480, 1920x1080 and 4000x3000 with
-// 24- and 32-bit output, next to the floor kernel for the same size, and the report
-// shows megapixels per second and the ratio to the floor.
+// Shared benchmark machinery. Every export runs at 640x480, 1920x1080 and 4000x3000,
+// colour members with 24- and 32-bit output, on a mosaic of the bundled photograph
+// tiled to the frame's size, next to a floor kernel for the same size and, when the
+// build found OpenCV, OpenCV's Bayer conversions; the report shows megapixels per
+// second and each row's ratio to the floor and to OpenCV's bilinear conversion.
 #pragma once
 
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <vector>
 
 namespace qzrcfa::bench {
 
-using Colour8 = int (*)(unsigned char*, int, int, unsigned char*, unsigned short);
-using Colour16 = int (*)(unsigned short*, int, int, unsigned short*, unsigned short);
-using Grey8 = int (*)(unsigned char*, int, int, unsigned char*);
-using Grey16 = int (*)(unsigned short*, int, int, unsigned short*);
+struct Size {
+    int width, height;
+};
+inline constexpr Size kSizes[] = {{640, 480}, {1920, 1080}, {4000, 3000}};
 
-// Returns a value so it can initialise a namespace-scope variable.
-bool register_colour8(const std::string& name, Colour8 fn);
-bool register_colour16(const std::string& name, Colour16 fn);
-bool register_grey8(const std::string& name, Grey8 fn);
-bool register_grey16(const std::string& name, Grey16 fn);
+// The bundled photograph's mosaic tiled to width x height; 16-bit frames scale it to
+// the full 16-bit range.
+const std::vector<std::uint8_t>& mosaic8(int width, int height);
+const std::vector<std::uint16_t>& mosaic16(int width, int height);
+
+// A benchmark run once per size (and pixel size: 0 for grey or one element per pixel,
+// else 24 or 32), named family/WxH[/bits]. `body` runs one call.
+using Body = std::function<void(const Size&, int bits, benchmark::State&)>;
+void add(const std::string& family, bool colour, Body body);
 
 }  // namespace qzrcfa::bench

@@ -1,13 +1,15 @@
+// The benchmark program: floors, peers and exports in one run (see bench_common.h).
 #include <benchmark/benchmark.h>
 
 #include <emmintrin.h>
 
+#include <cstdio>
 #include <cstring>
-#include <functional>
+#include <fstream>
 #include <map>
-#include <random>
+#include <sstream>
+#include <stdexcept>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "bench_common.h"
@@ -15,31 +17,87 @@
 namespace qzrcfa::bench {
 namespace {
 
-struct Size {
-    int width, height;
+// The bundled 8-bit PGM mosaic.
+struct Sample {
+    int width = 0, height = 0;
+    std::vector<std::uint8_t> pixels;
 };
-const Size kSizes[] = {{640, 480}, {1920, 1080}, {4000, 3000}};
+
+const Sample& sample() {
+    static const Sample s = [] {
+        std::ifstream in(QZRCFA_SAMPLE_PGM, std::ios::binary);
+        std::string magic;
+        Sample out;
+        int maxval = 0;
+        in >> magic >> out.width >> out.height >> maxval;
+        in.get();
+        if (!in || magic != "P5" || maxval != 255 || out.width % 2 || out.height % 2)
+            throw std::runtime_error("cannot read the sample frame " QZRCFA_SAMPLE_PGM);
+        out.pixels.resize(std::size_t(out.width) * std::size_t(out.height));
+        in.read(reinterpret_cast<char*>(out.pixels.data()), std::streamsize(out.pixels.size()));
+        return out;
+    }();
+    return s;
+}
 
 template <class T>
-std::vector<T> random_frame(int width, int height) {
-    std::mt19937 rng(7);
-    std::uniform_int_distribution<unsigned> dist(0, sizeof(T) == 1 ? 255 : 65535);
-    std::vector<T> frame(std::size_t(width) * std::size_t(height));
-    for (T& v : frame) v = T(dist(rng));
+std::vector<T> tiled(int width, int height) {
+    const Sample& s = sample();
+    std::vector<T> frame(std::size_t(width) * std::size_t(height) + 2 * std::size_t(width));
+    for (int y = 0; y < height + 2; ++y)
+        for (int x = 0; x < width; ++x) {
+            const std::uint8_t v = s.pixels[std::size_t(y % s.height) * std::size_t(s.width) + std::size_t(x % s.width)];
+            frame[std::size_t(y) * std::size_t(width) + std::size_t(x)] = sizeof(T) == 1 ? T(v) : T(v * 257);
+        }
     return frame;
 }
 
-// The floor: read width x height samples once and write `elements` output elements
-// per pixel once, as fast as the machine allows: every 16 bytes read are stored
-// `elements` times with plain 16-byte stores, as a demosaicing kernel stores its
-// pixels, with no arithmetic at all.
 template <class T>
-void floor_kernel(benchmark::State& state, int width, int height, int elements) {
-    std::vector<T> raw = random_frame<T>(width, height);
-    std::vector<T> out(std::size_t(width) * std::size_t(height) * std::size_t(elements));
+const std::vector<T>& cached(int width, int height) {
+    static std::map<std::pair<int, int>, std::vector<T>> frames;
+    auto& f = frames[{width, height}];
+    if (f.empty()) f = tiled<T>(width, height);
+    return f;
+}
+
+std::string label(const std::string& family, const Size& s, int bits) {
+    std::ostringstream out;
+    out << family << '/' << s.width << 'x' << s.height;
+    if (bits) out << '/' << bits;
+    return out.str();
+}
+
+// Benchmarks are queued by static initialisers in link order and registered from main,
+// floors and peers first, so that the reporter knows them before any export runs.
+struct Queued {
+    int order;
+    std::string family;
+    bool colour;
+    Body body;
+};
+std::vector<Queued>& queue() {
+    static std::vector<Queued> q;
+    return q;
+}
+
+int order_of(const std::string& family) {
+    if (family.rfind("floor", 0) == 0) return 0;
+    if (family.rfind("opencv", 0) == 0) return 1;
+    return 2;
+}
+
+// The floor: read width x height samples once and write `elements` output elements per
+// pixel once, as fast as plain stores go: every 16 bytes read are stored `elements`
+// times with 16-byte stores, as a demosaicing kernel stores its pixels, with no
+// arithmetic at all.
+template <class T>
+void floor_kernel(const Size& s, int bits, benchmark::State& state) {
+    const std::vector<T>& raw = cached<T>(s.width, s.height);
+    const int elements = bits == 0 ? 1 : bits / 8;
+    std::vector<T> out(std::size_t(s.width) * std::size_t(s.height) * std::size_t(elements));
     const auto* in = reinterpret_cast<const unsigned char*>(raw.data());
     auto* o = reinterpret_cast<unsigned char*>(out.data());
-    const std::size_t bytes = raw.size() * sizeof(T);
+    const std::size_t bytes = std::size_t(s.width) * std::size_t(s.height) * sizeof(T);
     for (auto _ : state) {
         for (std::size_t i = 0; i + 16 <= bytes; i += 16) {
             const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
@@ -51,81 +109,18 @@ void floor_kernel(benchmark::State& state, int width, int height, int elements) 
     }
 }
 
-template <class T, class Fn>
-void run_export(benchmark::State& state, Fn fn, int width, int height, int bits) {
-    std::vector<T> raw = random_frame<T>(width, height);
-    const int elements = bits == 0 ? 1 : bits / 8;
-    std::vector<T> out(std::size_t(width) * std::size_t(height) * std::size_t(elements) + 2);
-    for (auto _ : state) {
-        if constexpr (std::is_invocable_v<Fn, T*, int, int, T*, unsigned short>) {
-            fn(raw.data(), width, height, out.data(), static_cast<unsigned short>(bits));
-        } else {
-            fn(raw.data(), width, height, out.data());
-        }
-        benchmark::DoNotOptimize(out.data());
-        benchmark::ClobberMemory();
-    }
-}
-
-void add_counters(benchmark::State& state, int width, int height) {
-    state.counters["MP/s"] = benchmark::Counter(double(width) * double(height) / 1e6,
-                                                benchmark::Counter::kIsIterationInvariantRate);
-}
-
-std::string label(const std::string& name, const Size& s, int bits) {
-    return name + "/" + std::to_string(s.width) + "x" + std::to_string(s.height) + (bits ? "/" + std::to_string(bits) : "");
-}
-
-// Exports register from static initialisers in their own files, before main() runs
-// and in link order; they are queued and handed to the framework after the floors,
-// so that every floor runs (and is known to the reporter) before the exports.
-std::vector<std::function<void()>>& queued() {
-    static std::vector<std::function<void()>> q;
-    return q;
-}
-
-template <class T, class Fn>
-bool register_export(const std::string& name, Fn fn, bool colour) {
-    queued().push_back([name, fn, colour] {
-        for (const Size& s : kSizes) {
-            for (int bits : colour ? std::vector<int>{24, 32} : std::vector<int>{0}) {
-                benchmark::RegisterBenchmark(label(name, s, bits).c_str(),
-                                             [fn, s, bits](benchmark::State& state) {
-                                                 run_export<T>(state, fn, s.width, s.height, bits);
-                                                 add_counters(state, s.width, s.height);
-                                             })
-                    ->Unit(benchmark::kMillisecond)
-                    ->UseRealTime();
-            }
-        }
-    });
+const bool floors = [] {
+    add("floor8", true, floor_kernel<std::uint8_t>);
+    add("floor8", false, floor_kernel<std::uint8_t>);
+    add("floor16", true, floor_kernel<std::uint16_t>);
+    add("floor16", false, floor_kernel<std::uint16_t>);
     return true;
-}
+}();
 
-// Floors for 8- and 16-bit samples at 1, 3 and 4 elements per pixel.
-void register_floors() {
-    for (const Size& s : kSizes) {
-        for (int bits : {0, 24, 32}) {
-            const int elements = bits == 0 ? 1 : bits / 8;
-            benchmark::RegisterBenchmark(label("floor8", s, bits).c_str(),
-                                         [s, elements](benchmark::State& state) {
-                                             floor_kernel<std::uint8_t>(state, s.width, s.height, elements);
-                                             add_counters(state, s.width, s.height);
-                                         })
-                ->Unit(benchmark::kMillisecond)->UseRealTime();
-            benchmark::RegisterBenchmark(label("floor16", s, bits).c_str(),
-                                         [s, elements](benchmark::State& state) {
-                                             floor_kernel<std::uint16_t>(state, s.width, s.height, elements);
-                                             add_counters(state, s.width, s.height);
-                                         })
-                ->Unit(benchmark::kMillisecond)->UseRealTime();
-        }
-    }
-}
-
-// Adds an "x floor" column: each run's time over the floor's time for the same
-// sample width, size and pixel size.
-class FloorReporter : public benchmark::ConsoleReporter {
+// Adds x_floor (time over the floor's for the same sample width, size and pixel size),
+// x_opencv (over OpenCV's bilinear conversion of the same size and pixel size, or its
+// grey conversion for one-element rows) and, for NAME@all, x_1thread (over NAME@1).
+class RatioReporter : public benchmark::ConsoleReporter {
   public:
     void ReportRuns(const std::vector<Run>& runs) override {
         std::vector<Run> out = runs;
@@ -134,39 +129,65 @@ class FloorReporter : public benchmark::ConsoleReporter {
             const auto slash = name.find('/');
             const std::string family = name.substr(0, slash);
             std::string rest = slash == std::string::npos ? "" : name.substr(slash);
-            // Strip the trailing "/real_time" that UseRealTime() appends.
             if (const auto rt = rest.find("/real_time"); rt != std::string::npos) rest.erase(rt);
-            const double t = run.GetAdjustedRealTime();
-            if (family == "floor8" || family == "floor16") {
-                floors_[family + rest] = t;
-                continue;
+            // With --benchmark_repetitions each aggregate (mean, median) is compared with the
+            // same aggregate of its baseline; spreads (stddev, cv) have no ratio.
+            if (run.run_type == Run::RT_Aggregate) {
+                if (run.aggregate_unit != benchmark::kTime || run.aggregate_name == "stddev") continue;
+                rest += "#" + run.aggregate_name;
             }
-            const bool sixteen = name.find("16Bits") != std::string::npos;
-            const auto it = floors_.find((sixteen ? "floor16" : "floor8") + rest);
-            if (it != floors_.end() && it->second > 0) run.counters["x_floor"] = benchmark::Counter(t / it->second);
+            const double t = run.GetAdjustedRealTime();
+            baselines_[family + rest] = t;
+            const bool sixteen = name.find("16") != std::string::npos;
+            const bool grey = std::count(rest.begin(), rest.end(), '/') == 1;
+            ratio(run, "x_floor", (sixteen ? "floor16" : "floor8") + rest, t);
+            // NAME@all against NAME@1: the speed-up of every processor over one.
+            if (const auto at = family.find('@'); at != std::string::npos && family.substr(at) != "@1")
+                ratio(run, "x_1thread", family.substr(0, at) + "@1" + rest, t);
+            if (family.rfind("floor", 0) != 0)
+                ratio(run, "x_opencv", std::string(grey ? "opencv_grey" : sixteen ? "opencv_bilinear16" : "opencv_bilinear") + rest, t);
         }
         ConsoleReporter::ReportRuns(out);
     }
 
   private:
-    std::map<std::string, double> floors_;
+    void ratio(Run& run, const char* counter, const std::string& baseline, double t) {
+        const auto it = baselines_.find(baseline);
+        if (it != baselines_.end() && it->second > 0) run.counters[counter] = benchmark::Counter(t / it->second);
+    }
+    std::map<std::string, double> baselines_;
 };
 
 }  // namespace
 
-bool register_colour8(const std::string& name, Colour8 fn) { return register_export<std::uint8_t>(name, fn, true); }
-bool register_colour16(const std::string& name, Colour16 fn) { return register_export<std::uint16_t>(name, fn, true); }
-bool register_grey8(const std::string& name, Grey8 fn) { return register_export<std::uint8_t>(name, fn, false); }
-bool register_grey16(const std::string& name, Grey16 fn) { return register_export<std::uint16_t>(name, fn, false); }
+const std::vector<std::uint8_t>& mosaic8(int width, int height) { return cached<std::uint8_t>(width, height); }
+const std::vector<std::uint16_t>& mosaic16(int width, int height) { return cached<std::uint16_t>(width, height); }
+
+void add(const std::string& family, bool colour, Body body) { queue().push_back({order_of(family), family, colour, std::move(body)}); }
+
+void register_all() {
+    std::stable_sort(queue().begin(), queue().end(), [](const Queued& a, const Queued& b) { return a.order < b.order; });
+    for (const Queued& q : queue())
+        for (const Size& s : kSizes)
+            for (int bits : q.colour ? std::vector<int>{24, 32} : std::vector<int>{0}) {
+                benchmark::RegisterBenchmark(label(q.family, s, bits).c_str(),
+                                             [body = q.body, s, bits](benchmark::State& state) {
+                                                 body(s, bits, state);
+                                                 state.counters["MP/s"] = benchmark::Counter(
+                                                     double(s.width) * double(s.height) / 1e6, benchmark::Counter::kIsIterationInvariantRate);
+                                             })
+                    ->Unit(benchmark::kMillisecond)
+                    ->UseRealTime();
+            }
+}
 
 }  // namespace qzrcfa::bench
 
 int main(int argc, char** argv) {
-    qzrcfa::bench::register_floors();
-    for (const auto& registration : qzrcfa::bench::queued()) registration();
+    qzrcfa::bench::register_all();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    qzrcfa::bench::FloorReporter reporter;
+    qzrcfa::bench::RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
     return 0;

@@ -1,10 +1,12 @@
-// qzrcfa.hpp: a checked C++ interface over the qzrcfa exports. Header only.
+// qzrcfa.hpp: a checked C++ interface over the qzrcfa exports and the extended library.
 //
 // The exports of qzrcfa.h validate nothing, by contract. This header describes a
-// request with enums and non-owning views, checks it against what the chosen export
-// needs, and only then calls that export; a bad request comes back as a Result that
-// carries one clear message, and nothing is called. A valid request gives exactly the
-// bytes a direct call of the export gives: the views are handed over unchanged.
+// request with enums and non-owning views and checks it against what the chosen export
+// needs; demosaic() hands a sound request to the extended library (qzrcfa_ext.h, link
+// qzrcfa::ext or -lqzrcfa-ext), which calls that export, or with several threads runs
+// its member over bands of rows. A bad request comes back as a Result that carries one
+// clear message, and nothing is called. A valid request gives exactly the bytes a
+// direct call of the export gives, whatever the thread count.
 //
 //   std::vector<std::uint8_t> raw = ...;                     // width * height samples
 //   std::vector<std::uint8_t> bgr(qzrcfa::output_elements(width, height, options));
@@ -40,6 +42,7 @@
 #include <string_view>
 
 #include "qzrcfa.h"
+#include "qzrcfa_ext.h"
 
 namespace qzrcfa {
 
@@ -51,6 +54,8 @@ enum class Method {
     Laplacian,        // gradient-directed green with second-difference correction
     Laplacian2,       // Laplacian with its green pass displaced; RGGB top-down only
     SmoothHue,        // red and blue from the neighbours' colour-to-green ratios
+    Gbri,             // gradient-based green, residual-interpolated red and blue: the best colour;
+                      // extended library only, 8- and 16-bit, whole image border included
 };
 
 enum class Pattern { RGGB, BGGR, GRBG, GBRG };
@@ -65,11 +70,15 @@ enum class RowOrder { TopDown, BottomUp };
 // pixel.
 enum class Format : unsigned short { Grey = 0, Bgr24 = 24, Bgra32 = 32 };
 
+// Largest thread count a request may ask for.
+inline constexpr int kMaxThreads = 1024;
+
 struct Options {
     Method method = Method::Bilinear;
     Pattern pattern = Pattern::RGGB;
     RowOrder order = RowOrder::TopDown;
     Format format = Format::Bgr24;
+    int threads = 1;  // 1: the calling thread only, exactly a direct call; 0: every processor; N: up to N
 };
 
 constexpr std::string_view to_string(Method m) {
@@ -81,6 +90,7 @@ constexpr std::string_view to_string(Method m) {
         case Method::Laplacian: return "laplacian";
         case Method::Laplacian2: return "laplacian2";
         case Method::SmoothHue: return "smoothhue";
+        case Method::Gbri: return "gbri";
     }
     return "?";
 }
@@ -192,6 +202,7 @@ struct Member {
     bool odd_width_needs_three_rows = false;  // the border fill reads S(1, width) = S(2, 0)
     bool white_prefill = false;               // 255 over width * height * bitCount / 8 bytes
     std::size_t dst_tail = 0;                 // elements written past the image
+    bool extended = false;                    // the extended library's own method: no export
 };
 
 inline constexpr Family8 kNearest8{{
@@ -264,7 +275,7 @@ inline constexpr Family8 kSmoothHue{{
     {QZRCFA_SmoothHue_GBRG, QZRCFA_SmoothHue_GBRG_Flip},
 }};
 
-constexpr bool valid(Method m) { return int(m) >= 0 && int(m) <= int(Method::SmoothHue); }
+constexpr bool valid(Method m) { return int(m) >= 0 && int(m) <= int(Method::Gbri); }
 constexpr bool valid(Pattern p) { return int(p) >= 0 && int(p) <= int(Pattern::GBRG); }
 constexpr bool valid(RowOrder o) { return o == RowOrder::TopDown || o == RowOrder::BottomUp; }
 constexpr bool colour(Format f) { return f == Format::Bgr24 || f == Format::Bgra32; }
@@ -278,6 +289,7 @@ inline const Family8* family8(Method m) {
         case Method::Laplacian: return &kLaplacian;
         case Method::Laplacian2: return &kLaplacian2;
         case Method::SmoothHue: return &kSmoothHue;
+        case Method::Gbri: return nullptr;
     }
     return nullptr;
 }
@@ -297,6 +309,14 @@ inline Result find_member(const Options& o, int depth, Member& out) {
                              std::string(to_string(o.order));
     const int p = int(o.pattern);
     const int f = o.order == RowOrder::BottomUp ? 1 : 0;
+    if (o.method == Method::Gbri) {
+        if (o.format == Format::Grey)
+            return Result::failure("no grey output for " + what + ": gbri writes bgr24 or bgra32");
+        Member m;
+        m.extended = true;
+        out = m;
+        return Result::success();
+    }
     if (o.method != Method::NearestNeighbor && depth == 16)
         return Result::failure("no export for " + what + " with 16-bit samples: only nearest neighbour takes 16-bit frames");
     if (o.method != Method::NearestNeighbor && o.format == Format::Grey)
@@ -348,6 +368,8 @@ inline Result find_member(const Options& o, int depth, Member& out) {
             m.min_height = 4;
             m.white_prefill = true;
             break;
+        case Method::Gbri:
+            break;
     }
     out = m;
     return Result::success();
@@ -378,19 +400,11 @@ inline Size minimum_size(const Options& options, int depth = 8) {
     return {m.min_width, m.min_height};
 }
 
-// Elements the output buffer must hold for a width x height frame, slack included;
-// 0 when the request cannot be served (see check()).
-inline std::size_t output_elements(int width, int height, const Options& options, int depth = 8) {
-    detail::Member m;
-    if (!detail::find_member(options, depth, m) || width < 0 || height < 0) return 0;
-    return std::size_t(width) * std::size_t(height) * detail::elements_per_pixel(options.format) + m.dst_tail;
-}
+namespace detail {
 
-// Every check demosaic() makes, without calling anything.
-inline Result check(const RawFrame& raw, const OutputImage& out, const Options& options) {
-    detail::Member m;
-    if (Result r = detail::find_member(options, raw.depth(), m); !r) return r;
-    const int w = raw.width(), h = raw.height();
+// The checks on the frame size alone: the member's minimum and the interface's signed
+// 32-bit products.
+inline Result check_size(const Member& m, int w, int h, int depth, const Options& options) {
     const std::string size = std::to_string(w) + "x" + std::to_string(h);
     if (w < 0 || h < 0) return Result::failure("frame size " + size + " is negative");
     if (w < m.min_width || h < m.min_height)
@@ -403,12 +417,38 @@ inline Result check(const RawFrame& raw, const OutputImage& out, const Options& 
 
     constexpr std::uint64_t kInt32Max = std::uint64_t(std::numeric_limits<std::int32_t>::max());
     const std::uint64_t pixels = std::uint64_t(w) * std::uint64_t(h);
-    const std::size_t epp = detail::elements_per_pixel(options.format);
-    const std::uint64_t image_bytes = pixels * epp * raw.sample_bytes();
-    if (image_bytes + m.dst_tail * raw.sample_bytes() > kInt32Max || pixels * raw.sample_bytes() > kInt32Max)
+    const std::uint64_t sample_bytes = depth == 16 ? 2 : 1;
+    const std::uint64_t image_bytes = pixels * elements_per_pixel(options.format) * sample_bytes;
+    if (image_bytes + m.dst_tail * sample_bytes > kInt32Max || pixels * sample_bytes > kInt32Max)
         return Result::failure("frame size " + size + " is too large: the image must stay below 2^31 bytes");
     if (m.white_prefill && pixels * unsigned(options.format) > kInt32Max)
         return Result::failure("frame size " + size + " is too large: width x height x bitCount must stay below 2^31");
+    return Result::success();
+}
+
+}  // namespace detail
+
+// Elements the output buffer must hold for a width x height frame, slack included;
+// 0 when demosaic() would refuse the request whatever the buffers (see check()).
+inline std::size_t output_elements(int width, int height, const Options& options, int depth = 8) {
+    detail::Member m;
+    if (!detail::find_member(options, depth, m) || !detail::check_size(m, width, height, depth, options)) return 0;
+    return std::size_t(width) * std::size_t(height) * detail::elements_per_pixel(options.format) + m.dst_tail;
+}
+
+// Every check demosaic() makes, without calling anything.
+inline Result check(const RawFrame& raw, const OutputImage& out, const Options& options) {
+    detail::Member m;
+    if (Result r = detail::find_member(options, raw.depth(), m); !r) return r;
+    if (options.threads < 0 || options.threads > kMaxThreads)
+        return Result::failure("thread count " + std::to_string(options.threads) + " is " +
+                               (options.threads < 0 ? "negative" : "above the limit of " + std::to_string(kMaxThreads)) +
+                               ": use 1 for the calling thread, 0 for every processor, or up to " + std::to_string(kMaxThreads));
+    if (Result r = detail::check_size(m, raw.width(), raw.height(), raw.depth(), options); !r) return r;
+    const int w = raw.width(), h = raw.height();
+    const std::string size = std::to_string(w) + "x" + std::to_string(h);
+    const std::uint64_t pixels = std::uint64_t(w) * std::uint64_t(h);
+    const std::size_t epp = detail::elements_per_pixel(options.format);
 
     if (raw.data() == nullptr) return Result::failure("the raw frame is null");
     if (out.data() == nullptr) return Result::failure("the output buffer is null");
@@ -431,11 +471,10 @@ inline Result check(const RawFrame& raw, const OutputImage& out, const Options& 
     return Result::success();
 }
 
-// Checks the request and, if it is sound, calls the export it names.
-inline Result demosaic(const RawFrame& raw, const OutputImage& out, const Options& options) {
-    if (Result r = check(raw, out, options); !r) return r;
-    detail::Member m;
-    detail::find_member(options, raw.depth(), m);
+namespace detail {
+
+// Calls the export a sound request names, with the views unchanged.
+inline Result call_export(const Member& m, const RawFrame& raw, const OutputImage& out, const Options& options) {
     // The exports take non-const pointers for their input; they only read it.
     auto* s8 = static_cast<unsigned char*>(const_cast<void*>(raw.data()));
     auto* s16 = static_cast<unsigned short*>(const_cast<void*>(raw.data()));
@@ -448,6 +487,21 @@ inline Result demosaic(const RawFrame& raw, const OutputImage& out, const Option
     else if (m.grey8) status = m.grey8(s8, raw.width(), raw.height(), d8);
     else if (m.grey16) status = m.grey16(s16, raw.width(), raw.height(), d16);
     if (status != 0) return Result::failure("the export returned " + std::to_string(status));
+    return Result::success();
+}
+
+inline qzrcfa_request to_request(const RawFrame& raw, const OutputImage& out, const Options& o) {
+    return qzrcfa_request{raw.data(),  raw.count(),    raw.width(),       raw.height(),     raw.depth(),    out.data(), out.count(),
+                          out.depth(), int(o.method), int(o.pattern), int(o.order), int(o.format), o.threads};
+}
+
+}  // namespace detail
+
+// Checks the request and, if it is sound, runs it (extended library).
+inline Result demosaic(const RawFrame& raw, const OutputImage& out, const Options& options) {
+    char message[512];
+    const qzrcfa_request request = detail::to_request(raw, out, options);
+    if (qzrcfa_demosaic(&request, message, sizeof message) != 0) return Result::failure(message);
     return Result::success();
 }
 

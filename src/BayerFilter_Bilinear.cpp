@@ -8,6 +8,7 @@
 
 #include "detail/bayer.h"
 #include "detail/border.h"
+#include "detail/exports.h"
 #include "detail/frame.h"
 #include "detail/kernels.h"
 #include "qzrcfa.h"
@@ -43,11 +44,11 @@ int bilinear_columns(const Row<std::uint8_t>& row, const NoParams&, int c) {
 
 namespace {
 
-using BilinearMember = Member<std::uint8_t, NoParams>;
+using BilinearMember = ColourMember<std::uint8_t, NoParams>;
 
 constexpr BilinearMember bilinear(Pattern p, bool flip, Prefill fill, ColourFn<std::uint8_t> border,
-                                  ColourFn<std::uint8_t> own_border) {
-    return BilinearMember{p, flip, fill, border, own_border, 3, {}, {{bilinear_columns, &KernelSet::bilinear, 1, 0}, {}}};
+                                  Border border_id) {
+    return BilinearMember{p, flip, fill, border, border_id, 3, {}, {{bilinear_columns, &KernelSet::bilinear, 1, 0}, {}}};
 }
 
 // The member table: the top-down members pre-fill, the bottom-up ones do not.
@@ -68,29 +69,13 @@ namespace d = qzrcfa::detail;
 
 extern "C" {
 
-QZRCFA_API int QZRCFA_Bilinear_RGGB(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kBilinear_RGGB, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_Bilinear_BGGR(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kBilinear_BGGR, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_Bilinear_GRBG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kBilinear_GRBG, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_Bilinear_GBRG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kBilinear_GBRG, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_Bilinear_RGGB_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kBilinear_RGGB_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_Bilinear_BGGR_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kBilinear_BGGR_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_Bilinear_GRBG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kBilinear_GRBG_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_Bilinear_GBRG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kBilinear_GBRG_Flip, src, width, height, dst, bitCount);
-}
+QZRCFA_DEFINE_MEMBER(Bilinear_RGGB, unsigned char, d::kBilinear_RGGB)
+QZRCFA_DEFINE_MEMBER(Bilinear_BGGR, unsigned char, d::kBilinear_BGGR)
+QZRCFA_DEFINE_MEMBER(Bilinear_GRBG, unsigned char, d::kBilinear_GRBG)
+QZRCFA_DEFINE_MEMBER(Bilinear_GBRG, unsigned char, d::kBilinear_GBRG)
+QZRCFA_DEFINE_MEMBER(Bilinear_RGGB_Flip, unsigned char, d::kBilinear_RGGB_Flip)
+QZRCFA_DEFINE_MEMBER(Bilinear_BGGR_Flip, unsigned char, d::kBilinear_BGGR_Flip)
+QZRCFA_DEFINE_MEMBER(Bilinear_GRBG_Flip, unsigned char, d::kBilinear_GRBG_Flip)
+QZRCFA_DEFINE_MEMBER(Bilinear_GBRG_Flip, unsigned char, d::kBilinear_GBRG_Flip)
 
 }  // extern "C"

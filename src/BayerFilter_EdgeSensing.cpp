@@ -14,6 +14,7 @@
 
 #include "detail/bayer.h"
 #include "detail/border.h"
+#include "detail/exports.h"
 #include "detail/frame.h"
 #include "detail/kernels.h"
 #include "qzrcfa.h"
@@ -67,11 +68,11 @@ int edge_sensing_columns(const Row<std::uint8_t>& row, const EdgeSensingRule& ru
 
 namespace {
 
-using EdgeSensingMember = Member<std::uint8_t, EdgeSensingRule>;
+using EdgeSensingMember = ColourMember<std::uint8_t, EdgeSensingRule>;
 
-constexpr EdgeSensingMember edge_sensing(Pattern p, bool flip, ColourFn<std::uint8_t> border, ColourFn<std::uint8_t> own,
+constexpr EdgeSensingMember edge_sensing(Pattern p, bool flip, ColourFn<std::uint8_t> border, Border border_id,
                                          EdgeSensingRule rule) {
-    return EdgeSensingMember{p, flip, Prefill::None, border, own, 3, rule,
+    return EdgeSensingMember{p, flip, Prefill::None, border, border_id, 3, rule,
                              {{edge_sensing_columns, &KernelSet::edge_sensing, 1, 0}, {}}};
 }
 
@@ -94,13 +95,10 @@ namespace d = qzrcfa::detail;
 
 extern "C" {
 
-QZRCFA_API int QZRCFA_EdgeSensing2_RGGB(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kEdgeSensing2_RGGB, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_EdgeSensing2_RGGB_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kEdgeSensing2_RGGB_Flip, src, width, height, dst, bitCount);
-}
+QZRCFA_DEFINE_MEMBER(EdgeSensing2_RGGB, unsigned char, d::kEdgeSensing2_RGGB)
+QZRCFA_DEFINE_MEMBER(EdgeSensing2_RGGB_Flip, unsigned char, d::kEdgeSensing2_RGGB_Flip)
 
+#if !defined(QZRCFA_EXTENDED)
 // Method 1 on RGGB is method 2.
 QZRCFA_API int QZRCFA_EdgeSensing1_RGGB(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
     return QZRCFA_EdgeSensing2_RGGB(src, width, height, dst, bitCount);
@@ -108,24 +106,13 @@ QZRCFA_API int QZRCFA_EdgeSensing1_RGGB(unsigned char* src, int width, int heigh
 QZRCFA_API int QZRCFA_EdgeSensing1_RGGB_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
     return QZRCFA_EdgeSensing2_RGGB_Flip(src, width, height, dst, bitCount);
 }
+#endif
 
-QZRCFA_API int QZRCFA_EdgeSensing1_BGGR(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kEdgeSensing1_BGGR, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_EdgeSensing1_GRBG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kEdgeSensing1_GRBG, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_EdgeSensing1_GBRG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kEdgeSensing1_GBRG, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_EdgeSensing1_BGGR_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kEdgeSensing1_BGGR_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_EdgeSensing1_GRBG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kEdgeSensing1_GRBG_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_EdgeSensing1_GBRG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kEdgeSensing1_GBRG_Flip, src, width, height, dst, bitCount);
-}
+QZRCFA_DEFINE_MEMBER(EdgeSensing1_BGGR, unsigned char, d::kEdgeSensing1_BGGR)
+QZRCFA_DEFINE_MEMBER(EdgeSensing1_GRBG, unsigned char, d::kEdgeSensing1_GRBG)
+QZRCFA_DEFINE_MEMBER(EdgeSensing1_GBRG, unsigned char, d::kEdgeSensing1_GBRG)
+QZRCFA_DEFINE_MEMBER(EdgeSensing1_BGGR_Flip, unsigned char, d::kEdgeSensing1_BGGR_Flip)
+QZRCFA_DEFINE_MEMBER(EdgeSensing1_GRBG_Flip, unsigned char, d::kEdgeSensing1_GRBG_Flip)
+QZRCFA_DEFINE_MEMBER(EdgeSensing1_GBRG_Flip, unsigned char, d::kEdgeSensing1_GBRG_Flip)
 
 }  // extern "C"

@@ -40,6 +40,7 @@
 
 #include "detail/bayer.h"
 #include "detail/border.h"
+#include "detail/exports.h"
 #include "detail/frame.h"
 #include "detail/kernels.h"
 #include "qzrcfa.h"
@@ -220,11 +221,11 @@ int laplacian_colour_columns(const Row<std::uint8_t>& row, const LaplacianParams
 
 namespace {
 
-using LaplacianMember = Member<std::uint8_t, LaplacianParams>;
+using LaplacianMember = ColourMember<std::uint8_t, LaplacianParams>;
 
-constexpr LaplacianMember laplacian(Pattern p, bool flip, ColourFn<std::uint8_t> border, ColourFn<std::uint8_t> own,
+constexpr LaplacianMember laplacian(Pattern p, bool flip, ColourFn<std::uint8_t> border, Border border_id,
                                     bool crossed, int green_shift = 0) {
-    return LaplacianMember{p, flip, Prefill::White, border, own, 5, LaplacianParams{crossed},
+    return LaplacianMember{p, flip, Prefill::White, border, border_id, 5, LaplacianParams{crossed},
                            {{laplacian_green_columns, &KernelSet::laplacian_green, 2, green_shift},
                             {laplacian_colour_columns, &KernelSet::laplacian_colour, 2, 0}}};
 }
@@ -249,34 +250,16 @@ namespace d = qzrcfa::detail;
 
 extern "C" {
 
-QZRCFA_API int QZRCFA_Laplacian_RGGB(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kLaplacian_RGGB, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_Laplacian_BGGR(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kLaplacian_BGGR, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_Laplacian_GRBG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kLaplacian_GRBG, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_Laplacian_GBRG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kLaplacian_GBRG, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_Laplacian_RGGB_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kLaplacian_RGGB_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_Laplacian_BGGR_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kLaplacian_BGGR_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_Laplacian_GRBG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kLaplacian_GRBG_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_Laplacian_GBRG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kLaplacian_GBRG_Flip, src, width, height, dst, bitCount);
-}
+QZRCFA_DEFINE_MEMBER(Laplacian_RGGB, unsigned char, d::kLaplacian_RGGB)
+QZRCFA_DEFINE_MEMBER(Laplacian_BGGR, unsigned char, d::kLaplacian_BGGR)
+QZRCFA_DEFINE_MEMBER(Laplacian_GRBG, unsigned char, d::kLaplacian_GRBG)
+QZRCFA_DEFINE_MEMBER(Laplacian_GBRG, unsigned char, d::kLaplacian_GBRG)
+QZRCFA_DEFINE_MEMBER(Laplacian_RGGB_Flip, unsigned char, d::kLaplacian_RGGB_Flip)
+QZRCFA_DEFINE_MEMBER(Laplacian_BGGR_Flip, unsigned char, d::kLaplacian_BGGR_Flip)
+QZRCFA_DEFINE_MEMBER(Laplacian_GRBG_Flip, unsigned char, d::kLaplacian_GRBG_Flip)
+QZRCFA_DEFINE_MEMBER(Laplacian_GBRG_Flip, unsigned char, d::kLaplacian_GBRG_Flip)
 
 }  // extern "C"
 
 // C++ linkage: exported under its type-decorated name only.
-QZRCFA_API int QZRCFA_Laplacian2_RGGB(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kLaplacian2_RGGB, src, width, height, dst, bitCount);
-}
+QZRCFA_DEFINE_MEMBER(Laplacian2_RGGB, unsigned char, d::kLaplacian2_RGGB)

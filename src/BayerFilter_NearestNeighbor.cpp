@@ -13,6 +13,7 @@
 
 #include "detail/bayer.h"
 #include "detail/border.h"
+#include "detail/exports.h"
 #include "detail/frame.h"
 #include "detail/kernels.h"
 #include "qzrcfa.h"
@@ -57,23 +58,23 @@ int nearest_columns(const Row<std::uint16_t>& row, const NearestForm& form, int 
 // Grey reference: out[c] = (upper[c] + upper[c + 1] + lower[c] + lower[c + 1]) >> 2,
 // summed without overflow.
 template <class T>
-static int grey(const Row<T>& row, int c) {
+static int grey_reference(const Row<T>& row, int c) {
     const T* upper = row.s;
     const T* lower = row.s + row.width;
     for (; c <= row.c_last; ++c) row.d[c] = T((upper[c] + upper[c + 1] + lower[c] + lower[c + 1]) >> 2);
     return c;
 }
 
-int grey_columns(const Row<std::uint8_t>& row, const NoParams&, int c) { return grey(row, c); }
-int grey_columns(const Row<std::uint16_t>& row, const NoParams&, int c) { return grey(row, c); }
+int grey_columns(const Row<std::uint8_t>& row, const NoParams&, int c) { return grey_reference(row, c); }
+int grey_columns(const Row<std::uint16_t>& row, const NoParams&, int c) { return grey_reference(row, c); }
 
 namespace {
 
-using NearestMember = Member<std::uint8_t, NearestForm>;
+using NearestMember = ColourMember<std::uint8_t, NearestForm>;
 
 constexpr NearestMember nearest8(Pattern p, bool flip, Prefill fill, ColourFn<std::uint8_t> border,
-                                 ColourFn<std::uint8_t> own, NearestForm form) {
-    return NearestMember{p, flip, fill, border, own, 3, form, {{nearest_columns, &KernelSet::nearest, 1, 0}, {}}};
+                                 Border border_id, NearestForm form) {
+    return NearestMember{p, flip, fill, border, border_id, 3, form, {{nearest_columns, &KernelSet::nearest, 1, 0}, {}}};
 }
 
 // The member table: which neighbourhood each member uses, and which pre-fills.
@@ -88,10 +89,10 @@ constexpr NearestMember kNearest_GBRG_Flip = nearest8(Pattern::GBRG, true, Prefi
 
 // The 16-bit members: every pattern and row order takes the block on the left with
 // green from its upper row, and none pre-fills.
-using Nearest16Member = Member<std::uint16_t, NearestForm>;
+using Nearest16Member = ColourMember<std::uint16_t, NearestForm>;
 
-constexpr Nearest16Member nearest16(Pattern p, bool flip, ColourFn<std::uint16_t> border, ColourFn<std::uint16_t> own) {
-    return Nearest16Member{p, flip, Prefill::None, border, own, 3, kLeftCopied, {{nearest_columns, &KernelSet::nearest16, 1, 0}, {}}};
+constexpr Nearest16Member nearest16(Pattern p, bool flip, ColourFn<std::uint16_t> border, Border border_id) {
+    return Nearest16Member{p, flip, Prefill::None, border, border_id, 3, kLeftCopied, {{nearest_columns, &KernelSet::nearest16, 1, 0}, {}}};
 }
 
 constexpr Nearest16Member kNearest_RGGB_16 = nearest16(Pattern::RGGB, false, QZRCFA_BORDER(Edge1_RGGB_16Bits));
@@ -141,19 +142,28 @@ constexpr GreyMember kGrey_GBRG_16{false, GreyRightEdge::LastColumnShuffle};
 constexpr GreyMember kGrey_RGGB_Flip_16{true, GreyRightEdge::LastColumnShuffle};
 
 template <class T>
-void grey_finish_row(GreyRightEdge right, T* out, int width) {
+void grey_finish_row(GreyRightEdge right, T* out, int width, bool spill = true) {
     if (right == GreyRightEdge::TwoColumnCopy) {
         for (int c = width >= 2 ? width - 2 : 0; c < width; ++c) out[c] = out[c - 1];
     } else {
         const int c = width - 1;
-        out[c + 1] = out[c - 2];
-        out[c + 2] = out[c - 1];
+        if (spill) {
+            out[c + 1] = out[c - 2];
+            out[c + 2] = out[c - 1];
+        }
         out[c] = out[c - 3];
     }
 }
 
+// Grey output, one call: on the calling thread alone or, with `tasks`, in bands of
+// rows on several threads with the same elements. A row reads nothing any other row
+// writes except through the last-column shuffle's two elements spilled into the next
+// row in memory: top-down, the next row overwrites them, so the bands leave them out;
+// bottom-up, they stand in the row below, so they are copied in once every row is done
+// (with width 5 or more, what a spill copies is no spill's). So rows may run in any
+// order there, and the bottom-up members run theirs in the order of memory.
 template <class T>
-int grey(const GreyMember& m, const T* src, int width, int height, T* dst) {
+int grey(const GreyMember& m, const T* src, int width, int height, T* dst, const Tasks* tasks = nullptr) {
     const std::size_t row_bytes = std::size_t(std::ptrdiff_t(width)) * sizeof(T);
     if (height < 1) return 0;
     if (height == 1) {
@@ -164,12 +174,12 @@ int grey(const GreyMember& m, const T* src, int width, int height, T* dst) {
     }
     const int averaged = m.right == GreyRightEdge::TwoColumnCopy ? width - 2 : width - 1;
     const KernelSet& kernels = kernel_set(best_isa());
-    for (int s = 0; s <= height - 2; ++s) {
-        if (width < 1) continue;
+    auto out_row = [&](int s) { return dst + row_offset(output_row(s, height, m.flip), width, 1); };
+    auto average = [&](int s, bool spill) {
         Row<T> row{};
         row.s = src + std::ptrdiff_t(s) * width;
         row.width = width;
-        row.d = dst + row_offset(output_row(s, height, m.flip), width, 1);
+        row.d = out_row(s);
         row.c_first = 0;
         row.c_last = averaged - 1;
         if constexpr (sizeof(T) == 1) {
@@ -177,7 +187,40 @@ int grey(const GreyMember& m, const T* src, int width, int height, T* dst) {
         } else {
             grey_columns(row, NoParams{}, kernels.grey16(row, NoParams{}, 0));
         }
-        grey_finish_row(m.right, row.d, width);
+        grey_finish_row(m.right, row.d, width, spill);
+    };
+    const bool threads = tasks != nullptr && tasks->threads() > 1;
+    if ((threads || m.flip) && width >= 5) {
+        if (threads) {
+            const Bands bands{0, height - 1, std::min(tasks->threads() * 4, std::max(1, height / 8))};
+            tasks->for_each(bands.count, [&](int i) {
+                for (int s = bands.first(i); s < bands.first(i + 1); ++s) average(s, false);
+            });
+        } else {
+            // Bottom-up on one thread: the raw rows from the last, so that the stores run
+            // forwards through memory, which takes them much faster than backwards.
+            for (int s = height - 2; s >= 0; --s) {
+                if (s > 0) {
+                    const char* next_in = reinterpret_cast<const char*>(src + std::ptrdiff_t(s - 1) * width);
+                    const char* next_out = reinterpret_cast<const char*>(out_row(s - 1));
+                    for (int k = 0; k < 1024; k += 64) {
+                        __builtin_prefetch(next_in + k, 0, 3);
+                        __builtin_prefetch(next_out + k, 1, 3);
+                    }
+                }
+                average(s, false);
+            }
+        }
+        if (m.flip && m.right == GreyRightEdge::LastColumnShuffle) {
+            for (int s = 0; s <= height - 2; ++s) {
+                T* out = out_row(s);
+                out[width] = out[width - 3];
+                out[width + 1] = out[width - 2];
+            }
+        }
+    } else {
+        for (int s = 0; s <= height - 2; ++s)
+            if (width >= 1) average(s, true);
     }
     const int last = output_row(height - 1, height, m.flip);
     const int before = output_row(height - 2, height, m.flip);
@@ -194,72 +237,31 @@ namespace d = qzrcfa::detail;
 
 extern "C" {
 
-QZRCFA_API int QZRCFA_NearestNeighbor_RGGB(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kNearest_RGGB, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_BGGR(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kNearest_BGGR, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_GRBG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kNearest_GRBG, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_GBRG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kNearest_GBRG, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_RGGB_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kNearest_RGGB_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_BGGR_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kNearest_BGGR_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_GRBG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kNearest_GRBG_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_GBRG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kNearest_GBRG_Flip, src, width, height, dst, bitCount);
-}
+QZRCFA_DEFINE_MEMBER(NearestNeighbor_RGGB, unsigned char, d::kNearest_RGGB)
+QZRCFA_DEFINE_MEMBER(NearestNeighbor_BGGR, unsigned char, d::kNearest_BGGR)
+QZRCFA_DEFINE_MEMBER(NearestNeighbor_GRBG, unsigned char, d::kNearest_GRBG)
+QZRCFA_DEFINE_MEMBER(NearestNeighbor_GBRG, unsigned char, d::kNearest_GBRG)
+QZRCFA_DEFINE_MEMBER(NearestNeighbor_RGGB_Flip, unsigned char, d::kNearest_RGGB_Flip)
+QZRCFA_DEFINE_MEMBER(NearestNeighbor_BGGR_Flip, unsigned char, d::kNearest_BGGR_Flip)
+QZRCFA_DEFINE_MEMBER(NearestNeighbor_GRBG_Flip, unsigned char, d::kNearest_GRBG_Flip)
+QZRCFA_DEFINE_MEMBER(NearestNeighbor_GBRG_Flip, unsigned char, d::kNearest_GBRG_Flip)
 
-QZRCFA_API int QZRCFA_NearestNeighbor_RGGB_16Bits(unsigned short* src, int width, int height, unsigned short* dst, unsigned short bitCount) {
-    return demosaic(d::kNearest_RGGB_16, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_BGGR_16Bits(unsigned short* src, int width, int height, unsigned short* dst, unsigned short bitCount) {
-    return demosaic(d::kNearest_BGGR_16, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_GRBG_16Bits(unsigned short* src, int width, int height, unsigned short* dst, unsigned short bitCount) {
-    return demosaic(d::kNearest_GRBG_16, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_GBRG_16Bits(unsigned short* src, int width, int height, unsigned short* dst, unsigned short bitCount) {
-    return demosaic(d::kNearest_GBRG_16, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_RGGB_Flip_16Bits(unsigned short* src, int width, int height, unsigned short* dst, unsigned short bitCount) {
-    return demosaic(d::kNearest_RGGB_Flip_16, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_BGGR_Flip_16Bits(unsigned short* src, int width, int height, unsigned short* dst, unsigned short bitCount) {
-    return demosaic(d::kNearest_BGGR_Flip_16, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_GRBG_Flip_16Bits(unsigned short* src, int width, int height, unsigned short* dst, unsigned short bitCount) {
-    return demosaic(d::kNearest_GRBG_Flip_16, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_GBRG_Flip_16Bits(unsigned short* src, int width, int height, unsigned short* dst, unsigned short bitCount) {
-    return demosaic(d::kNearest_GBRG_Flip_16, src, width, height, dst, bitCount);
-}
+QZRCFA_DEFINE_MEMBER(NearestNeighbor_RGGB_16Bits, unsigned short, d::kNearest_RGGB_16)
+QZRCFA_DEFINE_MEMBER(NearestNeighbor_BGGR_16Bits, unsigned short, d::kNearest_BGGR_16)
+QZRCFA_DEFINE_MEMBER(NearestNeighbor_GRBG_16Bits, unsigned short, d::kNearest_GRBG_16)
+QZRCFA_DEFINE_MEMBER(NearestNeighbor_GBRG_16Bits, unsigned short, d::kNearest_GBRG_16)
+QZRCFA_DEFINE_MEMBER(NearestNeighbor_RGGB_Flip_16Bits, unsigned short, d::kNearest_RGGB_Flip_16)
+QZRCFA_DEFINE_MEMBER(NearestNeighbor_BGGR_Flip_16Bits, unsigned short, d::kNearest_BGGR_Flip_16)
+QZRCFA_DEFINE_MEMBER(NearestNeighbor_GRBG_Flip_16Bits, unsigned short, d::kNearest_GRBG_Flip_16)
+QZRCFA_DEFINE_MEMBER(NearestNeighbor_GBRG_Flip_16Bits, unsigned short, d::kNearest_GBRG_Flip_16)
 
 
-QZRCFA_API int QZRCFA_NearestNeighbor_RGGB_Gray(unsigned char* src, int width, int height, unsigned char* dst) {
-    return grey(d::kGrey_RGGB, src, width, height, dst);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_BGGR_Gray(unsigned char* src, int width, int height, unsigned char* dst) {
-    return grey(d::kGrey_BGGR, src, width, height, dst);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_GRBG_Gray(unsigned char* src, int width, int height, unsigned char* dst) {
-    return grey(d::kGrey_GRBG, src, width, height, dst);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_GBRG_Gray(unsigned char* src, int width, int height, unsigned char* dst) {
-    return grey(d::kGrey_GBRG, src, width, height, dst);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_RGGB_Gray_Flip(unsigned char* src, int width, int height, unsigned char* dst) {
-    return grey(d::kGrey_RGGB_Flip, src, width, height, dst);
-}
+QZRCFA_DEFINE_GREY(NearestNeighbor_RGGB_Gray, unsigned char, d::kGrey_RGGB)
+QZRCFA_DEFINE_GREY(NearestNeighbor_BGGR_Gray, unsigned char, d::kGrey_BGGR)
+QZRCFA_DEFINE_GREY(NearestNeighbor_GRBG_Gray, unsigned char, d::kGrey_GRBG)
+QZRCFA_DEFINE_GREY(NearestNeighbor_GBRG_Gray, unsigned char, d::kGrey_GBRG)
+QZRCFA_DEFINE_GREY(NearestNeighbor_RGGB_Gray_Flip, unsigned char, d::kGrey_RGGB_Flip)
+#if !defined(QZRCFA_EXTENDED)
 // Through the exported entry point of the bottom-up RGGB member.
 QZRCFA_API int QZRCFA_NearestNeighbor_BGGR_Gray_Flip(unsigned char* src, int width, int height, unsigned char* dst) {
     return QZRCFA_NearestNeighbor_RGGB_Gray_Flip(src, width, height, dst);
@@ -270,21 +272,13 @@ QZRCFA_API int QZRCFA_NearestNeighbor_GRBG_Gray_Flip(unsigned char* src, int wid
 QZRCFA_API int QZRCFA_NearestNeighbor_GBRG_Gray_Flip(unsigned char* src, int width, int height, unsigned char* dst) {
     return QZRCFA_NearestNeighbor_RGGB_Gray_Flip(src, width, height, dst);
 }
-QZRCFA_API int QZRCFA_NearestNeighbor_RGGB_Gray_16Bits(unsigned short* src, int width, int height, unsigned short* dst) {
-    return grey(d::kGrey_RGGB_16, src, width, height, dst);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_BGGR_Gray_16Bits(unsigned short* src, int width, int height, unsigned short* dst) {
-    return grey(d::kGrey_BGGR_16, src, width, height, dst);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_GRBG_Gray_16Bits(unsigned short* src, int width, int height, unsigned short* dst) {
-    return grey(d::kGrey_GRBG_16, src, width, height, dst);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_GBRG_Gray_16Bits(unsigned short* src, int width, int height, unsigned short* dst) {
-    return grey(d::kGrey_GBRG_16, src, width, height, dst);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_RGGB_Gray_Flip_16Bits(unsigned short* src, int width, int height, unsigned short* dst) {
-    return grey(d::kGrey_RGGB_Flip_16, src, width, height, dst);
-}
+#endif
+QZRCFA_DEFINE_GREY(NearestNeighbor_RGGB_Gray_16Bits, unsigned short, d::kGrey_RGGB_16)
+QZRCFA_DEFINE_GREY(NearestNeighbor_BGGR_Gray_16Bits, unsigned short, d::kGrey_BGGR_16)
+QZRCFA_DEFINE_GREY(NearestNeighbor_GRBG_Gray_16Bits, unsigned short, d::kGrey_GRBG_16)
+QZRCFA_DEFINE_GREY(NearestNeighbor_GBRG_Gray_16Bits, unsigned short, d::kGrey_GBRG_16)
+QZRCFA_DEFINE_GREY(NearestNeighbor_RGGB_Gray_Flip_16Bits, unsigned short, d::kGrey_RGGB_Flip_16)
+#if !defined(QZRCFA_EXTENDED)
 // Through the exported entry point of the bottom-up RGGB member.
 QZRCFA_API int QZRCFA_NearestNeighbor_BGGR_Gray_Flip_16Bits(unsigned short* src, int width, int height, unsigned short* dst) {
     return QZRCFA_NearestNeighbor_RGGB_Gray_Flip_16Bits(src, width, height, dst);
@@ -295,5 +289,6 @@ QZRCFA_API int QZRCFA_NearestNeighbor_GRBG_Gray_Flip_16Bits(unsigned short* src,
 QZRCFA_API int QZRCFA_NearestNeighbor_GBRG_Gray_Flip_16Bits(unsigned short* src, int width, int height, unsigned short* dst) {
     return QZRCFA_NearestNeighbor_RGGB_Gray_Flip_16Bits(src, width, height, dst);
 }
+#endif
 
 }  // extern "C"

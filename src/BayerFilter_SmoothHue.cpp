@@ -24,6 +24,7 @@
 
 #include "detail/bayer.h"
 #include "detail/border.h"
+#include "detail/exports.h"
 #include "detail/frame.h"
 #include "detail/kernels.h"
 #include "qzrcfa.h"
@@ -143,15 +144,15 @@ int smooth_hue_colour_columns(const Row<std::uint8_t>& row, const SmoothHueRule&
 
 namespace {
 
-using SmoothHueMember = Member<std::uint8_t, SmoothHueRule>;
+using SmoothHueMember = ColourMember<std::uint8_t, SmoothHueRule>;
 
 constexpr SmoothHueRule kRegular{Site::GreenOnBlue, Saturation::GreaterThan};
 constexpr SmoothHueRule kGreenOnBlueAsRed{Site::Red, Saturation::GreaterThan};
 constexpr SmoothHueRule kNaNSaturates{Site::GreenOnBlue, Saturation::LessThan};
 
 constexpr SmoothHueMember smooth_hue(Pattern p, bool flip, Prefill fill, ColourFn<std::uint8_t> border,
-                                     ColourFn<std::uint8_t> own, SmoothHueRule rule) {
-    return SmoothHueMember{p, flip, fill, border, own, 3, rule,
+                                     Border border_id, SmoothHueRule rule) {
+    return SmoothHueMember{p, flip, fill, border, border_id, 3, rule,
                            {{smooth_hue_green_columns, &KernelSet::smooth_hue_green, 1, 0},
                             {smooth_hue_colour_columns, &KernelSet::smooth_hue_colour, 1, 0}}};
 }
@@ -176,29 +177,13 @@ namespace d = qzrcfa::detail;
 
 extern "C" {
 
-QZRCFA_API int QZRCFA_SmoothHue_RGGB(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kSmoothHue_RGGB, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_SmoothHue_BGGR(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kSmoothHue_BGGR, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_SmoothHue_GRBG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kSmoothHue_GRBG, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_SmoothHue_GBRG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kSmoothHue_GBRG, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_SmoothHue_RGGB_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kSmoothHue_RGGB_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_SmoothHue_BGGR_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kSmoothHue_BGGR_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_SmoothHue_GRBG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kSmoothHue_GRBG_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_SmoothHue_GBRG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return demosaic(d::kSmoothHue_GBRG_Flip, src, width, height, dst, bitCount);
-}
+QZRCFA_DEFINE_MEMBER(SmoothHue_RGGB, unsigned char, d::kSmoothHue_RGGB)
+QZRCFA_DEFINE_MEMBER(SmoothHue_BGGR, unsigned char, d::kSmoothHue_BGGR)
+QZRCFA_DEFINE_MEMBER(SmoothHue_GRBG, unsigned char, d::kSmoothHue_GRBG)
+QZRCFA_DEFINE_MEMBER(SmoothHue_GBRG, unsigned char, d::kSmoothHue_GBRG)
+QZRCFA_DEFINE_MEMBER(SmoothHue_RGGB_Flip, unsigned char, d::kSmoothHue_RGGB_Flip)
+QZRCFA_DEFINE_MEMBER(SmoothHue_BGGR_Flip, unsigned char, d::kSmoothHue_BGGR_Flip)
+QZRCFA_DEFINE_MEMBER(SmoothHue_GRBG_Flip, unsigned char, d::kSmoothHue_GRBG_Flip)
+QZRCFA_DEFINE_MEMBER(SmoothHue_GBRG_Flip, unsigned char, d::kSmoothHue_GBRG_Flip)
 
 }  // extern "C"

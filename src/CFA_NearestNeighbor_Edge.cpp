@@ -347,11 +347,20 @@ QZRCFA_API int QZRCFA_NearestNeighbor_Edge2_GBRG_Flip(unsigned char* src, int wi
 
 }  // extern "C"
 
-// The hidden aliases the frame driver tells its own border fills by (detail/border.h).
+// Hidden aliases of the border fills: their addresses are the library's own
+// definitions, whatever the exported names resolve to (detail/border.h).
 #define QZRCFA_DEFINE_OWN_BORDER(suffix, T)                                                                     \
-    int qzrcfa_own_##suffix(T* src, int width, int height, T* dst, unsigned short bitCount)                   \
+    __attribute__((visibility("hidden"))) int qzrcfa_own_##suffix(T* src, int width, int height, T* dst,      \
+                                                                   unsigned short bitCount)                   \
         __attribute__((alias("QZRCFA_NearestNeighbor_" #suffix)));
 
 extern "C" {
 QZRCFA_BORDER_FILLS(QZRCFA_DEFINE_OWN_BORDER)
+}
+
+bool qzrcfa::detail::border_is_own(Border id, const void* exported) {
+#define QZRCFA_OWN_ADDRESS(suffix, T) reinterpret_cast<const void*>(qzrcfa_own_##suffix),
+    static const void* const kOwn[] = {QZRCFA_BORDER_FILLS(QZRCFA_OWN_ADDRESS)};
+#undef QZRCFA_OWN_ADDRESS
+    return exported == kOwn[int(id)];
 }

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <algorithm>
 #include <random>
 #include <string>
 #include <vector>
@@ -146,6 +147,57 @@ TEST_P(Kernels, EqualTheReferences) {
                                               {smooth_hue_green_columns, &KernelSet::smooth_hue_green, rules, 1, 0, false, false});
     expect_reference_bytes<u8, SmoothHueRule>(isa, "smooth hue colour",
                                               {smooth_hue_colour_columns, &KernelSet::smooth_hue_colour, rules, 1, 0, false, false});
+}
+
+// The extended library's method: every pass on rows of random floats (non-negative,
+// as its quantities are where a pass divides by them), every width to 140 and one
+// large, both site parities, both row colours, three- and four-element pixels of 8 and
+// 16 bits. Rows carry 16 columns of padding, as the method's rows do.
+TEST_P(Kernels, EqualTheReferencesForGbri) {
+    const KernelSet& set = kernel_set(GetParam());
+    constexpr int kPad = 16;
+    std::mt19937 rng(11);
+    std::uniform_real_distribution<float> value(0.0f, 255.0f);
+    std::vector<int> widths;
+    for (int w = 1; w <= 140; ++w) widths.push_back(w);
+    widths.push_back(1001);
+    for (int pass = 0; pass < kGbriPasses; ++pass)
+        for (int width : widths)
+            for (int variant = 0; variant < 8; ++variant) {
+                const int parity = variant & 1, colour = variant & 2 ? kRed : kBlue, stride = variant & 4 ? 4 : 3;
+                const bool pixels = pass == kGbriPixels8 || pass == kGbriPixels16;
+                if (!pixels && variant >= 2) continue;
+                const std::size_t row = std::size_t(width + 2 * kPad);
+                std::vector<std::vector<float>> in(12, std::vector<float>(row)), out(6, std::vector<float>(row, 0.5f));
+                for (auto& r : in)
+                    for (float& v : r) v = pass == kGbriPixels8 || pass == kGbriPixels16 ? value(rng) / 255.0f : value(rng);
+                if (pixels) in[0].assign(row, value(rng));  // green, on the sample scale
+                const auto samples = random_values<std::uint16_t>(std::size_t(width), std::uint32_t(width * 7 + pass),
+                                                                  pass == kGbriSamples8 || pass == kGbriPixels8 ? 255u : 65535u);
+                const std::vector<std::uint8_t> samples8(samples.begin(), samples.end());
+                const bool eight = pass == kGbriSamples8 || pass == kGbriPixels8;
+                std::vector<std::uint8_t> pixels8(std::size_t(width) * stride, 7), pixels8_ref = pixels8;
+                std::vector<std::uint16_t> pixels16(std::size_t(width) * stride, 7), pixels16_ref = pixels16;
+                auto make = [&](int half) {
+                    GbriRow r{};
+                    for (int i = 0; i < 12; ++i) r.in[i] = in[std::size_t(i)].data() + kPad;
+                    for (int i = 0; i < 3; ++i) r.out[i] = out[std::size_t(3 * half + i)].data() + kPad;
+                    r.samples = eight ? static_cast<const void*>(samples8.data()) : samples.data();
+                    r.pixels = eight ? static_cast<void*>(half ? pixels8.data() : pixels8_ref.data())
+                                     : static_cast<void*>(half ? pixels16.data() : pixels16_ref.data());
+                    r.stride = stride, r.colour = colour, r.parity = parity, r.x_last = width - 1;
+                    return r;
+                };
+                const GbriRow reference = make(0), wide = make(1);
+                kGbriReferences[pass](reference, 0);
+                kGbriReferences[pass](wide, set.gbri[pass](wide, 0));
+                ASSERT_TRUE(std::equal(out[0].begin(), out[0].end(), out[3].begin()) &&
+                            std::equal(out[1].begin(), out[1].end(), out[4].begin()) &&
+                            std::equal(out[2].begin(), out[2].end(), out[5].begin()) && pixels8 == pixels8_ref &&
+                            pixels16 == pixels16_ref)
+                    << "gbri pass " << pass << " on " << isa_name(GetParam()) << " differs: width " << width << " variant "
+                    << variant;
+            }
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryInstructionSet, Kernels,

@@ -1,5 +1,6 @@
 // qzrcfa-demosaic: demosaics raw Bayer frames from files, through the checked C++
 // interface. See usage() (or --help) for the manual.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,6 +9,7 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <limits>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -46,16 +48,18 @@ DESCRIPTION
 OPTIONS
     -o, --output FILE
         Output file for a single INPUT. Its extension picks the file type: .png,
-        .ppm (colour), .pgm (grey) or .bmp.
+        .ppm (colour), .pgm (grey) or .bmp. -o - writes a PPM (colour) or PGM
+        (grey) to standard output.
     -d, --output-dir DIRECTORY
         Write STEM.TYPE (with --all, STEM-METHOD.TYPE and STEM-montage.png) into
-        DIRECTORY, created if missing. STEM is the input's name without extension.
+        DIRECTORY, created if missing. STEM is the input's name without extension
+        (stdin for standard input).
     -t, --type png|ppm|pgm|bmp
         File type for the files -d names (default png).
-    -m, --method nearest|bilinear|edge1|edge2|laplacian|laplacian2|smoothhue
+    -m, --method nearest|bilinear|edge1|edge2|laplacian|laplacian2|smoothhue|gbri
         Interpolation method (default bilinear). edge2 exists for RGGB only and
-        laplacian2 for RGGB top-down only; 16-bit frames and grey output take
-        nearest only.
+        laplacian2 for RGGB top-down only; grey output takes nearest only, 16-bit
+        frames nearest or gbri. gbri (extended library) gives the best colour.
     -p, --pattern RGGB|BGGR|GRBG|GBRG
         Colours of the frame's top-left 2x2 tile, left to right, top row first
         (default RGGB).
@@ -73,21 +77,43 @@ OPTIONS
         Crop for the --all montage (default: the most detailed 128x128 window).
     --montage FILE
         Where --all writes the montage (default DIRECTORY/STEM-montage.png).
+    --threads N
+        Threads per demosaic call, over bands of rows (default 0: every processor).
+        1 runs on the calling thread alone; the result is the same whatever N.
+        Frames too small to gain from threads run on one. At most 1024.
     --time
         Print, per frame and method, milliseconds per frame and megapixels per
-        second on standard output.
+        second on standard output (standard error with -o -), and, unless
+        --threads is 1, how many times faster than one thread the call ran (the
+        call is timed on one thread as well).
+    -v, --verbose
+        Print the path of each file written, the montage's included.
     --repeat N
         Run each demosaic call N times and time the median (default 1).
     --width W, --height H, --depth 8|16
         Read INPUT as a headerless raw frame of W x H samples, 8-bit or 16-bit
         little-endian (default depth 8). The file must hold exactly that many bytes.
+    --max-megapixels N
+        Refuse frames of more than N million pixels (default 256) before reading
+        their samples.
     -h, --help
         Show this manual.
 
 INPUT
-    8- and 16-bit binary PGM (P5; maxval above 255 means 16-bit samples), 8- and
-    16-bit greyscale PNG, or headerless raw with --width and --height. The type is
-    recognised by content, not by name.
+    8- and 16-bit binary PGM (P5), 8- and 16-bit greyscale PNG, or headerless raw
+    with --width and --height. The type is recognised by content, not by name.
+    An INPUT of - is standard input, which may be a pipe.
+
+    PGM maxval: above 255 means two bytes per sample. 255 and 65535 are the full
+    range. A maxval below 255 is scaled to 255 on reading. A maxval from 256 to
+    65534 (a 10- or 12-bit sensor) keeps the samples as they are: a PGM or PPM
+    output declares the same maxval, and a PNG output is scaled to the full 16-bit
+    range with an sBIT chunk recording the significant bits. A sample above maxval
+    is refused.
+
+    Nothing is allocated on a header's word alone: a frame larger than the file
+    (or a pipe) holds, or above the pixel limit (--max-megapixels), is refused
+    before its samples are read.
 
 OUTPUT
     PNG (8- or 16-bit, grey, RGB or RGBA), PPM/PGM (8- or 16-bit) and BMP (8-bit
@@ -95,22 +121,27 @@ OUTPUT
     bottom-up member, whose rows are in BMP's own order, and stores its buffer as it
     comes; laplacian2, which has no bottom-up member, is stored as a top-down BMP.
     Every file is written under a temporary name in its directory and renamed into
-    place when complete; a failure leaves no partial file.
+    place when complete; a failure, SIGINT, SIGTERM or SIGHUP leaves no partial or
+    temporary file. Before any work, a call is refused if one of its outputs is
+    one of its inputs (the same file, whatever its name) or if two of its outputs
+    are the same file (two inputs with one stem, a montage onto a method's output).
 
     A progress bar is drawn on standard error when it is a terminal.
 
 EXIT STATUS
     0   every input was demosaiced and written
-    1   at least one input failed (unreadable, truncated, wrong size, unsupported
-        depth, refused request, write error); each failure is one line on
-        standard error and the other inputs are still processed
-    2   bad command line
+    1   at least one input failed (unreadable, truncated, wrong size, above the
+        pixel limit, unsupported depth, refused request, write error); each failure
+        is one line on standard error and the other inputs are still processed
+    2   bad command line, or outputs that would replace an input or each other
 
 EXAMPLES
     qzrcfa-demosaic -m laplacian -o photo.png frame.pgm
     qzrcfa-demosaic --width 640 --height 480 --depth 16 -m nearest -o f.png f.raw
     qzrcfa-demosaic --all -d out samples/astronaut-rggb.pgm
     qzrcfa-demosaic --time --repeat 20 -m smoothhue -d out *.pgm
+    qzrcfa-demosaic --time --repeat 20 --threads 4 -m laplacian -o f.png f.pgm
+    camera-grab | qzrcfa-demosaic -m nearest -o - - | display
 )";
 
 struct UsageError : std::runtime_error {
@@ -131,6 +162,7 @@ constexpr MethodName kMethodNames[] = {
     {"laplacian", "laplacian", qzrcfa::Method::Laplacian},
     {"laplacian2", "laplacian 2", qzrcfa::Method::Laplacian2},
     {"smoothhue", "smooth hue", qzrcfa::Method::SmoothHue},
+    {"gbri", "gbri", qzrcfa::Method::Gbri},
 };
 
 const MethodName& method_name(qzrcfa::Method m) {
@@ -142,9 +174,10 @@ const MethodName& method_name(qzrcfa::Method m) {
 struct Settings {
     std::vector<std::string> inputs;
     std::string output, output_dir, type = "png", montage;
-    qzrcfa::Options options;
-    bool flip = false, all = false, time = false;
+    qzrcfa::Options options{.threads = 0};
+    bool flip = false, all = false, time = false, verbose = false;
     int repeat = 1;
+    qzrcfa::tools::ReadLimits limits;
     std::optional<Crop> crop;
     int raw_width = 0, raw_height = 0, raw_depth = 0;
 };
@@ -188,7 +221,7 @@ Settings parse(int argc, char** argv) {
             const auto it = std::find_if(std::begin(kMethodNames), std::end(kMethodNames),
                                          [&](const MethodName& n) { return v == n.word; });
             if (it == std::end(kMethodNames))
-                bad_value(arg, v, "nearest, bilinear, edge1, edge2, laplacian, laplacian2 or smoothhue");
+                bad_value(arg, v, "nearest, bilinear, edge1, edge2, laplacian, laplacian2, smoothhue or gbri");
             s.options.method = it->method;
         } else if (arg == "-p" || arg == "--pattern") {
             const std::string v = value();
@@ -209,6 +242,19 @@ Settings parse(int argc, char** argv) {
             s.all = true;
         } else if (arg == "--time") {
             s.time = true;
+        } else if (arg == "-v" || arg == "--verbose") {
+            s.verbose = true;
+        } else if (arg == "--max-megapixels") {
+            s.limits.max_pixels = std::uint64_t(parse_int(arg, value(), 1, 100000)) * 1'000'000;
+        } else if (arg == "--threads") {
+            // Any int goes to the library, which judges the count (see below).
+            const std::string v = value();
+            char* end = nullptr;
+            errno = 0;
+            const long n = std::strtol(v.c_str(), &end, 10);
+            if (v.empty() || *end != '\0' || errno != 0 || n < std::numeric_limits<int>::min() || n > std::numeric_limits<int>::max())
+                throw UsageError(arg + " takes a whole number from 0 to " + std::to_string(qzrcfa::kMaxThreads) + ", not '" + v + "'");
+            s.options.threads = int(n);
         } else if (arg == "--repeat") {
             s.repeat = parse_int(arg, value(), 1, 100000);
         } else if (arg == "--montage") {
@@ -245,6 +291,11 @@ Settings parse(int argc, char** argv) {
     if (s.all && s.options.format == qzrcfa::Format::Grey) throw UsageError("--all compares colour methods; use --format bgr or bgra");
     if (!s.montage.empty() && !s.all) throw UsageError("--montage goes with --all");
     s.options.order = s.flip ? qzrcfa::RowOrder::BottomUp : qzrcfa::RowOrder::TopDown;
+    // The thread count as the library judges it, on a request it would otherwise run.
+    std::uint8_t raw[16] = {}, bgr[48];
+    const qzrcfa::Options threads{.threads = s.options.threads};
+    if (const qzrcfa::Result r = qzrcfa::check(qzrcfa::RawFrame(raw, 16, 4, 4), qzrcfa::OutputImage(bgr, 48), threads); !r)
+        throw UsageError("--threads: " + r.message());
     return s;
 }
 
@@ -280,13 +331,70 @@ struct Frame {
     std::string name;
 };
 
+std::string stem(const std::string& path) { return path == "-" ? "stdin" : fs::path(path).stem().string(); }
+
+std::vector<qzrcfa::Method> methods_for(const Settings& s, int depth) {
+    std::vector<qzrcfa::Method> out;
+    if (!s.all) return {s.options.method};
+    for (const MethodName& n : kMethodNames) {
+        qzrcfa::Options o = s.options;
+        o.method = n.method;
+        if (qzrcfa::minimum_size(o, depth).width != 0) out.push_back(n.method);
+    }
+    return out;
+}
+
+std::string join(const std::string& dir, const std::string& name) { return (fs::path(dir) / name).string(); }
+
+std::string target_for(const Settings& s, const std::string& name, qzrcfa::Method m) {
+    if (!s.output.empty()) return s.output;
+    std::string file = name;
+    if (s.all) file.append("-").append(method_name(m).word);
+    return join(s.output_dir, file.append(".").append(s.type));
+}
+
+std::string montage_for(const Settings& s, const std::string& name) {
+    return s.montage.empty() ? join(s.output_dir, name + "-montage.png") : s.montage;
+}
+
+// Row order a request needs for its destination: BMP takes the bottom-up member where
+// the method has one.
+qzrcfa::Options options_for(const Settings& s, qzrcfa::Method m, const std::string& path, int depth) {
+    qzrcfa::Options o = s.options;
+    o.method = m;
+    if (extension(path) == "bmp" && !s.flip) {
+        qzrcfa::Options up = o;
+        up.order = qzrcfa::RowOrder::BottomUp;
+        if (qzrcfa::minimum_size(up, depth).width != 0) o = up;
+    }
+    return o;
+}
+
+// Refuses a request the library would refuse, from the frame size alone, before any
+// buffer is allocated for it.
+void check_request(const qzrcfa::Options& o, int width, int height, int depth) {
+    if (qzrcfa::output_elements(width, height, o, depth) != 0) return;
+    const qzrcfa::Result r = depth == 16
+        ? qzrcfa::check(qzrcfa::RawFrame(static_cast<const std::uint16_t*>(nullptr), 0, width, height), qzrcfa::OutputImage(static_cast<std::uint16_t*>(nullptr), 0), o)
+        : qzrcfa::check(qzrcfa::RawFrame(static_cast<const std::uint8_t*>(nullptr), 0, width, height), qzrcfa::OutputImage(static_cast<std::uint8_t*>(nullptr), 0), o);
+    throw std::runtime_error(r.message());
+}
+
 Frame load(const Settings& s, const std::string& path) {
     Frame f;
-    f.name = fs::path(path).stem().string();
+    f.name = stem(path);
+    ReadLimits limits = s.limits;
+    // Once the header is read: every request this frame makes must be one the library
+    // serves, or nothing more is read.
+    limits.accept = [&](int width, int height, int depth) {
+        if (s.all && depth != 8) throw std::runtime_error("--all compares the 8-bit methods; this frame has 16-bit samples");
+        for (qzrcfa::Method m : methods_for(s, depth))
+            check_request(options_for(s, m, target_for(s, f.name, m), depth), width, height, depth);
+    };
     if (s.raw_width) {
-        f.image = read_raw(path, s.raw_width, s.raw_height, s.raw_depth);
+        f.image = read_raw(path, s.raw_width, s.raw_height, s.raw_depth, limits);
     } else {
-        f.image = read_image(path, true);
+        f.image = read_image(path, true, limits);
         if (f.image.channels != 1)
             throw std::runtime_error(path + ": has " + std::to_string(f.image.channels) +
                                      " channels; a raw frame has one sample per pixel");
@@ -294,17 +402,19 @@ Frame load(const Settings& s, const std::string& path) {
     return f;
 }
 
-// A demosaiced image and how long the call took.
+// A demosaiced image and how long the call took, with the options' threads and, when
+// timed, with one.
 struct Output {
     std::vector<std::uint8_t> bytes;    // 8-bit elements
     std::vector<std::uint16_t> wide;    // 16-bit elements
     double ms = 0;
+    double ms_one_thread = 0;           // 0: not measured
 };
 
-Output run(const Frame& frame, const qzrcfa::Options& o, int repeat) {
+// Runs the request `repeat` times into `out` and returns the median time.
+double run_into(Output& out, const Frame& frame, const qzrcfa::Options& o, int repeat) {
     const Image& im = frame.image;
     const int depth = im.depth;
-    Output out;
     const std::size_t out_count = qzrcfa::output_elements(im.width, im.height, o, depth);
     qzrcfa::Result checked = qzrcfa::Result::success();
     std::vector<double> times;
@@ -322,16 +432,29 @@ Output run(const Frame& frame, const qzrcfa::Options& o, int repeat) {
         if (!checked) throw std::runtime_error(checked.message());
     }
     std::nth_element(times.begin(), times.begin() + std::ptrdiff_t(times.size() / 2), times.end());
-    out.ms = times[times.size() / 2];
+    return times[times.size() / 2];
+}
+
+Output run(const Frame& frame, const qzrcfa::Options& o, int repeat, bool time) {
+    check_request(o, frame.image.width, frame.image.height, frame.image.depth);
+    Output out;
+    if (time && o.threads != 1) {
+        qzrcfa::Options one = o;
+        one.threads = 1;
+        out.ms_one_thread = run_into(out, frame, one, repeat);
+    }
+    out.ms = run_into(out, frame, o, repeat);
     return out;
 }
 
-// The output as an upright RGB(A) or grey image for PNG and netpbm files.
-Image upright(const Output& out, int width, int height, const qzrcfa::Options& o, bool depth16) {
+// The output as an upright RGB(A) or grey image for PNG and netpbm files, with the
+// frame's maxval.
+Image upright(const Output& out, const Image& frame, const qzrcfa::Options& o, bool depth16) {
+    const int width = frame.width, height = frame.height;
     const int stride = o.format == qzrcfa::Format::Bgra32 ? 4 : o.format == qzrcfa::Format::Bgr24 ? 3 : 1;
     Image im;
     if (o.format == qzrcfa::Format::Grey) {
-        im = Image{width, height, 1, depth16 ? 16 : 8, {}, {}};
+        im = Image{width, height, 1, depth16 ? 16 : 8, {}, {}, 0};
         const std::size_t n = std::size_t(width) * std::size_t(height);
         if (depth16) im.wide.assign(out.wide.begin(), out.wide.begin() + std::ptrdiff_t(n));
         else im.pixels.assign(out.bytes.begin(), out.bytes.begin() + std::ptrdiff_t(n));
@@ -339,6 +462,7 @@ Image upright(const Output& out, int width, int height, const qzrcfa::Options& o
         im = depth16 ? from_bgr16(out.wide.data(), width, height, stride, stride == 4)
                      : from_bgr(out.bytes.data(), width, height, stride, stride == 4);
     }
+    im.maxval = frame.maxval;
     if (o.order == qzrcfa::RowOrder::BottomUp) {
         const std::size_t row = std::size_t(width) * std::size_t(im.channels);
         for (int y = 0; y < height / 2; ++y) {
@@ -350,19 +474,6 @@ Image upright(const Output& out, int width, int height, const qzrcfa::Options& o
     return im;
 }
 
-// Row order a request needs for its destination: BMP takes the bottom-up member where
-// the method has one.
-qzrcfa::Options options_for(const Settings& s, qzrcfa::Method m, const std::string& path, int depth) {
-    qzrcfa::Options o = s.options;
-    o.method = m;
-    if (extension(path) == "bmp" && !s.flip) {
-        qzrcfa::Options up = o;
-        up.order = qzrcfa::RowOrder::BottomUp;
-        if (qzrcfa::minimum_size(up, depth).width != 0) o = up;
-    }
-    return o;
-}
-
 void write_output(const std::string& path, const Output& out, const Frame& frame, const qzrcfa::Options& o) {
     const Image& im = frame.image;
     const bool depth16 = im.depth == 16;
@@ -372,35 +483,68 @@ void write_output(const std::string& path, const Output& out, const Frame& frame
         write_bmp(path, out.bytes.data(), im.width, im.height, bpp, o.order == qzrcfa::RowOrder::BottomUp);
         return;
     }
-    write_image(path, upright(out, im.width, im.height, o, depth16));
+    write_image(path, upright(out, im, o, depth16));
 }
 
-std::string join(const std::string& dir, const std::string& name) { return (fs::path(dir) / name).string(); }
+// Time and written files go to standard output, unless the image does.
+std::FILE* report(const Settings& s) { return s.output == "-" ? stderr : stdout; }
 
-void report_time(const Settings& s, const Frame& frame, qzrcfa::Method m, double ms) {
+void report_time(const Settings& s, const Frame& frame, qzrcfa::Method m, const Output& out) {
     if (!s.time) return;
     const double mp = double(frame.image.width) * double(frame.image.height) / 1e6;
-    std::printf("%s %s: %.3f ms per frame, %.1f MP/s\n", frame.name.c_str(), method_name(m).word, ms,
-                ms > 0 ? mp / (ms / 1000.0) : 0.0);
-    std::fflush(stdout);
+    std::fprintf(report(s), "%s %s: %.3f ms per frame, %.1f MP/s", frame.name.c_str(), method_name(m).word, out.ms,
+                 out.ms > 0 ? mp / (out.ms / 1000.0) : 0.0);
+    if (out.ms_one_thread > 0) {
+        const int threads = s.options.threads == 0 ? qzrcfa_processors() : s.options.threads;
+        std::fprintf(report(s), ", %.2fx one thread's speed (up to %d threads)", out.ms > 0 ? out.ms_one_thread / out.ms : 0.0,
+                     threads);
+    }
+    std::fputc('\n', report(s));
+    std::fflush(report(s));
 }
 
-std::vector<qzrcfa::Method> methods_for(const Settings& s, int depth) {
-    std::vector<qzrcfa::Method> out;
-    if (!s.all) return {s.options.method};
-    for (const MethodName& n : kMethodNames) {
-        qzrcfa::Options o = s.options;
-        o.method = n.method;
-        if (qzrcfa::minimum_size(o, depth).width != 0) out.push_back(n.method);
+void report_written(const Settings& s, const std::string& path) {
+    if (s.verbose && path != "-") std::fprintf(report(s), "wrote %s\n", path.c_str());
+}
+
+// Refuses, before any work, outputs that would replace one of the call's inputs or
+// each other. Files are told apart by device and inode where they exist, by their
+// resolved path where they do not yet.
+void check_outputs(const Settings& s) {
+    auto identity = [](const std::string& path) -> std::string {
+        struct stat st{};
+        if ((path == "-" ? ::fstat(STDIN_FILENO, &st) : ::stat(path.c_str(), &st)) == 0)
+            return "inode " + std::to_string(st.st_dev) + ":" + std::to_string(st.st_ino);
+        std::error_code ec;
+        const fs::path resolved = fs::weakly_canonical(fs::absolute(path, ec), ec);
+        return "path " + (ec ? path : resolved.string());
+    };
+    std::vector<std::pair<std::string, std::string>> inputs;  // identity, name
+    for (const std::string& in : s.inputs) inputs.emplace_back(identity(in), in == "-" ? "standard input" : in);
+    std::vector<std::pair<std::string, std::string>> seen;     // identity, what it would be
+    auto claim = [&](const std::string& path, const std::string& what) {
+        if (path == "-") return;
+        std::error_code ec;
+        if (fs::is_directory(path, ec))
+            throw UsageError(path + " is a directory" + (s.output.empty() ? "" : "; -o names a file (-d a directory)"));
+        const std::string id = identity(path);
+        for (const auto& [input, name] : inputs)
+            if (input == id) throw UsageError(path + ", " + what + ", would replace the input " + name);
+        for (const auto& [other, other_what] : seen)
+            if (other == id) throw UsageError(path + " would be both " + other_what + " and " + what);
+        seen.emplace_back(id, what);
+    };
+    for (const std::string& in : s.inputs) {
+        const std::string name = stem(in), shown = in == "-" ? "standard input" : in;
+        for (qzrcfa::Method m : methods_for(s, 8))
+            claim(target_for(s, name, m), "the " + std::string(s.all ? method_name(m).word + std::string(" ") : "") + "output of " + shown);
+        if (s.all) claim(montage_for(s, name), "the montage of " + shown);
     }
-    return out;
 }
 
 void process(const Settings& s, const std::string& path, Progress& progress) {
     const Frame frame = load(s, path);
     const int depth = frame.image.depth;
-    if (s.all && depth != 8)
-        throw std::runtime_error(path + ": --all compares the 8-bit methods; this frame has 16-bit samples");
     std::vector<Tile> tiles;
     Crop crop;
     if (s.all) {
@@ -414,7 +558,7 @@ void process(const Settings& s, const std::string& path, Progress& progress) {
         tiles.push_back({label, enlarge(mosaic_view(frame.image.pixels.data(), w, h, pattern), crop, 1)});
     }
     // Every method runs before anything is written, so a request that is refused
-    // (a frame too small for one of the methods) leaves no files at all.
+    // leaves no files at all.
     struct Done {
         qzrcfa::Method method;
         qzrcfa::Options options;
@@ -423,27 +567,25 @@ void process(const Settings& s, const std::string& path, Progress& progress) {
     };
     std::vector<Done> done;
     for (qzrcfa::Method m : methods_for(s, depth)) {
-        std::string file = frame.name;
-        if (s.all) file.append("-").append(method_name(m).word);
-        file.append(".").append(s.type);
-        const std::string target = s.output.empty() ? join(s.output_dir, file) : s.output;
+        const std::string target = target_for(s, frame.name, m);
         const qzrcfa::Options o = options_for(s, m, target, depth);
-        done.push_back({m, o, target, run(frame, o, s.repeat)});
+        done.push_back({m, o, target, run(frame, o, s.repeat, s.time)});
         progress.step(frame.name + " " + method_name(m).word);
     }
     for (const Done& d : done) {
         write_output(d.target, d.out, frame, d.options);
-        report_time(s, frame, d.method, d.out.ms);
+        report_time(s, frame, d.method, d.out);
+        report_written(s, d.target);
         if (s.all)
-            tiles.push_back({method_name(d.method).label,
-                             enlarge(upright(d.out, frame.image.width, frame.image.height, d.options, false), crop, 1)});
+            tiles.push_back({method_name(d.method).label, enlarge(upright(d.out, frame.image, d.options, false), crop, 1)});
     }
     if (s.all) {
         // Enlarged so single pixels stay visible: tiles of about 256 pixels.
         const int scale = std::max(1, 256 / std::max(1, crop.size));
         for (Tile& t : tiles) t.image = enlarge(t.image, Crop{0, 0, crop.size}, scale);
-        const std::string target = s.montage.empty() ? join(s.output_dir, frame.name + "-montage.png") : s.montage;
+        const std::string target = montage_for(s, frame.name);
         write_png(target, montage(tiles, 4));
+        if (s.verbose) std::fprintf(report(s), "wrote %s (montage)\n", target.c_str());
     }
 }
 
@@ -453,12 +595,15 @@ int main(int argc, char** argv) {
     Settings s;
     try {
         s = parse(argc, argv);
-        if (!s.output_dir.empty()) fs::create_directories(s.output_dir);
+        check_outputs(s);
     } catch (const UsageError& e) {
         std::fprintf(stderr, "%s: %s\n", kProgram, e.what());
         return 2;
+    }
+    try {
+        if (!s.output_dir.empty()) fs::create_directories(s.output_dir);
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "%s: %s: %s\n", kProgram, s.output_dir.c_str(), e.what());
+        std::fprintf(stderr, "%s: %s: cannot create the directory: %s\n", kProgram, s.output_dir.c_str(), e.what());
         return 1;
     }
     const int steps = int(s.inputs.size()) * (s.all ? int(methods_for(s, 8).size()) : 1);
@@ -471,7 +616,8 @@ int main(int argc, char** argv) {
             progress.clear();
             std::string message = e.what();
             // Refusals from the checked interface do not name the file; add it.
-            if (message.rfind(path, 0) != 0) message = path + ": " + message;
+            const std::string name = path == "-" ? "standard input" : path;
+            if (message.rfind(name, 0) != 0) message = name + ": " + message;
             std::fprintf(stderr, "%s: %s\n", kProgram, message.c_str());
             ++failed;
         }

@@ -4,11 +4,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <bit>
 #include <cerrno>
+#include <climits>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
 namespace qzrcfa::tools {
@@ -21,138 +26,241 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-File open_for_reading(const std::string& path) {
+[[noreturn]] void fail(const std::string& name, const std::string& what) { throw std::runtime_error(name + ": " + what); }
+
+std::string describe_byte(int ch) {
+    if (ch == EOF) return "the end of the file";
+    char buf[16];
+    if (ch > ' ' && ch < 127) std::snprintf(buf, sizeof buf, "'%c'", ch);
+    else std::snprintf(buf, sizeof buf, "byte 0x%02x", ch);
+    return buf;
+}
+
+// An open input, the name messages give it, and for a regular file its size, so a
+// reader can compare a declared frame with what the file holds before allocating.
+struct Source {
+    std::FILE* file;
+    std::string name;
+    std::optional<std::uint64_t> size;
+    std::uint64_t consumed = 0;  // bytes libpng has taken
+    std::string warning;         // libpng's last warning, which may say why an error came
+
+    Source(std::FILE* f, std::string n) : file(f), name(std::move(n)) {
+        struct stat st{};
+        const int fd = ::fileno(f);
+        if (fd >= 0 && ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) size = std::uint64_t(st.st_size);
+    }
+    // Bytes from the read position to the end of a regular file.
+    std::optional<std::uint64_t> left() const {
+        const off_t at = ::ftello(file);
+        if (!size || at < 0) return std::nullopt;
+        return *size - std::min(*size, std::uint64_t(at));
+    }
+};
+
+// Opens a path for reading; "-" is standard input.
+File open_input(const std::string& path, std::FILE*& file) {
+    if (path == "-") {
+        file = stdin;
+        return nullptr;
+    }
     std::error_code ec;
-    if (std::filesystem::is_directory(path, ec)) throw std::runtime_error(path + ": is a directory");
+    if (std::filesystem::is_directory(path, ec)) fail(path, "is a directory");
     File f(std::fopen(path.c_str(), "rb"));
-    if (!f) throw std::runtime_error(path + ": cannot open: " + std::strerror(errno));
+    if (!f) fail(path, std::string("cannot open: ") + std::strerror(errno));
+    file = f.get();
     return f;
 }
 
-[[noreturn]] void fail(const std::string& path, const std::string& what) { throw std::runtime_error(path + ": " + what); }
+std::string input_name(const std::string& path) { return path == "-" ? "standard input" : path; }
 
-[[noreturn]] void png_fail(png_structp png, png_const_charp message) {
-    throw std::runtime_error(std::string(static_cast<const char*>(png_get_error_ptr(png))) + ": " + message);
-}
-void png_warn(png_structp, png_const_charp) {}
+std::string dims(std::uint64_t w, std::uint64_t h) { return std::to_string(w) + "x" + std::to_string(h); }
 
-std::size_t sample_count(const Image& image) {
-    return std::size_t(image.width) * std::size_t(image.height) * std::size_t(image.channels);
-}
-
-void check_image(const std::string& path, const Image& image) {
-    if (image.width <= 0 || image.height <= 0) fail(path, "cannot write an empty image");
-    if (image.depth != 8 && image.depth != 16) fail(path, "cannot write " + std::to_string(image.depth) + "-bit samples");
-    const std::size_t have = image.depth == 8 ? image.pixels.size() : image.wide.size();
-    if (have < sample_count(image)) fail(path, "image data is shorter than its size");
+// The pixel limit, checked before anything is allocated for the frame.
+void check_pixels(const Source& in, const std::string& declares, std::uint64_t w, std::uint64_t h, const ReadLimits& limits) {
+    if (w * h > limits.max_pixels)
+        fail(in.name, declares + " " + dims(w, h) + ", " + std::to_string(w * h) + " pixels, above the limit of " +
+                          std::to_string(limits.max_pixels) + " (--max-megapixels raises it)");
 }
 
-// Reads the rest of a netpbm header number, skipping whitespace and comments.
-long pnm_number(std::FILE* f, const std::string& path) {
-    int ch = std::fgetc(f);
+// Reads up to `need` bytes. A regular file was compared with `need` beforehand and is
+// read in one piece; from a pipe the buffer grows only as bytes arrive.
+std::vector<std::uint8_t> read_bytes(const Source& in, std::uint64_t need) {
+    std::vector<std::uint8_t> bytes;
+    std::uint64_t have = 0;
+    while (have < need) {
+        const std::uint64_t next = in.size ? need : std::min(need, std::max<std::uint64_t>(2 * have, 1 << 16));
+        bytes.resize(std::size_t(next));
+        const std::size_t got = std::fread(bytes.data() + have, 1, std::size_t(next - have), in.file);
+        have += got;
+        if (have < next) break;
+    }
+    if (std::ferror(in.file)) fail(in.name, std::string("read failed: ") + std::strerror(errno));
+    bytes.resize(std::size_t(have));
+    return bytes;
+}
+
+[[noreturn]] void truncated(const Source& in, const std::string& declared, std::uint64_t need, std::uint64_t have) {
+    fail(in.name, "truncated: " + declared + ", " + std::to_string(need) + " bytes of samples; " +
+                      (in.size ? "the file holds " : "the input ends after ") + std::to_string(have));
+}
+
+// A netpbm header number, after whitespace and comments, ended by one whitespace byte.
+std::uint64_t pnm_field(const Source& in, const char* field, std::uint64_t max) {
+    const std::string what = std::string("header field ") + field + ": ";
+    int ch = std::fgetc(in.file);
     for (;;) {
-        while (ch == ' ' || ch == '\t' || ch == '\n' || ch == '\r') ch = std::fgetc(f);
+        while (ch == ' ' || ch == '\t' || ch == '\n' || ch == '\r') ch = std::fgetc(in.file);
         if (ch != '#') break;
-        while (ch != '\n' && ch != EOF) ch = std::fgetc(f);
+        while (ch != '\n' && ch != EOF) ch = std::fgetc(in.file);
     }
-    if (ch < '0' || ch > '9') fail(path, "malformed header");
-    long value = 0;
-    while (ch >= '0' && ch <= '9') {
-        value = value * 10 + (ch - '0');
-        if (value > 1000000000L) fail(path, "malformed header");
-        ch = std::fgetc(f);
+    if (ch < '0' || ch > '9') fail(in.name, what + "expected a decimal number, found " + describe_byte(ch));
+    std::uint64_t value = 0;
+    for (; ch >= '0' && ch <= '9'; ch = std::fgetc(in.file)) {
+        value = value * 10 + std::uint64_t(ch - '0');
+        if (value > max) fail(in.name, what + "above " + std::to_string(max));
     }
-    // Exactly one whitespace character ends the header's last number.
-    if (ch != ' ' && ch != '\t' && ch != '\n' && ch != '\r') fail(path, "malformed header");
+    if (ch != ' ' && ch != '\t' && ch != '\n' && ch != '\r')
+        fail(in.name, what + "expected whitespace after " + std::to_string(value) + ", found " + describe_byte(ch));
+    if (value == 0) fail(in.name, what + "0; it must be at least 1");
     return value;
 }
 
-}  // namespace
+Image read_pnm(const Source& in, bool keep_16, const ReadLimits& limits) {
+    char magic[2] = {};
+    if (std::fread(magic, 1, 2, in.file) != 2 || magic[0] != 'P' || (magic[1] != '5' && magic[1] != '6'))
+        fail(in.name, "not a binary PGM or PPM file");
+    Image image;
+    image.channels = magic[1] == '5' ? 1 : 3;
+    const std::uint64_t width = pnm_field(in, "width", INT_MAX);
+    const std::uint64_t height = pnm_field(in, "height", INT_MAX);
+    const std::uint64_t maxval = pnm_field(in, "maxval", 65535);
+    check_pixels(in, "the header declares", width, height, limits);
+    image.width = int(width);
+    image.height = int(height);
+    const bool two_bytes = maxval > 255;
+    image.depth = two_bytes && keep_16 ? 16 : 8;
+    if (limits.accept) limits.accept(image.width, image.height, image.depth);
 
-std::string extension(const std::string& path) {
-    const std::string name = std::filesystem::path(path).filename().string();
-    const auto dot = name.find_last_of('.');
-    if (dot == std::string::npos || dot == 0) return "";
-    std::string ext = name.substr(dot + 1);
-    for (char& ch : ext) ch = char(std::tolower(static_cast<unsigned char>(ch)));
-    return ext;
-}
+    const std::uint64_t samples = width * height * std::uint64_t(image.channels);
+    const std::uint64_t need = samples * (two_bytes ? 2 : 1);
+    const std::string declared = "the header declares " + dims(width, height) + " with maxval " + std::to_string(maxval);
+    if (const auto left = in.left(); left && *left < need) truncated(in, declared, need, *left);
+    std::vector<std::uint8_t> bytes = read_bytes(in, need);
+    if (bytes.size() < need) truncated(in, declared, need, bytes.size());
 
-AtomicFile::AtomicFile(const std::string& path) : path_(path) {
-    const std::filesystem::path p(path);
-    std::error_code ec;
-    if (std::filesystem::is_directory(p, ec)) fail(path, "is a directory");
-    const std::filesystem::path dir = p.has_parent_path() ? p.parent_path() : std::filesystem::path(".");
-    std::string name = ".";
-    name.append(p.filename().string()).append(".tmp-XXXXXX");
-    std::string temp = (dir / name).string();
-    const int fd = ::mkstemp(temp.data());
-    if (fd < 0) fail(path, std::string("cannot create: ") + std::strerror(errno));
-    temp_ = temp;
-    // mkstemp makes the file private; give it the permissions a new file gets.
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    ::fchmod(fd, 0666 & ~mask);
-    file_ = ::fdopen(fd, "wb");
-    if (!file_) {
-        ::close(fd);
-        std::remove(temp_.c_str());
-        fail(path, "cannot open for writing");
+    auto sample = [&](std::size_t i) -> unsigned { return two_bytes ? unsigned(bytes[2 * i] << 8 | bytes[2 * i + 1]) : bytes[i]; };
+    if (maxval != 255 && maxval != 65535) {
+        for (std::size_t i = 0; i < samples; ++i) {
+            if (sample(i) > maxval) {
+                const std::size_t pixel = i / std::size_t(image.channels);
+                fail(in.name, "sample " + std::to_string(sample(i)) + " at x " + std::to_string(pixel % width) + ", y " +
+                                  std::to_string(pixel / width) + " is above the header's maxval " + std::to_string(maxval));
+            }
+        }
     }
-}
-
-AtomicFile::~AtomicFile() {
-    if (file_) {
-        std::fclose(file_);
-        std::remove(temp_.c_str());
+    if (image.depth == 16) {
+        image.wide.resize(samples);
+        for (std::size_t i = 0; i < samples; ++i) image.wide[i] = std::uint16_t(sample(i));
+        image.maxval = maxval == 65535 ? 0 : int(maxval);
+    } else if (maxval == 255) {
+        image.pixels = std::move(bytes);
+    } else {
+        image.pixels.resize(samples);
+        for (std::size_t i = 0; i < samples; ++i) image.pixels[i] = std::uint8_t((sample(i) * 255 + maxval / 2) / maxval);
     }
+    return image;
 }
 
-void AtomicFile::write(const void* data, std::size_t bytes) {
-    if (bytes && std::fwrite(data, 1, bytes, file_) != bytes) fail(path_, std::string("write failed: ") + std::strerror(errno));
+// libpng reads through this, so a short file or a read error has its own message.
+void png_read_bytes(png_structp png, png_bytep data, png_size_t bytes) {
+    auto* in = static_cast<Source*>(png_get_io_ptr(png));
+    const std::size_t got = std::fread(data, 1, bytes, in->file);
+    in->consumed += got;
+    if (got == bytes) return;
+    if (std::ferror(in->file)) png_error(png, (std::string("read failed: ") + std::strerror(errno)).c_str());
+    png_error(png, ("truncated: the PNG data ends after " + std::to_string(in->consumed) + " bytes").c_str());
 }
 
-void AtomicFile::commit() {
-    const bool flushed = std::fflush(file_) == 0 && !std::ferror(file_);
-    const int saved = errno;
-    const bool closed = std::fclose(file_) == 0;
-    file_ = nullptr;
-    if (!flushed || !closed) {
-        std::remove(temp_.c_str());
-        fail(path_, std::string("write failed: ") + std::strerror(flushed ? errno : saved));
-    }
-    if (std::rename(temp_.c_str(), path_.c_str()) != 0) {
-        const int err = errno;
-        std::remove(temp_.c_str());
-        fail(path_, std::string("cannot write: ") + std::strerror(err));
-    }
+// libpng's error messages in the words of what went wrong; the reader's own messages
+// pass unchanged.
+[[noreturn]] void png_read_fail(png_structp png, png_const_charp message) {
+    const auto* in = static_cast<const Source*>(png_get_error_ptr(png));
+    // libpng warns about each bad IHDR field, then fails with "Invalid IHDR data".
+    const std::string m = std::string(message) == "Invalid IHDR data" && !in->warning.empty() ? in->warning : message;
+    if (m.rfind("truncated:", 0) == 0 || m.rfind("read failed:", 0) == 0) fail(in->name, m);
+    if (m.find("exceeds user limit") != std::string::npos)
+        fail(in->name, "IHDR " + std::string(m.find("width") != std::string::npos ? "width" : "height") +
+                           " is above the pixel limit (--max-megapixels raises it)");
+    if (m == "Not enough image data") fail(in->name, "truncated: the compressed image data ends before the last row");
+    if (m.find("CRC error") != std::string::npos) fail(in->name, "corrupt PNG: chunk " + m.substr(0, m.find(':')) + " fails its CRC check");
+    if (m.find("IHDR") != std::string::npos) fail(in->name, "invalid IHDR: " + m);
+    fail(in->name, "corrupt PNG: " + m);
 }
 
-Image read_png(const std::string& path, bool keep_16) {
-    File f = open_for_reading(path);
-    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, const_cast<char*>(path.c_str()), png_fail, png_warn);
+[[noreturn]] void png_write_fail(png_structp png, png_const_charp message) {
+    fail(static_cast<const char*>(png_get_error_ptr(png)), message);
+}
+
+void png_write_bytes(png_structp png, png_bytep data, png_size_t bytes) {
+    if (std::fwrite(data, 1, bytes, static_cast<std::FILE*>(png_get_io_ptr(png))) != bytes)
+        png_error(png, (std::string("write failed: ") + std::strerror(errno)).c_str());
+}
+void png_flush(png_structp png) { std::fflush(static_cast<std::FILE*>(png_get_io_ptr(png))); }
+void png_read_warn(png_structp png, png_const_charp message) { static_cast<Source*>(png_get_error_ptr(png))->warning = message; }
+void png_write_warn(png_structp, png_const_charp) {}
+
+Image read_png(Source& in, bool keep_16, const ReadLimits& limits) {
+    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &in, png_read_fail, png_read_warn);
     png_infop info = png_create_info_struct(png);
     Image image;
     try {
-        png_init_io(png, f.get());
+        png_set_read_fn(png, &in, png_read_bytes);
+        // libpng refuses a side above the pixel limit itself, and bounds what it
+        // allocates for ancillary chunks.
+        const auto side = png_uint_32(std::min<std::uint64_t>(limits.max_pixels, 0x7fffffff));
+        png_set_user_limits(png, side, side);
+        png_set_chunk_cache_max(png, 128);
+        png_set_chunk_malloc_max(png, 8u << 20);
         png_read_info(png, info);
+        const std::uint64_t w = png_get_image_width(png, info), h = png_get_image_height(png, info);
+        check_pixels(in, "IHDR declares", w, h, limits);
+        // Deflate compresses at most 1032 to 1: a file holds at most that many bytes of
+        // filtered rows.
+        const std::uint64_t stored = (std::uint64_t(png_get_rowbytes(png, info)) + 1) * h;
+        if (const auto left = in.left(); left && stored > *left * 1032)
+            fail(in.name, "IHDR declares " + dims(w, h) + ", " + std::to_string(stored) + " bytes of image data; the " +
+                              std::to_string(*left) + " bytes left in the file hold at most " +
+                              std::to_string(*left * 1032));
         const int bit_depth = png_get_bit_depth(png, info);
         const bool wide = keep_16 && bit_depth == 16;
         if (bit_depth == 16 && !wide) png_set_strip_16(png);
         png_set_packing(png);
         png_set_palette_to_rgb(png);
         png_set_expand_gray_1_2_4_to_8(png);
+        const int passes = png_set_interlace_handling(png);
         png_read_update_info(png, info);
-        image.width = int(png_get_image_width(png, info));
-        image.height = int(png_get_image_height(png, info));
+        image.width = int(w);
+        image.height = int(h);
         image.channels = int(png_get_channels(png, info));
         image.depth = wide ? 16 : 8;
-        if (image.channels == 2) fail(path, "grey with alpha is not supported");
+        if (image.channels == 2) fail(in.name, "grey with alpha is not supported");
+        if (limits.accept) limits.accept(image.width, image.height, image.depth);
         const std::size_t row_bytes = png_get_rowbytes(png, info);
-        std::vector<std::uint8_t> bytes(row_bytes * std::size_t(image.height));
-        std::vector<png_bytep> rows(std::size_t(image.height));
-        for (int y = 0; y < image.height; ++y) rows[std::size_t(y)] = bytes.data() + row_bytes * std::size_t(y);
-        png_read_image(png, rows.data());
+        std::vector<std::uint8_t> bytes;
+        if (passes == 1) {
+            // Row by row: from a pipe, memory grows with the rows that arrive.
+            if (in.size) bytes.reserve(row_bytes * std::size_t(h));
+            for (std::size_t y = 0; y < h; ++y) {
+                bytes.resize(row_bytes * (y + 1));
+                png_read_row(png, bytes.data() + row_bytes * y, nullptr);
+            }
+        } else {
+            bytes.resize(row_bytes * std::size_t(h));
+            std::vector<png_bytep> rows(static_cast<std::size_t>(h));
+            for (std::size_t y = 0; y < h; ++y) rows[y] = bytes.data() + row_bytes * y;
+            png_read_image(png, rows.data());
+        }
         if (wide) {
             // PNG stores 16-bit samples most significant byte first.
             image.wide.resize(bytes.size() / 2);
@@ -169,32 +277,238 @@ Image read_png(const std::string& path, bool keep_16) {
     return image;
 }
 
+std::size_t sample_count(const Image& image) {
+    return std::size_t(image.width) * std::size_t(image.height) * std::size_t(image.channels);
+}
+
+void check_image(const std::string& path, const Image& image) {
+    if (path == "-") return check_image("standard output", image);
+    if (image.width <= 0 || image.height <= 0) fail(path, "cannot write an empty image");
+    if (image.depth != 8 && image.depth != 16) fail(path, "cannot write " + std::to_string(image.depth) + "-bit samples");
+    const std::size_t have = image.depth == 8 ? image.pixels.size() : image.wide.size();
+    if (have < sample_count(image)) fail(path, "image data is shorter than its size");
+}
+
+unsigned full_range(const Image& image) { return image.depth == 16 ? 65535 : 255; }
+unsigned maxval_of(const Image& image) {
+    return image.maxval > 0 && unsigned(image.maxval) < full_range(image) ? unsigned(image.maxval) : full_range(image);
+}
+
+// Temporary files being written, removed by the signal handler. Written only while the
+// signals are blocked.
+constexpr int kSlots = 4;
+char g_temporaries[kSlots][PATH_MAX];
+volatile std::sig_atomic_t g_in_use[kSlots];
+constexpr int kCleanupSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+extern "C" void remove_temporaries(int sig) {
+    for (int i = 0; i < kSlots; ++i)
+        if (g_in_use[i]) ::unlink(g_temporaries[i]);
+    std::raise(sig);  // the handler was reset to the default: die of the signal
+}
+
+class SignalsBlocked {
+  public:
+    SignalsBlocked() {
+        sigset_t set;
+        sigemptyset(&set);
+        for (int s : kCleanupSignals) sigaddset(&set, s);
+        ::sigprocmask(SIG_BLOCK, &set, &old_);
+    }
+    ~SignalsBlocked() { ::sigprocmask(SIG_SETMASK, &old_, nullptr); }
+
+  private:
+    sigset_t old_;
+};
+
+void install_cleanup_handlers() {
+    static const bool installed = [] {
+        struct sigaction action{};
+        action.sa_handler = remove_temporaries;
+        action.sa_flags = SA_RESETHAND | SA_NODEFER;
+        sigemptyset(&action.sa_mask);
+        for (int s : kCleanupSignals) {
+            struct sigaction old{};
+            // A signal the caller ignores (nohup) stays ignored.
+            if (::sigaction(s, nullptr, &old) == 0 && old.sa_handler != SIG_IGN) ::sigaction(s, &action, nullptr);
+        }
+        return true;
+    }();
+    (void)installed;
+}
+
+}  // namespace
+
+std::string extension(const std::string& path) {
+    const std::string name = std::filesystem::path(path).filename().string();
+    const auto dot = name.find_last_of('.');
+    if (dot == std::string::npos || dot == 0) return "";
+    std::string ext = name.substr(dot + 1);
+    for (char& ch : ext) ch = char(std::tolower(static_cast<unsigned char>(ch)));
+    return ext;
+}
+
+AtomicFile::AtomicFile(const std::string& path) : path_(path) {
+    if (path == "-") {
+        path_ = "standard output";
+        file_ = stdout;
+        return;
+    }
+    const std::filesystem::path p(path);
+    std::error_code ec;
+    if (std::filesystem::is_directory(p, ec)) fail(path, "is a directory");
+    const std::filesystem::path dir = p.has_parent_path() ? p.parent_path() : std::filesystem::path(".");
+    std::string name = ".";  // (built by appending: GCC 12 warns wrongly about "." + string)
+    name.append(p.filename().string()).append(".tmp-XXXXXX");
+    std::string temp = (dir / name).string();
+    if (temp.size() >= PATH_MAX) fail(path, "the path is too long");
+    install_cleanup_handlers();
+    const SignalsBlocked blocked;
+    const int fd = ::mkstemp(temp.data());
+    if (fd < 0) fail(path, std::string("cannot create: ") + std::strerror(errno));
+    temp_ = temp;
+    for (int i = 0; i < kSlots && slot_ < 0; ++i) {
+        if (!g_in_use[i]) {
+            std::memcpy(g_temporaries[i], temp.c_str(), temp.size() + 1);
+            g_in_use[i] = 1;
+            slot_ = i;
+        }
+    }
+    // mkstemp makes the file private; give it the permissions a new file gets.
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    ::fchmod(fd, 0666 & ~mask);
+    file_ = ::fdopen(fd, "wb");
+    if (!file_) {
+        ::close(fd);
+        std::remove(temp_.c_str());
+        if (slot_ >= 0) g_in_use[slot_] = 0;
+        fail(path, "cannot open for writing");
+    }
+}
+
+AtomicFile::~AtomicFile() {
+    if (!file_ || temp_.empty()) return;
+    const SignalsBlocked blocked;
+    std::fclose(file_);
+    std::remove(temp_.c_str());
+    if (slot_ >= 0) g_in_use[slot_] = 0;
+}
+
+void AtomicFile::write(const void* data, std::size_t bytes) {
+    if (bytes && std::fwrite(data, 1, bytes, file_) != bytes) fail(path_, std::string("write failed: ") + std::strerror(errno));
+}
+
+void AtomicFile::commit() {
+    if (temp_.empty()) {
+        if (std::fflush(file_) != 0 || std::ferror(file_)) fail(path_, std::string("write failed: ") + std::strerror(errno));
+        return;
+    }
+    const SignalsBlocked blocked;
+    const bool flushed = std::fflush(file_) == 0 && !std::ferror(file_);
+    const int saved = errno;
+    const bool closed = std::fclose(file_) == 0;
+    file_ = nullptr;
+    int err = 0;
+    if (!flushed || !closed) err = flushed ? errno : saved;
+    else if (std::rename(temp_.c_str(), path_.c_str()) != 0) err = errno;
+    if (err) std::remove(temp_.c_str());
+    if (slot_ >= 0) g_in_use[slot_] = 0;
+    if (err) fail(path_, std::string(flushed && closed ? "cannot write: " : "write failed: ") + std::strerror(err));
+}
+
+Image read_image(std::FILE* file, const std::string& name, bool keep_16, const ReadLimits& limits) {
+    Source in(file, name);
+    // One byte of look-ahead, put back: standard C guarantees that much on any stream.
+    const int first = std::fgetc(file);
+    if (first == EOF) {
+        if (std::ferror(file)) fail(name, std::string("read failed: ") + std::strerror(errno));
+        fail(name, "empty file");
+    }
+    std::ungetc(first, file);
+    if (first == 0x89) return read_png(in, keep_16, limits);
+    if (first == 'P') return read_pnm(in, keep_16, limits);
+    fail(name, "unknown file type (PNG, binary PGM or PPM expected)");
+}
+
+Image read_image(const std::string& path, bool keep_16, const ReadLimits& limits) {
+    std::FILE* file = nullptr;
+    const File owner = open_input(path, file);
+    return read_image(file, input_name(path), keep_16, limits);
+}
+
+Image read_raw(std::FILE* file, const std::string& name, int width, int height, int depth, const ReadLimits& limits) {
+    const Source in(file, name);
+    if (width <= 0 || height <= 0) fail(name, "a raw frame needs a positive --width and --height");
+    if (depth != 8 && depth != 16) fail(name, "unsupported depth " + std::to_string(depth) + " (8 or 16)");
+    check_pixels(in, "--width and --height ask for", std::uint64_t(width), std::uint64_t(height), limits);
+    if (limits.accept) limits.accept(width, height, depth);
+    const std::uint64_t samples = std::uint64_t(width) * std::uint64_t(height);
+    const std::uint64_t need = samples * std::uint64_t(depth / 8);
+    const std::string declared = "a " + dims(width, height) + " " + std::to_string(depth) + "-bit frame is " +
+                                 std::to_string(need) + " bytes, the ";
+    const std::string holder = in.size ? "file has " : "input has ";
+    if (const auto left = in.left(); left && *left != need)
+        fail(name, (*left < need ? "truncated: " : "wrong size: ") + declared + holder + std::to_string(*left));
+    std::vector<std::uint8_t> bytes = read_bytes(in, need);
+    if (bytes.size() < need) fail(name, "truncated: " + declared + holder + std::to_string(bytes.size()));
+    if (std::fgetc(file) != EOF) fail(name, "wrong size: " + declared + holder + "more");
+    Image image{width, height, 1, depth, {}, {}, 0};
+    if (depth == 8) {
+        image.pixels = std::move(bytes);
+    } else {
+        image.wide.resize(samples);
+        for (std::size_t i = 0; i < samples; ++i) image.wide[i] = std::uint16_t(bytes[2 * i] | bytes[2 * i + 1] << 8);
+    }
+    return image;
+}
+
+Image read_raw(const std::string& path, int width, int height, int depth, const ReadLimits& limits) {
+    std::FILE* file = nullptr;
+    const File owner = open_input(path, file);
+    return read_raw(file, input_name(path), width, height, depth, limits);
+}
+
 void write_png(const std::string& path, const Image& image) {
     check_image(path, image);
     AtomicFile out(path);
-    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, const_cast<char*>(path.c_str()), png_fail, png_warn);
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, const_cast<char*>(path.c_str()), png_write_fail, png_write_warn);
     png_infop info = png_create_info_struct(png);
     try {
-        png_init_io(png, out.get());
+        png_set_write_fn(png, out.get(), png_write_bytes, png_flush);
         const int type = image.channels == 1 ? PNG_COLOR_TYPE_GRAY
                          : image.channels == 3 ? PNG_COLOR_TYPE_RGB
                                                : PNG_COLOR_TYPE_RGB_ALPHA;
         png_set_IHDR(png, info, png_uint_32(image.width), png_uint_32(image.height), image.depth, type,
                      PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+        // Samples of a smaller range are scaled to the full one, and sBIT keeps how many
+        // bits are significant.
+        const unsigned full = full_range(image), maxval = maxval_of(image);
+        if (maxval != full) {
+            const auto bits = png_byte(std::bit_width(maxval));
+            png_color_8 sig{bits, bits, bits, bits, bits};
+            png_set_sBIT(png, info, &sig);
+        }
         png_write_info(png, info);
         const std::size_t row_samples = std::size_t(image.width) * std::size_t(image.channels);
-        std::vector<std::uint8_t> row(row_samples * 2);
-        for (int y = 0; y < image.height; ++y) {
-            if (image.depth == 8) {
-                png_write_row(png, const_cast<png_bytep>(image.pixels.data() + row_samples * std::size_t(y)));
-            } else {
-                const std::uint16_t* src = image.wide.data() + row_samples * std::size_t(y);
-                for (std::size_t i = 0; i < row_samples; ++i) {
-                    row[2 * i] = std::uint8_t(src[i] >> 8);
-                    row[2 * i + 1] = std::uint8_t(src[i]);
-                }
-                png_write_row(png, row.data());
+        std::vector<std::uint8_t> row(row_samples * std::size_t(image.depth / 8));
+        for (std::size_t y = 0; y < std::size_t(image.height); ++y) {
+            if (image.depth == 8 && maxval == full) {
+                png_write_row(png, const_cast<png_bytep>(image.pixels.data() + row_samples * y));
+                continue;
             }
+            for (std::size_t i = 0; i < row_samples; ++i) {
+                const std::size_t at = row_samples * y + i;
+                unsigned v = std::min<unsigned>(image.depth == 8 ? image.pixels[at] : image.wide[at], maxval);
+                v = (v * full + maxval / 2) / maxval;
+                if (image.depth == 8) {
+                    row[i] = std::uint8_t(v);
+                } else {  // most significant byte first
+                    row[2 * i] = std::uint8_t(v >> 8);
+                    row[2 * i + 1] = std::uint8_t(v);
+                }
+            }
+            png_write_row(png, row.data());
         }
         png_write_end(png, nullptr);
     } catch (...) {
@@ -205,61 +519,28 @@ void write_png(const std::string& path, const Image& image) {
     out.commit();
 }
 
-Image read_pnm(const std::string& path, bool keep_16) {
-    File f = open_for_reading(path);
-    char magic[2] = {};
-    if (std::fread(magic, 1, 2, f.get()) != 2 || magic[0] != 'P' || (magic[1] != '5' && magic[1] != '6'))
-        fail(path, "not a binary PGM or PPM file");
-    Image image;
-    image.channels = magic[1] == '5' ? 1 : 3;
-    const long width = pnm_number(f.get(), path);
-    const long height = pnm_number(f.get(), path);
-    const long maxval = pnm_number(f.get(), path);
-    if (width <= 0 || height <= 0 || width > 65535 || height > 65535)
-        fail(path, "unsupported size " + std::to_string(width) + "x" + std::to_string(height));
-    if (maxval <= 0 || maxval > 65535) fail(path, "unsupported maxval " + std::to_string(maxval) + " (1 to 65535)");
-    image.width = int(width);
-    image.height = int(height);
-    const bool two_bytes = maxval > 255;
-    const std::size_t samples = sample_count(image);
-    std::vector<std::uint8_t> bytes(samples * (two_bytes ? 2 : 1));
-    const std::size_t got = std::fread(bytes.data(), 1, bytes.size(), f.get());
-    if (got != bytes.size())
-        fail(path, "truncated: " + std::to_string(width) + "x" + std::to_string(height) + " needs " +
-                       std::to_string(bytes.size()) + " bytes of samples, the file has " + std::to_string(got));
-    if (!two_bytes) {
-        image.pixels = std::move(bytes);
-    } else if (keep_16) {
-        image.depth = 16;
-        image.wide.resize(samples);
-        for (std::size_t i = 0; i < samples; ++i) image.wide[i] = std::uint16_t(bytes[2 * i] << 8 | bytes[2 * i + 1]);
-    } else {
-        image.pixels.resize(samples);
-        for (std::size_t i = 0; i < samples; ++i)
-            image.pixels[i] = std::uint8_t(((bytes[2 * i] << 8 | bytes[2 * i + 1]) * 255L + maxval / 2) / maxval);
-    }
-    return image;
-}
-
 void write_pnm(const std::string& path, const Image& image) {
     check_image(path, image);
     if (image.channels != 1 && image.channels != 3)
-        fail(path, image.channels == 4 ? "PPM has no fourth channel: use --format bgr or a .png or .bmp file"
+        fail(path == "-" ? "standard output" : path, image.channels == 4 ? "PPM has no fourth channel: use --format bgr or a .png or .bmp file"
                                        : "PGM/PPM take 1 or 3 channels");
     const std::string ext = extension(path);
     if (ext == "pgm" && image.channels != 1) fail(path, "a PGM file holds grey images: use .ppm for colour");
     if (ext == "ppm" && image.channels != 3) fail(path, "a PPM file holds colour images: use .pgm for grey");
     AtomicFile out(path);
+    const unsigned maxval = maxval_of(image);
     const std::string header = std::string(image.channels == 1 ? "P5" : "P6") + "\n" + std::to_string(image.width) +
-                               " " + std::to_string(image.height) + "\n" + (image.depth == 16 ? "65535" : "255") + "\n";
+                               " " + std::to_string(image.height) + "\n" + std::to_string(maxval) + "\n";
     out.write(header.data(), header.size());
-    if (image.depth == 8) {
+    if (image.depth == 8 && maxval == 255) {
         out.write(image.pixels.data(), sample_count(image));
     } else {
-        std::vector<std::uint8_t> bytes(sample_count(image) * 2);
+        std::vector<std::uint8_t> bytes;
+        bytes.reserve(sample_count(image) * std::size_t(image.depth / 8));
         for (std::size_t i = 0; i < sample_count(image); ++i) {
-            bytes[2 * i] = std::uint8_t(image.wide[i] >> 8);
-            bytes[2 * i + 1] = std::uint8_t(image.wide[i]);
+            const unsigned v = std::min<unsigned>(image.depth == 8 ? image.pixels[i] : image.wide[i], maxval);
+            if (maxval > 255) bytes.push_back(std::uint8_t(v >> 8));
+            bytes.push_back(std::uint8_t(v));
         }
         out.write(bytes.data(), bytes.size());
     }
@@ -315,54 +596,18 @@ void write_bmp(const std::string& path, const std::uint8_t* rows, int width, int
     out.commit();
 }
 
-Image read_raw(const std::string& path, int width, int height, int depth) {
-    if (width <= 0 || height <= 0) fail(path, "a raw frame needs a positive --width and --height");
-    if (depth != 8 && depth != 16) fail(path, "unsupported depth " + std::to_string(depth) + " (8 or 16)");
-    File f = open_for_reading(path);
-    Image image;
-    image.width = width;
-    image.height = height;
-    image.channels = 1;
-    image.depth = depth;
-    const std::size_t samples = std::size_t(width) * std::size_t(height);
-    std::vector<std::uint8_t> bytes(samples * std::size_t(depth / 8));
-    const std::size_t got = std::fread(bytes.data(), 1, bytes.size(), f.get());
-    const bool more = got == bytes.size() && std::fgetc(f.get()) != EOF;
-    if (got != bytes.size() || more)
-        fail(path, std::string(got != bytes.size() ? "truncated" : "wrong size") + ": a " + std::to_string(width) + "x" +
-                       std::to_string(height) + " " + std::to_string(depth) + "-bit frame is " +
-                       std::to_string(bytes.size()) + " bytes, the file has " +
-                       (more ? "more" : std::to_string(got)));
-    if (depth == 8) {
-        image.pixels = std::move(bytes);
-    } else {
-        image.wide.resize(samples);
-        for (std::size_t i = 0; i < samples; ++i) image.wide[i] = std::uint16_t(bytes[2 * i] | bytes[2 * i + 1] << 8);
-    }
-    return image;
-}
-
-Image read_image(const std::string& path, bool keep_16) {
-    File f = open_for_reading(path);
-    unsigned char magic[8] = {};
-    const std::size_t got = std::fread(magic, 1, sizeof magic, f.get());
-    f.reset();
-    if (got >= 8 && png_sig_cmp(magic, 0, 8) == 0) return read_png(path, keep_16);
-    if (got >= 2 && magic[0] == 'P' && (magic[1] == '5' || magic[1] == '6')) return read_pnm(path, keep_16);
-    if (got == 0) fail(path, "empty file");
-    fail(path, "unknown file type (PNG, binary PGM or PPM expected)");
-}
-
 void write_image(const std::string& path, const Image& image) {
     const std::string ext = extension(path);
     if (ext == "png") return write_png(path, image);
-    if (ext == "pgm" || ext == "ppm" || ext == "pnm") return write_pnm(path, image);
+    if (ext == "pgm" || ext == "ppm" || ext == "pnm" || path == "-") return write_pnm(path, image);
+    std::error_code ec;
+    if (std::filesystem::is_directory(path, ec)) fail(path, "is a directory");
     fail(path, "unknown image type (use .png, .pgm or .ppm)");
 }
 
 Image from_bgr(const std::uint8_t* bgr, int width, int height, int stride, bool keep_fourth) {
     const int channels = keep_fourth && stride >= 4 ? 4 : 3;
-    Image image{width, height, channels, 8, std::vector<std::uint8_t>(std::size_t(width) * std::size_t(height) * std::size_t(channels)), {}};
+    Image image{width, height, channels, 8, std::vector<std::uint8_t>(std::size_t(width) * std::size_t(height) * std::size_t(channels)), {}, 0};
     for (std::size_t p = 0; p < std::size_t(width) * std::size_t(height); ++p) {
         const std::uint8_t* px = bgr + p * std::size_t(stride);
         std::uint8_t* out = &image.pixels[p * std::size_t(channels)];
@@ -376,7 +621,7 @@ Image from_bgr(const std::uint8_t* bgr, int width, int height, int stride, bool 
 
 Image from_bgr16(const std::uint16_t* bgr, int width, int height, int stride, bool keep_fourth) {
     const int channels = keep_fourth && stride >= 4 ? 4 : 3;
-    Image image{width, height, channels, 16, {}, std::vector<std::uint16_t>(std::size_t(width) * std::size_t(height) * std::size_t(channels))};
+    Image image{width, height, channels, 16, {}, std::vector<std::uint16_t>(std::size_t(width) * std::size_t(height) * std::size_t(channels)), 0};
     for (std::size_t p = 0; p < std::size_t(width) * std::size_t(height); ++p) {
         const std::uint16_t* px = bgr + p * std::size_t(stride);
         std::uint16_t* out = &image.wide[p * std::size_t(channels)];

@@ -1,20 +1,28 @@
 // Reading and writing the image files the tools use: PNG (through libpng), the netpbm
 // formats PGM/PPM (8- and 16-bit), BMP (writing only) and headerless raw frames.
-// Errors are reported as std::runtime_error with a one-line message that names the file
-// and what is wrong with it. Every writer goes through AtomicFile: the data lands in a
-// temporary file in the destination's directory and is renamed over the destination
-// only once it is complete, so a failed write never leaves a partial file behind.
+//
+// Files are hostile until read: a reader compares the frame a header declares with the
+// pixel limit and with what the file can hold (its size, or for a pipe the bytes as they
+// arrive) before allocating for it. Errors are std::runtime_error with a one-line
+// message that names the file, the field and the limit. Every writer goes through
+// AtomicFile: the data lands in a temporary file in the destination's directory and is
+// renamed over the destination only once it is complete, so a failed write never leaves
+// a partial file behind. The path "-" is standard input for the readers and standard
+// output for write_image (PGM or PPM).
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace qzrcfa::tools {
 
 // An interleaved image: channels 1 (grey), 3 (R, G, B) or 4 (R, G, B, A), with 8-bit
-// samples in `pixels` or 16-bit samples (native byte order) in `wide`.
+// samples in `pixels` or 16-bit samples (native byte order) in `wide`. `maxval` is the
+// largest value a sample may take when it is below the depth's full range (a 10-bit
+// frame in 16-bit samples: 1023); 0 means the full range.
 struct Image {
     int width = 0;
     int height = 0;
@@ -22,10 +30,21 @@ struct Image {
     int depth = 8;                       // bits per sample: 8 or 16
     std::vector<std::uint8_t> pixels;    // depth 8
     std::vector<std::uint16_t> wide;     // depth 16
+    int maxval = 0;
+};
+
+// What a reader accepts before it allocates for a frame.
+struct ReadLimits {
+    static constexpr std::uint64_t kDefaultMaxPixels = 256'000'000;
+    std::uint64_t max_pixels = kDefaultMaxPixels;  // width x height
+    // Called with the declared width, height and depth once the header is read, before
+    // the samples are; it may throw to refuse the frame.
+    std::function<void(int width, int height, int depth)> accept;
 };
 
 // A file written under a temporary name in the destination's directory and renamed
 // over the destination by commit(); destroyed without commit(), it removes itself.
+// While it exists, SIGINT, SIGTERM and SIGHUP remove it before the program dies.
 class AtomicFile {
   public:
     explicit AtomicFile(const std::string& path);
@@ -41,17 +60,28 @@ class AtomicFile {
     std::string path_;
     std::string temp_;
     std::FILE* file_ = nullptr;
+    int slot_ = -1;
 };
 
-// PNG: 8- or 16-bit, grey or colour. With keep_16 false, 16-bit samples are reduced to
-// their high byte and the image comes back with depth 8.
-Image read_png(const std::string& path, bool keep_16 = false);
+// By content (PNG signature, P5/P6 magic), peeking at the first byte without consuming
+// it, so a pipe works as well as a file. 16-bit samples are kept with keep_16, else
+// reduced to 8 bits. PGM/PPM: maxval 255 or 65535 is the full range; a maxval below 255
+// is scaled to 255 on reading; a maxval from 256 to 65534 keeps the samples and sets
+// Image::maxval. A sample above maxval is refused.
+Image read_image(const std::string& path, bool keep_16 = false, const ReadLimits& limits = {});
+Image read_image(std::FILE* file, const std::string& name, bool keep_16, const ReadLimits& limits);
+
+// A headerless raw frame of width x height samples, 8-bit or 16-bit little-endian. The
+// file must hold exactly that many bytes.
+Image read_raw(const std::string& path, int width, int height, int depth, const ReadLimits& limits = {});
+Image read_raw(std::FILE* file, const std::string& name, int width, int height, int depth, const ReadLimits& limits);
+
+// PNG: 8- or 16-bit, grey or colour. An image with a maxval is scaled to the full range
+// and its significant bits recorded in an sBIT chunk.
 void write_png(const std::string& path, const Image& image);
 
-// Binary PGM (P5) or PPM (P6). maxval above 255 means two bytes per sample, most
-// significant first (depth 16); with keep_16 false those are reduced to 8 bits.
-Image read_pnm(const std::string& path, bool keep_16 = false);
-void write_pnm(const std::string& path, const Image& image);  // P5 for one channel, P6 for three
+// Binary PGM (P5) or PPM (P6), with the image's maxval (255 or 65535 without one).
+void write_pnm(const std::string& path, const Image& image);
 
 // BMP of an interface output buffer, written as it lies: `rows` holds height rows of
 // width pixels, bottom_up says which way round they are (BMP's own order is bottom-up;
@@ -60,13 +90,7 @@ void write_pnm(const std::string& path, const Image& image);  // P5 for one chan
 void write_bmp(const std::string& path, const std::uint8_t* rows, int width, int height, int bytes_per_pixel,
                bool bottom_up);
 
-// A headerless raw frame of width x height samples, 8-bit or 16-bit little-endian. The
-// file must hold exactly that many bytes.
-Image read_raw(const std::string& path, int width, int height, int depth);
-
-// By content (PNG signature, P5/P6 magic); the file name does not matter.
-Image read_image(const std::string& path, bool keep_16 = false);
-// By extension: .png, .pgm, .ppm, .pnm.
+// By extension: .png, .pgm, .ppm, .pnm; "-" writes PGM or PPM to standard output.
 void write_image(const std::string& path, const Image& image);
 
 // File name extension in lower case, without the dot ("" if none).

@@ -23,10 +23,11 @@ namespace {
 using namespace qzrcfa::tools;
 
 const char kUsage[] =
-    "usage: qzrcfa-quality [--pattern RGGB|BGGR|GRBG|GBRG|all] [--border N] [--flip] [--markdown] IMAGE...\n"
+    "usage: qzrcfa-quality [--pattern RGGB|BGGR|GRBG|GBRG|all] [--border N] [--flip] [--depth 8|16] [--markdown] IMAGE...\n"
     "Mosaics each full-colour IMAGE (PNG, PPM) with the pattern (default RGGB; 'all' averages the four),\n"
     "demosaics it with every method (bitCount 24; --flip: the bottom-up members) and prints the colour\n"
-    "PSNR in dB against the original, leaving out BORDER pixels on every side (default 4).\n";
+    "PSNR in dB against the original, leaving out BORDER pixels on every side (default 4). --depth 16\n"
+    "mosaics the samples times 257 and measures on the 16-bit scale (methods that take 16-bit frames).\n";
 
 struct MethodRow {
     const char* label;
@@ -37,8 +38,34 @@ constexpr MethodRow kMethods[] = {
     {"nearest neighbour", qzrcfa::Method::NearestNeighbor}, {"bilinear", qzrcfa::Method::Bilinear},
     {"edge sensing 1", qzrcfa::Method::EdgeSensing1},       {"edge sensing 2", qzrcfa::Method::EdgeSensing2},
     {"laplacian", qzrcfa::Method::Laplacian},               {"laplacian 2", qzrcfa::Method::Laplacian2},
-    {"smooth hue", qzrcfa::Method::SmoothHue},
+    {"smooth hue", qzrcfa::Method::SmoothHue},              {"gbri", qzrcfa::Method::Gbri},
 };
+
+// PSNR on the 16-bit scale of a method given the mosaic with every sample times 257
+// (the 16-bit frame a sensor with the photograph's values would give): against the
+// photograph times 257, peak 65535. NaN when the method takes no 16-bit frames.
+double measure16(const Image& rgb, const std::vector<std::uint8_t>& raw8, qzrcfa::Options o, int border) {
+    if (qzrcfa::minimum_size(o, 16).width == 0) return std::nan("");
+    std::vector<std::uint16_t> raw(raw8.begin(), raw8.end());
+    for (std::uint16_t& v : raw) v = std::uint16_t(v * 257);
+    std::vector<std::uint16_t> bgr(qzrcfa::output_elements(rgb.width, rgb.height, o, 16));
+    const qzrcfa::Result r = qzrcfa::demosaic(qzrcfa::RawFrame(std::span<const std::uint16_t>(raw), rgb.width, rgb.height),
+                                              qzrcfa::OutputImage(bgr.data(), bgr.size()), o);
+    if (!r) throw std::runtime_error(r.message());
+    double sum = 0;
+    std::uint64_t n = 0;
+    for (int y = border; y < rgb.height - border; ++y) {
+        const int oy = o.order == qzrcfa::RowOrder::BottomUp ? rgb.height - 1 - y : y;
+        for (int x = border; x < rgb.width - border; ++x)
+            for (int ch = 0; ch < 3; ++ch) {  // the photograph is R, G, B; the output B, G, R
+                const double want = 257.0 * rgb.pixels[(std::size_t(y) * std::size_t(rgb.width) + std::size_t(x)) * std::size_t(rgb.channels) + std::size_t(ch)];
+                const double got = bgr[(std::size_t(oy) * std::size_t(rgb.width) + std::size_t(x)) * 3 + std::size_t(2 - ch)];
+                sum += (got - want) * (got - want);
+                ++n;
+            }
+    }
+    return n == 0 ? std::nan("") : sum == 0 ? INFINITY : 10.0 * std::log10(65535.0 * 65535.0 * double(n) / sum);
+}
 
 // PSNR of one method on one photograph and pattern; NaN when the method has no
 // export for the pattern and row order.
@@ -74,7 +101,7 @@ int main(int argc, char** argv) {
     std::vector<std::string> paths;
     std::vector<std::string> patterns = {"RGGB"};
     int border = 4;
-    bool flip = false, markdown = false;
+    bool flip = false, markdown = false, sixteen = false;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         if (arg == "-h" || arg == "--help") {
@@ -98,6 +125,13 @@ int main(int argc, char** argv) {
             border = int(v);
         } else if (arg == "--flip") {
             flip = true;
+        } else if (arg == "--depth" && i + 1 < argc) {
+            const std::string v = argv[++i];
+            if (v != "8" && v != "16") {
+                std::fprintf(stderr, "qzrcfa-quality: --depth takes 8 or 16\n");
+                return 2;
+            }
+            sixteen = v == "16";
         } else if (arg == "--markdown") {
             markdown = true;
         } else if (!arg.empty() && arg[0] == '-') {
@@ -131,7 +165,8 @@ int main(int argc, char** argv) {
                                 : pattern == "GRBG" ? qzrcfa::Pattern::GRBG
                                                     : qzrcfa::Pattern::GBRG;
                     o.order = flip ? qzrcfa::RowOrder::BottomUp : qzrcfa::RowOrder::TopDown;
-                    const double v = measure(rgb, mosaic(rgb, pattern), o, border);
+                    const double v = sixteen ? measure16(rgb, mosaic(rgb, pattern), o, border)
+                                             : measure(rgb, mosaic(rgb, pattern), o, border);
                     if (!std::isnan(v)) {
                         sum += v;
                         ++n;

@@ -1,11 +1,13 @@
-// The library's own definitions of the border fills, under hidden names.
+// The border fills a member calls, and whether the one an exported name leads to is the
+// library's own.
 //
 // A member calls its border fill through the exported name, so an application that
 // interposes the export sees the call. Taking the address of the exported name gives
-// the interposer's function when there is one; the hidden alias always gives the
-// library's own. The frame driver compares the two to know whether the border fill
-// is its own (and so which bytes it writes).
+// the interposer's function when there is one; the frame driver compares it with the
+// library's own definition to know which bytes the border fill writes.
 #pragma once
+
+#include <cstdint>
 
 #include "qzrcfa.h"
 
@@ -21,13 +23,17 @@
     X(Edge2_GBRG, unsigned char) X(Edge2_RGGB_Flip, unsigned char) X(Edge2_BGGR_Flip, unsigned char)           \
     X(Edge2_GRBG_Flip, unsigned char) X(Edge2_GBRG_Flip, unsigned char)
 
-#define QZRCFA_DECLARE_OWN_BORDER(suffix, T)                                                                     \
-    __attribute__((visibility("hidden"))) int qzrcfa_own_##suffix(T* src, int width, int height, T* dst,      \
-                                                                   unsigned short bitCount);
+namespace qzrcfa::detail {
 
-extern "C" {
-QZRCFA_BORDER_FILLS(QZRCFA_DECLARE_OWN_BORDER)
-}
+#define QZRCFA_BORDER_ID(suffix, T) suffix,
+enum class Border : std::uint8_t { QZRCFA_BORDER_FILLS(QZRCFA_BORDER_ID) };
+#undef QZRCFA_BORDER_ID
 
-// A member's border fill: the exported entry point and the library's own definition.
-#define QZRCFA_BORDER(suffix) QZRCFA_NearestNeighbor_##suffix, qzrcfa_own_##suffix
+// Whether `exported`, what the exported name of border fill `id` resolves to, is the
+// library's own definition of it.
+bool border_is_own(Border id, const void* exported);
+
+}  // namespace qzrcfa::detail
+
+// A member's border fill: its exported entry point and which it is.
+#define QZRCFA_BORDER(suffix) QZRCFA_NearestNeighbor_##suffix, ::qzrcfa::detail::Border::suffix

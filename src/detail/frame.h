@@ -17,20 +17,25 @@
 // what the literal sequence had written or filled when they read it. An interposed
 // border fill may write and read anything, so for it the literal sequence runs.
 //
-// Two passes. The second pass of a member reads, around row r, only the output rows of
-// raw rows r - 1 .. r + 1, and the first pass reads no output and writes only its own
-// row. So the second pass runs one row behind the first instead of after it: when it
-// reads a row, the first pass has written it and the second has not (or, for the rows
-// above, has), exactly as after a full first pass, while the rows it works on are
-// still in the cache.
+// Two passes. With three- and four-byte pixels the second pass of a member reads, around
+// row r, only the output rows of raw rows r - 1 .. r + 1, and the first pass reads no
+// output and writes only its own row (narrower pixels reach further, and run each pass
+// over the whole frame). So the second pass runs one row behind the first instead of
+// after it: when it reads a row, the first pass has written it and the second has not
+// (or, for the rows above, has), exactly as after a full first pass, while the rows it
+// works on are still in the cache.
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <thread>
 
 #include "detail/bayer.h"
+#include "detail/border.h"
 #include "detail/kernels.h"
 
 namespace qzrcfa::detail {
@@ -74,6 +79,49 @@ constexpr std::ptrdiff_t row_offset(int row, int width, int stride) {
     return std::ptrdiff_t(row) * width * stride;
 }
 
+// Orders the stores that bypassed the cache before whatever the caller does next.
+inline void store_fence() {
+#if defined(__x86_64__)
+    __builtin_ia32_sfence();
+#endif
+}
+
+// The threads of a parallel call (the extended library's; the exports never have any).
+// run(count, task, context) calls task(context, i) for every i in [0, count) on up to
+// threads() threads, the caller among them, and returns when every call has returned,
+// after which all their writes are visible to the caller.
+class Tasks {
+  public:
+    virtual int threads() const = 0;
+    virtual void run(int count, void (*task)(const void* context, int index), const void* context) const = 0;
+
+    template <class F>
+    void for_each(int count, const F& f) const {
+        run(count, [](const void* context, int i) { (*static_cast<const F*>(context))(i); }, &f);
+    }
+
+  protected:
+    ~Tasks() = default;
+};
+
+// Rows begin .. end - 1 split into `count` bands as even as rows allow: band i.
+struct Bands {
+    int begin, end, count;
+    int first(int i) const { return begin + int(std::int64_t(end - begin) * i / count); }
+};
+
+// Progress of the rows of a pass computed by several threads at once, each row by one
+// thread from left to right: how many of its columns are done.
+struct RowProgress {
+    std::atomic<int>* done;  // per row of the pass, from its first row
+    int first_row;
+    void publish(int r, int columns) { done[r - first_row].store(columns, std::memory_order_release); }
+    void await(int r, int columns) const {
+        for (int spins = 0; done[r - first_row].load(std::memory_order_acquire) < columns; ++spins)
+            if (spins > 64) std::this_thread::yield();
+    }
+};
+
 // One sweep over the interior: rows and columns margin .. size - 1 - margin, displaced
 // by `shift` rows and columns; skipped whole when width <= 2 * margin. The reference
 // kernel finishes what the kernel set's column kernel (`wide`) leaves of a row.
@@ -87,12 +135,12 @@ struct Pass {
 
 // Everything the driver needs to know about one colour member.
 template <class T, class Params>
-struct Member {
+struct ColourMember {
     Pattern pattern;
     bool flip;
     Prefill prefill;
     ColourFn<T> border;      // exported border fill of the member's pattern and suffix
-    ColourFn<T> own_border;  // the library's own definition of it
+    Border border_id;        // which border fill that is
     int min_height;          // below this the member returns after the border fill
     Params params;           // the method's own per-member data
     Pass<T, Params> passes[2];
@@ -107,7 +155,7 @@ struct Region {
 // One call's frame: what the passes need besides the member.
 template <class T, class Params>
 struct Frame {
-    const Member<T, Params>& m;
+    const ColourMember<T, Params>& m;
     const KernelSet& kernels;
     const T* src;
     int width, height;
@@ -142,6 +190,27 @@ struct Frame {
         pass.reference(row, m.params, (kernels.*pass.wide)(row, m.params, c_first));
     }
 
+    // Where consecutive rows lie backwards in memory (the raw rows of a bottom-up walk,
+    // the output rows of bottom-up members walked top-down), each row starts a stream
+    // that the processor's prefetchers must find again; the first kilobyte of the rows
+    // that the first pass of raw row r newly reads or writes is fetched while the row
+    // before it runs.
+    void prefetch_row_starts(int r) const {
+        if (r < 0 || r >= height) return;
+        constexpr int kBytes = 1024;
+        auto fetch = [](const void* p, bool write) {
+            for (int k = 0; k < kBytes; k += 64) {
+                if (write) __builtin_prefetch(static_cast<const char*>(p) + k, 1, 3);
+                else __builtin_prefetch(static_cast<const char*>(p) + k, 0, 3);
+            }
+        };
+        if (descending()) {
+            for (int k = 1; k <= 2 && r - k >= 0; ++k) fetch(src + std::ptrdiff_t(r - k) * width, false);
+        } else if (m.flip) {
+            fetch(dst + row_offset(output_row(r, height, true), width, stride), true);
+        }
+    }
+
     // Row r of a pass: whole pixels inside the white region of the first pass, the
     // method's own elements elsewhere, left to right.
     void run_row(int pass_index, int r) const {
@@ -154,38 +223,126 @@ struct Frame {
     }
 
     // Rows r_begin .. r_end - 1 of the frame's passes, in an order that gives the bytes
-    // of running each pass over them in turn (see the file's opening comment).
-    void run_rows(int r_begin, int r_end) const {
+    // of running each pass over them in turn (see the file's opening comment). The
+    // first-pass rows done_a and done_b have been computed already.
+    void run_rows(int r_begin, int r_end, int done_a = -1, int done_b = -1) const {
         const Pass<T, Params>& first = m.passes[0];
         if (width <= 2 * first.margin) return;
         const Region a = pass_region(first);
         const int a_begin = std::max(r_begin, a.r0), a_end = std::min(r_end, a.r1 + 1);
         const bool two = m.passes[1].reference != nullptr && width > 2 * m.passes[1].margin;
+        const int step = descending() ? -1 : 1;
+        auto first_pass = [&](int r) {
+            prefetch_row_starts(r + step);
+            if (r != done_a && r != done_b) run_row(0, r);
+        };
         if (!two) {
             if (descending()) {
-                for (int r = a_end - 1; r >= a_begin; --r) run_row(0, r);
+                for (int r = a_end - 1; r >= a_begin; --r) first_pass(r);
             } else {
-                for (int r = a_begin; r < a_end; ++r) run_row(0, r);
+                for (int r = a_begin; r < a_end; ++r) first_pass(r);
             }
             return;
         }
         const Region b = pass_region(m.passes[1]);
         const int b_begin = std::max(r_begin, b.r0), b_end = std::min(r_end, b.r1 + 1);
+        if (stride != 3 && stride != 4) {
+            // Pixels of one or two bytes: a row's second pass reaches, at its ends, into
+            // the rows beyond its neighbours, so each pass runs over the whole range.
+            for (int r = a_begin; r < a_end; ++r) first_pass(r);
+            for (int r = b_begin; r < b_end; ++r) run_row(1, r);
+            return;
+        }
         if (descending()) {
             int next = a_end - 1;
             for (int r = b_end - 1; r >= b_begin; --r) {
-                for (; next >= std::max(a_begin, r - 1); --next) run_row(0, next);
+                for (; next >= std::max(a_begin, r - 1); --next) first_pass(next);
                 run_row(1, r);
             }
-            for (; next >= a_begin; --next) run_row(0, next);
+            for (; next >= a_begin; --next) first_pass(next);
             return;
         }
         int next = a_begin;
         for (int r = b_begin; r < b_end; ++r) {
-            for (; next < std::min(a_end, r + 2); ++next) run_row(0, next);
+            for (; next < std::min(a_end, r + 2); ++next) first_pass(next);
             run_row(1, r);
         }
-        for (; next < a_end; ++next) run_row(0, next);
+        for (; next < a_end; ++next) first_pass(next);
+    }
+
+    // The passes on the threads of `tasks`, over bands of rows, with the bytes of
+    // run_rows(0, height). Why each schedule gives them:
+    //  - one pass: it reads no output and its rows write disjoint pixels (three- or
+    //    four-byte pixels), so bands are independent;
+    //  - two passes, three-byte pixels: the second pass reads, around row r, the greens
+    //    of rows r - 1 .. r + 1, which only the first pass writes, and no byte that it
+    //    writes itself. Each band first computes the first-pass rows at its two ends,
+    //    then, once every band has, runs its rows as run_rows does, taking those rows
+    //    as done: whatever a band reads across its ends is final by then, and no band
+    //    writes a row another reads;
+    //  - two passes, four-byte pixels: the second pass reads bytes that the second
+    //    pass writes in the row above (the red and blue of pixels c - 1 and c + 1) and
+    //    bytes the first pass left in the row below, which the second pass of that row
+    //    must not have overwritten yet. The first pass runs over bands; then the rows
+    //    of the second pass are taken in order by whichever thread is free, each from
+    //    left to right in chunks, a chunk ending at column x only once the row above
+    //    is done up to x + 1. So every byte a chunk reads in the row above is final,
+    //    and the row below has not passed the columns x - 1 .. x + 1 it reads there:
+    //    that row waits, in turn, for this one.
+    void run_parallel(const Tasks& tasks) const {
+        const Pass<T, Params>& first = m.passes[0];
+        if (width <= 2 * first.margin) return;
+        const Region a = pass_region(first);
+        const bool two = m.passes[1].reference != nullptr && width > 2 * m.passes[1].margin;
+        const Bands bands{0, height, std::min(tasks.threads() * 4, std::max(1, height / 8))};
+        auto band = [&](int i) { return Region{bands.first(i), bands.first(i + 1) - 1, 0, 0}; };
+        if (!two) {
+            tasks.for_each(bands.count, [&](int i) {
+                run_rows(band(i).r0, band(i).r1 + 1);
+                if (stream) store_fence();
+            });
+            return;
+        }
+        if (stride == 3) {
+            // The first-pass rows at each band's ends.
+            auto ends = [&](int i) {
+                const int lo = std::max(band(i).r0, a.r0), hi = std::min(band(i).r1, a.r1);
+                return Region{lo, hi, 0, 0};
+            };
+            tasks.for_each(bands.count, [&](int i) {
+                const Region e = ends(i);
+                if (e.r0 > e.r1) return;
+                run_row(0, e.r0);
+                if (e.r1 != e.r0) run_row(0, e.r1);
+            });
+            tasks.for_each(bands.count, [&](int i) {
+                const Region e = ends(i);
+                run_rows(band(i).r0, band(i).r1 + 1, e.r0, e.r1);
+            });
+            return;
+        }
+        tasks.for_each(bands.count, [&](int i) {
+            for (int r = std::max(band(i).r0, a.r0); r <= std::min(band(i).r1, a.r1); ++r) run_row(0, r);
+        });
+        const Pass<T, Params>& second = m.passes[1];
+        const Region b = pass_region(second);
+        const int rows = b.r1 - b.r0 + 1, columns = b.c1 - b.c0 + 1;
+        if (rows <= 0) return;
+        std::unique_ptr<std::atomic<int>[]> done(new std::atomic<int>[std::size_t(rows)]);
+        for (int i = 0; i < rows; ++i) done[i].store(0, std::memory_order_relaxed);
+        RowProgress progress{done.get(), b.r0};
+        std::atomic<int> next_row{b.r0};
+        constexpr int kChunk = 256;
+        tasks.for_each(tasks.threads(), [&](int) {
+            for (int r = next_row.fetch_add(1); r <= b.r1; r = next_row.fetch_add(1)) {
+                for (int x0 = 0; x0 < columns; x0 += kChunk) {
+                    const int x1 = std::min(x0 + kChunk, columns) - 1;
+                    if (r > b.r0) progress.await(r - 1, std::min(columns, x1 + 2));
+                    run(second, r, b.c0 + x0, b.c0 + x1, false);
+                    progress.publish(r, x1 + 1);
+                }
+            }
+        });
     }
 
     // Bottom-up members write their output rows from the end of the buffer backwards
@@ -200,13 +357,6 @@ struct Frame {
         return m.passes[1].reference == nullptr || stride == 3;
     }
 };
-
-// Orders the stores that bypassed the cache before whatever the caller does next.
-inline void store_fence() {
-#if defined(__x86_64__)
-    __builtin_ia32_sfence();
-#endif
-}
 
 // Fills with 255 every byte of the first `fill` bytes of dst except the pixels of the
 // white region.
@@ -232,8 +382,9 @@ inline void fill_outside(std::uint8_t* dst, int width, int height, bool flip, in
 // layouts), the fill covers the whole image without a wrapped product, and the first
 // pass has an interior inside the border fill's ring (its own margin).
 template <class T, class Params>
-bool plan_fused_fill(const Member<T, Params>& m, int width, int height, int stride, Region& white) {
-    if (m.prefill != Prefill::White || m.border != m.own_border || (stride != 3 && stride != 4)) return false;
+bool plan_fused_fill(const ColourMember<T, Params>& m, int width, int height, int stride, Region& white) {
+    if (m.prefill != Prefill::White || (stride != 3 && stride != 4)) return false;
+    if (!border_is_own(m.border_id, reinterpret_cast<const void*>(m.border))) return false;
     if (height < m.min_height || width < 1) return false;
     if (std::int64_t(width) * height * 8 * stride >= (std::int64_t(1) << 31)) return false;
     const Pass<T, Params>& p = m.passes[0];
@@ -244,8 +395,12 @@ bool plan_fused_fill(const Member<T, Params>& m, int width, int height, int stri
     return white.r0 <= white.r1 && white.c0 <= white.c1;
 }
 
+// One call of a member: on the calling thread alone, or with `tasks` on several threads,
+// with the same bytes (the pre-fill and the border fill stay on the calling thread;
+// run_parallel says why the passes may run in bands).
 template <class T, class Params>
-int demosaic(const Member<T, Params>& m, T* src, int width, int height, T* dst, unsigned short bitCount) {
+int demosaic(const ColourMember<T, Params>& m, T* src, int width, int height, T* dst, unsigned short bitCount,
+             const Tasks* tasks = nullptr) {
     const KernelSet& kernels = kernel_set(best_isa());
     const int stride = pixel_stride(bitCount);
     Frame<T, Params> frame{m, kernels, src, width, height, dst, stride, false, {}, false};
@@ -268,6 +423,10 @@ int demosaic(const Member<T, Params>& m, T* src, int width, int height, T* dst, 
     // Through the exported entry point: an interposed border fill is honoured.
     m.border(src, width, height, dst, bitCount);
     if (height < m.min_height) return 0;
+    if (tasks != nullptr && tasks->threads() > 1 && (stride == 3 || stride == 4)) {
+        frame.run_parallel(*tasks);
+        return 0;
+    }
     frame.run_rows(0, height);
     if (frame.stream) store_fence();
     return 0;

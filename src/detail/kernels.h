@@ -77,6 +77,40 @@ struct SmoothHueRule {
     Saturation saturation;
 };
 
+// The extended library's gradient-based, residual-interpolated method works on rows of
+// floats, one pass at a time (src/ext/gbri.cpp): a kernel computes columns x ..
+// x_last of one row of one pass from rows of earlier passes.
+enum GbriPass : int {
+    kGbriSamples8,    // samples to the internal scale: out[0] from the 8-bit raw row
+    kGbriSamples16,   // the same from 16-bit samples
+    kGbriVertical,    // vertical colour difference: in m(r-2) .. m(r+2)
+    kGbriHorizontal,  // horizontal colour difference: in m(r)
+    kGbriAcross,      // |in[0] - in[1]|, column by column
+    kGbriAlong,       // |in[0](x - 1) - in[0](x + 1)|
+    kGbriColumns5,    // sum of five rows in[0] .. in[4], top to bottom
+    kGbriRow5,        // sum of in[0](x - 2) .. in[0](x + 2), left to right
+    kGbriGreen,       // fused green: in m, dh, dv(r), dv(r-1..r-3), dv(r+1..r+3), sh, sv(r-2), sv(r+2)
+    kGbriLaplacians,  // out[0] = LG * LC, out[1] = LG * LG: in m(r), m(r-2), m(r+2), g(r), g(r-2), g(r+2)
+    kGbriModel,       // out[0] = a, out[1] = b: in p, q, m, g, each at rows r-2, r, r+2
+    kGbriMeans,       // out[0..2] = mean a, mean b, residual: in a, b at rows r-2, r, r+2, then m(r), g(r)
+    kGbriPixels8,     // output pixels: in g, a b e of row y, of row y-1, of row y+1
+    kGbriPixels16,
+    kGbriPasses
+};
+
+struct GbriRow {
+    const float* in[12];
+    float* out[3];
+    const void* samples;  // the raw row (samples and pixels passes)
+    void* pixels;         // the output row (pixels passes)
+    int stride;           // elements per output pixel (pixels passes: 3 or 4)
+    int colour;           // kRed or kBlue: the non-green colour measured in the row
+    int parity;           // column parity of the row's red or blue sites
+    int x_last;           // last column to compute
+};
+
+using GbriKernel = int (*)(const GbriRow& row, int x);
+
 // The kernels of one instruction set. Grey rows: row.s is the upper of the two raw rows
 // averaged, row.d the output row, one element per pixel.
 struct KernelSet {
@@ -90,6 +124,7 @@ struct KernelSet {
     ColumnKernel<std::uint8_t, LaplacianParams> laplacian_colour;
     ColumnKernel<std::uint8_t, SmoothHueRule> smooth_hue_green;
     ColumnKernel<std::uint8_t, SmoothHueRule> smooth_hue_colour;
+    GbriKernel gbri[kGbriPasses];  // extended library only (null in libqzrcfa)
 };
 
 // Instruction sets with kernel sets, narrowest first.
@@ -128,5 +163,6 @@ int laplacian_green_columns(const Row<std::uint8_t>& row, const LaplacianParams&
 int laplacian_colour_columns(const Row<std::uint8_t>& row, const LaplacianParams& params, int c);
 int smooth_hue_green_columns(const Row<std::uint8_t>& row, const SmoothHueRule& rule, int c);
 int smooth_hue_colour_columns(const Row<std::uint8_t>& row, const SmoothHueRule& rule, int c);
+extern const GbriKernel kGbriReferences[kGbriPasses];  // extended library only
 
 }  // namespace qzrcfa::detail

@@ -16,6 +16,8 @@ int leave_all(const Row<T>&, const Params&, int c) {
     return c;
 }
 
+int gbri_leave_all(const GbriRow&, int x) { return x; }
+
 // Every column to the references.
 constexpr KernelSet kScalarKernels = {
     leave_all<std::uint8_t, NearestForm>,      leave_all<std::uint16_t, NearestForm>,
@@ -23,6 +25,8 @@ constexpr KernelSet kScalarKernels = {
     leave_all<std::uint8_t, NoParams>,         leave_all<std::uint8_t, EdgeSensingRule>,
     leave_all<std::uint8_t, LaplacianParams>,  leave_all<std::uint8_t, LaplacianParams>,
     leave_all<std::uint8_t, SmoothHueRule>,    leave_all<std::uint8_t, SmoothHueRule>,
+    {gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all,
+     gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all},
 };
 
 struct Target {

@@ -248,18 +248,85 @@ QZRCFA_INLINE Wide pick(const Wide& a, const Wide& b, const Wide& first, const W
     return select(a < b, first, select(b < a, second, tie));
 }
 
-QZRCFA_INLINE Widened wide_at(const uint8_t* p) { return widen(load<Bytes>(p)); }
-
-// The bytes of f(0) and f(1), each computed on one half of the block's lanes.
-template <class F>
-QZRCFA_INLINE Bytes by_halves(F f) {
-    return narrow(Widened{{f(0), f(1)}});
-}
-
 // Last red or blue column of the row's range. Blocks end there, so that no load
 // reaches further than the reference's last red or blue site reads.
 QZRCFA_INLINE int last_colour_column(const Row<uint8_t>& row) {
     return row.phase.green_at(row.c_last) ? row.c_last - 1 : row.c_last;
+}
+
+// Only the red and blue sites of a block compute: a block of kLanes columns holds
+// kLanes / 2 of them, one to each 16-bit lane of a vector of samples read as pairs,
+// in the low byte of the pair where the block's first column is such a site (K = 0)
+// and in the high byte where it is green (K = 1). The green sites between them come
+// from the pairs' other bytes, and the results return to their bytes in place, so no
+// lane is widened or narrowed.
+template <int K>
+QZRCFA_INLINE Wide colour_sites(const Words& pairs) {
+    return (Wide)(K == 0 ? pairs & 0xFF : pairs >> 8);
+}
+
+template <int K>
+QZRCFA_INLINE Wide colour_sites(const uint8_t* p) {
+    return colour_sites<K>(load<Words>(p));
+}
+
+template <int K>
+QZRCFA_INLINE Wide green_sites(const uint8_t* p) {
+    return colour_sites<1 - K>(p);
+}
+
+// Bytes of the block: the sites' results (0 .. 255) in their bytes, the green sites'
+// bytes from `greens`.
+template <int K>
+QZRCFA_INLINE Bytes with_greens(const Wide& sites, const Bytes& greens) {
+    const Words g = (Words)greens;
+    return (Bytes)(K == 0 ? (Words)sites | (g & 0xFF00) : (g & 0xFF) | ((Words)sites << 8));
+}
+
+QZRCFA_INLINE Wide clamp_byte(const Wide& x) { return lesser(greater(x, Wide{}), Wide{} + 255); }
+
+template <int P, int K>
+QZRCFA_INLINE int laplacian_green_blocks(const Row<uint8_t>& row, int c, int end) {
+    const Bytes colour8 = parity_lanes<Bytes>(K);
+    const Bytes all = ~Bytes{};
+    const bool red = row.phase.colour == kRed, white = row.white;
+    // G everywhere; the sample into its own colour and, in red rows, into B as well.
+    const PixelMask<P> mask = pixel_mask<P>(colour8, all, red ? colour8 : Bytes{});
+    const std::ptrdiff_t w = row.width;
+    const uint8_t* src = row.s;
+    uint8_t* d = row.d;
+    struct Green {
+        Bytes sample, green;
+    };
+    return run_blocks<kLanes>(
+        c, end, -1,
+        [&](int x) QZRCFA_LAMBDA_INLINE {
+            const uint8_t* s = src + x;
+            const Bytes x8 = load<Bytes>(s);
+            const Wide v0 = colour_sites<K>((Words)x8);
+            // The horizontal neighbours, in either order: both formulas are symmetric in them.
+            const Wide left = green_sites<K>(s - 2 + 2 * K), right = green_sites<K>(s + 2 * K);
+            const Wide left2 = colour_sites<K>(s - 2), right2 = colour_sites<K>(s + 2);
+            const Wide up = colour_sites<K>(s - w), down = colour_sites<K>(s + w);
+            const Wide up2 = colour_sites<K>(s - 2 * w), down2 = colour_sites<K>(s + 2 * w);
+            const Wide across = left + right, along = up + down;
+            const Wide dh = v0 + v0 - left2 - right2;
+            const Wide dv = v0 + v0 - up2 - down2;
+            const Wide h = absolute(left - right) + absolute(dh);
+            const Wide v = absolute(up - down) + absolute(dv);
+            const Wide g = pick(h, v, divide_pow2<2>(dh) + (across >> 1), divide_pow2<2>(dv) + (along >> 1),
+                                divide_pow2<3>(dh + dv) + ((across + along) >> 2));
+            return Green{x8, with_greens<K>(clamp_byte(g), x8)};
+        },
+        [&](const Green& v, int x, bool) QZRCFA_LAMBDA_INLINE {
+            uint8_t* out = d + std::ptrdiff_t(x) * P;
+            if (white) {
+                const Bytes own = select(colour8, v.sample, all);
+                store_pixels<P>(out, own, v.green, red ? own : all, true);
+            } else {
+                store_masked<P>(out, v.sample, v.green, v.sample, mask);
+            }
+        });
 }
 
 int laplacian_green_wide(const Row<uint8_t>& row, const LaplacianParams&, int c) {
@@ -267,96 +334,57 @@ int laplacian_green_wide(const Row<uint8_t>& row, const LaplacianParams&, int c)
     const int end = last_colour_column(row);
     if (row.r + 2 >= row.height || end - c + 1 < kLanes) return c;
     return for_stride(row.stride, c, [&]<int P>() {
-        const int parity = row.phase.green_at(c) ? 1 : 0;  // lanes of red and blue sites
-        const Wide colour = parity_lanes<Wide>(parity);    // the same in both halves
-        const Bytes colour8 = parity_lanes<Bytes>(parity);
-        const Bytes all = ~Bytes{};
-        const bool red = row.phase.colour == kRed, white = row.white;
-        // G everywhere; the sample into its own colour and, in red rows, into B as well.
-        const PixelMask<P> mask = pixel_mask<P>(colour8, all, red ? colour8 : Bytes{});
-        const std::ptrdiff_t w = row.width;
-        const uint8_t* src = row.s;
-        uint8_t* d = row.d;
-        struct Green {
-            Bytes sample, green;
-        };
-        return run_blocks<kLanes>(
-            c, end, -1,
-            [&](int x) QZRCFA_LAMBDA_INLINE {
-                const uint8_t* s = src + x;
-                const Bytes x8 = load<Bytes>(s);
-                const Widened v0 = widen(x8), left = wide_at(s - 1), right = wide_at(s + 1), up = wide_at(s - w), down = wide_at(s + w);
-                const Widened left2 = wide_at(s - 2), right2 = wide_at(s + 2), up2 = wide_at(s - 2 * w), down2 = wide_at(s + 2 * w);
-                const Bytes g8 = by_halves([&](int i) QZRCFA_LAMBDA_INLINE {
-                    const Wide dh = v0[i] + v0[i] - left2[i] - right2[i];
-                    const Wide dv = v0[i] + v0[i] - up2[i] - down2[i];
-                    const Wide h = absolute(left[i] - right[i]) + absolute(dh);
-                    const Wide v = absolute(up[i] - down[i]) + absolute(dv);
-                    const Wide g = pick(h, v, divide_pow2<2>(dh) + ((left[i] + right[i]) >> 1),
-                                        divide_pow2<2>(dv) + ((up[i] + down[i]) >> 1),
-                                        divide_pow2<3>(dh + dv) + ((left[i] + right[i] + up[i] + down[i]) >> 2));
-                    return select(colour, g, v0[i]);
-                });
-                return Green{x8, g8};
-            },
-            [&](const Green& v, int x, bool) QZRCFA_LAMBDA_INLINE {
-                uint8_t* out = d + std::ptrdiff_t(x) * P;
-                if (white) {
-                    const Bytes own = select(colour8, v.sample, all);
-                    store_pixels<P>(out, own, v.green, red ? own : all, true);
-                } else {
-                    store_masked<P>(out, v.sample, v.green, v.sample, mask);
-                }
-            });
+        return row.phase.green_at(c) ? laplacian_green_blocks<P, 1>(row, c, end) : laplacian_green_blocks<P, 0>(row, c, end);
     });
+}
+
+template <int P, int K>
+QZRCFA_INLINE int laplacian_colour_blocks(const Row<uint8_t>& row, const LaplacianParams& params, int c, int end) {
+    const Bytes green8 = parity_lanes<Bytes>(1 - K);
+    const Bytes all = ~Bytes{};
+    const bool red = row.phase.colour == kRed;
+    // The row's own colour at green sites, the other colour everywhere.
+    const PixelMask<P> mask = red ? pixel_mask<P>(all, Bytes{}, green8) : pixel_mask<P>(green8, Bytes{}, all);
+    const std::ptrdiff_t upper = params.crossed_diagonals ? row.down : row.up;
+    const std::ptrdiff_t lower = params.crossed_diagonals ? row.up : row.down;
+    const std::ptrdiff_t w = row.width;
+    const uint8_t* src = row.s;
+    uint8_t* d = row.d;
+    struct Colours {
+        Bytes own, other;
+    };
+    // A block reads its own pixels' greens only, which no block writes.
+    return run_blocks<kLanes>(
+        c, end, -1,
+        [&](int x) QZRCFA_LAMBDA_INLINE {
+            const uint8_t* s = src + x;
+            const uint8_t* px = d + std::ptrdiff_t(x) * P;
+            const Wide ul = colour_sites<K>(s - w - 1), ur = colour_sites<K>(s - w + 1);
+            const Wide ll = colour_sites<K>(s + w - 1), lr = colour_sites<K>(s + w + 1);
+            // Greens at fixed three-byte spacing from the pixels above and below.
+            const Wide g = colour_sites<K>((Words)gather<P>(px + kGreen));
+            const Wide gul = colour_sites<K>((Words)gather<P>(px + upper - 2)), glr = colour_sites<K>((Words)gather<P>(px + lower + 4));
+            const Wide gur = colour_sites<K>((Words)gather<P>(px + upper + 4)), gll = colour_sites<K>((Words)gather<P>(px + lower - 2));
+            const Wide d1 = g + g - gul - glr;
+            const Wide d2 = g + g - gur - gll;
+            const Wide e1 = absolute(ul - lr) + absolute(d1);
+            const Wide e2 = absolute(ur - ll) + absolute(d2);
+            const Wide first = ul + lr, second = ur + ll;
+            const Wide v = pick(e1, e2, divide_pow2<1>(first + d1), divide_pow2<1>(second + d2), divide_pow2<2>(first + second + d1 + d2));
+            const Bytes own = mean2(load<Bytes>(s - 1), load<Bytes>(s + 1));
+            return Colours{own, with_greens<K>(clamp_byte(v), mean2(load<Bytes>(s - w), load<Bytes>(s + w)))};
+        },
+        [&](const Colours& v, int x, bool) QZRCFA_LAMBDA_INLINE {
+            store_masked<P>(d + std::ptrdiff_t(x) * P, red ? v.other : v.own, Bytes{}, red ? v.own : v.other, mask);
+        });
 }
 
 int laplacian_colour_wide(const Row<uint8_t>& row, const LaplacianParams& params, int c) {
     const int end = last_colour_column(row);
     if (end - c + 1 < kLanes) return c;
     return for_stride(row.stride, c, [&]<int P>() {
-        const int parity = row.phase.green_at(c) ? 1 : 0;
-        const Wide colour = parity_lanes<Wide>(parity);
-        const Bytes green8 = parity_lanes<Bytes>(1 - parity);
-        const Bytes all = ~Bytes{};
-        const bool red = row.phase.colour == kRed;
-        // The row's own colour at green sites, the other colour everywhere.
-        const PixelMask<P> mask = red ? pixel_mask<P>(all, Bytes{}, green8) : pixel_mask<P>(green8, Bytes{}, all);
-        const std::ptrdiff_t upper = params.crossed_diagonals ? row.down : row.up;
-        const std::ptrdiff_t lower = params.crossed_diagonals ? row.up : row.down;
-        const std::ptrdiff_t w = row.width;
-        const uint8_t* src = row.s;
-        uint8_t* d = row.d;
-        struct Colours {
-            Bytes own, other;
-        };
-        // A block reads its own pixels' greens only, which no block writes.
-        return run_blocks<kLanes>(
-            c, end, -1,
-            [&](int x) QZRCFA_LAMBDA_INLINE {
-                const uint8_t* s = src + x;
-                const uint8_t* px = d + std::ptrdiff_t(x) * P;
-                const Widened left = wide_at(s - 1), right = wide_at(s + 1), up = wide_at(s - w), down = wide_at(s + w);
-                const Widened ul = wide_at(s - w - 1), ur = wide_at(s - w + 1), ll = wide_at(s + w - 1), lr = wide_at(s + w + 1);
-                // Greens at fixed three-byte spacing from the pixels above and below.
-                const Widened g = widen(gather<P>(px + kGreen));
-                const Widened gul = widen(gather<P>(px + upper - 2)), glr = widen(gather<P>(px + lower + 4));
-                const Widened gur = widen(gather<P>(px + upper + 4)), gll = widen(gather<P>(px + lower - 2));
-                const Bytes own = by_halves([&](int i) QZRCFA_LAMBDA_INLINE { return Wide((left[i] + right[i]) >> 1); });
-                const Bytes other = by_halves([&](int i) QZRCFA_LAMBDA_INLINE {
-                    const Wide d1 = g[i] + g[i] - gul[i] - glr[i];
-                    const Wide d2 = g[i] + g[i] - gur[i] - gll[i];
-                    const Wide e1 = absolute(ul[i] - lr[i]) + absolute(d1);
-                    const Wide e2 = absolute(ur[i] - ll[i]) + absolute(d2);
-                    const Wide v = pick(e1, e2, divide_pow2<1>(ul[i] + lr[i] + d1), divide_pow2<1>(ur[i] + ll[i] + d2),
-                                        divide_pow2<2>(ul[i] + lr[i] + ur[i] + ll[i] + d1 + d2));
-                    return select(colour, v, Wide((up[i] + down[i]) >> 1));
-                });
-                return Colours{own, other};
-            },
-            [&](const Colours& v, int x, bool) QZRCFA_LAMBDA_INLINE {
-                store_masked<P>(d + std::ptrdiff_t(x) * P, red ? v.other : v.own, Bytes{}, red ? v.own : v.other, mask);
-            });
+        return row.phase.green_at(c) ? laplacian_colour_blocks<P, 1>(row, params, c, end)
+                                     : laplacian_colour_blocks<P, 0>(row, params, c, end);
     });
 }
 
@@ -381,14 +409,10 @@ int smooth_hue_green_wide(const Row<uint8_t>& row, const SmoothHueRule&, int c) 
     });
 }
 
-// The colour pass works on the two column parities of a block apart, each as two
-// quarters of the block's lanes in single-precision vectors: one parity's pixels share
-// their site, so each lane computes exactly its site's four quotients. IEEE single
-// division and each addition and multiplication round as the reference's scalar
-// operations do, in the same order.
 constexpr int kQuarter = kLanes / 4;
 typedef float Floats __attribute__((vector_size(kLanes)));  // kQuarter lanes
 typedef std::int32_t Ints __attribute__((vector_size(kLanes)));
+typedef std::uint32_t UInts __attribute__((vector_size(kLanes)));
 typedef std::uint8_t Quarter __attribute__((vector_size(kQuarter)));
 typedef std::uint16_t QuarterWords __attribute__((vector_size(kQuarter * 2)));
 typedef std::uint8_t Half __attribute__((vector_size(kLanes / 2)));
@@ -399,65 +423,72 @@ QZRCFA_INLINE Floats to_floats(const Quarter& q) {
     return __builtin_convertvector(__builtin_convertvector(__builtin_convertvector(q, QuarterWords), Ints), Floats);
 }
 
-// Lanes 2 (Q kQuarter + i) + K of a plane, i = 0 .. kQuarter - 1: quarter Q of parity K.
-template <int K, int Q, std::size_t... I>
-QZRCFA_INLINE Quarter quarter_lanes(const Bytes& v, std::index_sequence<I...>) {
-    return __builtin_shufflevector(v, v, (2 * (Q * kQuarter + int(I)) + K)...);
-}
-
-template <int K, int Q>
-QZRCFA_INLINE Floats floats(const Bytes& v) {
-    return to_floats(quarter_lanes<K, Q>(v, std::make_index_sequence<kQuarter>()));
-}
-
 template <std::size_t... I>
 QZRCFA_INLINE Half join_quarters(const Quarter& a, const Quarter& b, std::index_sequence<I...>) {
     return __builtin_shufflevector(a, b, int(I)...);
 }
 
-// A plane from its parities' quarters: q[K][Q].
 template <std::size_t... I>
-QZRCFA_INLINE Bytes join_parities(const Quarter (&q)[2][2], std::index_sequence<I...>) {
-    const auto halves = std::make_index_sequence<kLanes / 2>();
-    const Half even = join_quarters(q[0][0], q[0][1], halves), odd = join_quarters(q[1][0], q[1][1], halves);
-    return __builtin_shufflevector(even, odd, int((I & 1) ? kLanes / 2 + I / 2 : I / 2)...);
+QZRCFA_INLINE Words join_words(const QuarterWords& a, const QuarterWords& b, std::index_sequence<I...>) {
+    return __builtin_shufflevector(a, b, int(I)...);
 }
 
-QZRCFA_INLINE Bytes join_parities(const Quarter (&q)[2][2]) { return join_parities(q, std::make_index_sequence<kLanes>()); }
+// The colour pass works on four classes of a block's pixels apart: class J holds the
+// pixels 4 i + J, one to each 32-bit lane of the block's bytes, so a class is a shift
+// and a mask away from them and the classes of one parity share their site. Each lane
+// computes exactly its site's quotients in single precision; IEEE division and each
+// addition and multiplication round as the reference's scalar operations do, in the
+// same order.
+template <int J>
+QZRCFA_INLINE UInts class_lanes(const Bytes& v) {
+    const UInts u = (UInts)v;
+    return J == 3 ? u >> 24 : (u >> (8 * J)) & 0xFF;
+}
 
-// Lanes j >= 1 take lane j - 1 of v, lane 0 lane 0 of `first`.
+template <int J>
+QZRCFA_INLINE Floats class_floats(const Bytes& v) {
+    return __builtin_convertvector((Ints)class_lanes<J>(v), Floats);
+}
+
+// A plane from its classes' bytes, each in 0 .. 255.
+QZRCFA_INLINE Bytes join_classes(const UInts (&q)[4]) { return (Bytes)(q[0] | q[1] << 8 | q[2] << 16 | q[3] << 24); }
+
+// Lanes j >= 1 take lane j - 1 of v, lane 0 the last lane of `before`.
 template <std::size_t... I>
-QZRCFA_INLINE Bytes shift_in(const Bytes& first, const Bytes& v, std::index_sequence<I...>) {
-    return __builtin_shufflevector(first, v, int(I == 0 ? 0 : kLanes + I - 1)...);
+QZRCFA_INLINE Bytes shift_in(const Bytes& before, const Bytes& v, std::index_sequence<I...>) {
+    return __builtin_shufflevector(before, v, int(I == 0 ? kLanes - 1 : kLanes + I - 1)...);
 }
 
 // The saturating conversion to integers in 0 .. 255, never converting an infinity or a
 // NaN: `x <= 255` is false for both, so they take 255 first, and the greater-than form
 // then sends NaN to 0.
-QZRCFA_INLINE Quarter to_bytes(const Floats& x, Saturation form) {
+QZRCFA_INLINE UInts to_bytes(const Floats& x, Saturation form) {
     Floats y = select_bits(x <= 255.0f, x, Floats{} + 255.0f);
     if (form == Saturation::GreaterThan) y = select_bits(x != x, Floats{}, y);
-    return __builtin_convertvector(__builtin_convertvector(__builtin_convertvector(y, Ints), QuarterWords), Quarter);
+    return (UInts)__builtin_convertvector(y, Ints);
 }
 
-// The bytes a block reads from one output row: for pixel c, the byte two before it (its
-// left byte), its green and the byte four after it (its right byte).
-template <int P>
+// The bytes a block of four-byte pixels reads from a row above or below: for pixel c,
+// the byte two before it (its left byte: the red element of the pixel before), its
+// green and the byte four after it (its right byte: the blue element of the pixel after).
 struct RowBytes {
     Bytes left, green, right;
     QZRCFA_INLINE explicit RowBytes(const uint8_t* px)
-        : left(gather<P>(px - 2)), green(gather<P>(px + kGreen)), right(gather<P>(px + 4)) {}
+        : left(gather<4>(px - 2)), green(gather<4>(px + kGreen)), right(gather<4>(px + 4)) {}
 };
 
-// Everything one block of the colour pass reads, fetched before it writes anything.
-template <int P>
+// Everything one block of the colour pass reads from memory, fetched before it writes
+// anything. Of its own row it reads the greens and the right bytes, which the blocks
+// before have not written; its left bytes are the red elements the blocks before and
+// its own red and blue sites compute, and come from those.
 struct HueBlock {
-    RowBytes<P> above, here, below;
+    RowBytes above, below;
+    Bytes green, right_bytes;
     Bytes up_left, up, up_right, left, mid, right, down_left, down, down_right;
-    Quarter blue[2][2] = {}, red[2][2] = {};  // [parity][quarter]
+    UInts blue[4] = {}, red[4] = {};  // by class
 
     QZRCFA_INLINE HueBlock(const Row<uint8_t>& row, int c, const uint8_t* px)
-        : above(px + row.up), here(px), below(px + row.down) {
+        : above(px + row.up), below(px + row.down), green(gather<4>(px + kGreen)), right_bytes(gather<4>(px + 4)) {
         const uint8_t* s = row.s + c;
         const std::ptrdiff_t w = row.width;
         up_left = load<Bytes>(s - w - 1), up = load<Bytes>(s - w), up_right = load<Bytes>(s - w + 1);
@@ -466,82 +497,459 @@ struct HueBlock {
     }
 
     // A red or blue site: the diagonal estimate, and its own sample.
-    template <int K, int Q>
+    template <int J>
     QZRCFA_INLINE void diagonal(Site site, Saturation form) {
-        const Floats sum = ((floats<K, Q>(up_left) / floats<K, Q>(above.left) + floats<K, Q>(up_right) / floats<K, Q>(above.right)) +
-                            floats<K, Q>(down_left) / floats<K, Q>(below.left)) +
-                           floats<K, Q>(down_right) / floats<K, Q>(below.right);
-        const Quarter estimate = to_bytes(sum * (floats<K, Q>(here.green) * 0.25f), form);
-        const Quarter own = quarter_lanes<K, Q>(mid, std::make_index_sequence<kQuarter>());
-        blue[K][Q] = site == Site::Red ? estimate : own;
-        red[K][Q] = site == Site::Red ? own : estimate;
+        const Floats sum = ((class_floats<J>(up_left) / class_floats<J>(above.left) + class_floats<J>(up_right) / class_floats<J>(above.right)) +
+                            class_floats<J>(down_left) / class_floats<J>(below.left)) +
+                           class_floats<J>(down_right) / class_floats<J>(below.right);
+        const UInts estimate = to_bytes(sum * (class_floats<J>(green) * 0.25f), form);
+        const UInts own = class_lanes<J>(mid);
+        blue[J] = site == Site::Red ? estimate : own;
+        red[J] = site == Site::Red ? own : estimate;
     }
 
     // A green site: the vertical and horizontal estimates. `left_bytes` are the left
     // bytes of the block's pixels as the reference order reads them.
-    template <int K, int Q>
-    QZRCFA_INLINE void green(Site site, Saturation form, const Bytes& left_bytes) {
-        const Floats half_g = floats<K, Q>(here.green) * 0.5f;
-        const Quarter vertical = to_bytes((floats<K, Q>(up) / floats<K, Q>(above.green) + floats<K, Q>(down) / floats<K, Q>(below.green)) * half_g, form);
-        const Quarter horizontal =
-            to_bytes((floats<K, Q>(left) / floats<K, Q>(left_bytes) + floats<K, Q>(right) / floats<K, Q>(here.right)) * half_g, form);
-        blue[K][Q] = site == Site::GreenOnRed ? vertical : horizontal;
-        red[K][Q] = site == Site::GreenOnRed ? horizontal : vertical;
+    template <int J>
+    QZRCFA_INLINE void green_site(Site site, Saturation form, const Bytes& left_bytes) {
+        const Floats half_g = class_floats<J>(green) * 0.5f;
+        const UInts vertical =
+            to_bytes((class_floats<J>(up) / class_floats<J>(above.green) + class_floats<J>(down) / class_floats<J>(below.green)) * half_g, form);
+        const UInts horizontal =
+            to_bytes((class_floats<J>(left) / class_floats<J>(left_bytes) + class_floats<J>(right) / class_floats<J>(right_bytes)) * half_g, form);
+        blue[J] = site == Site::GreenOnRed ? vertical : horizontal;
+        red[J] = site == Site::GreenOnRed ? horizontal : vertical;
     }
 
+    // The classes of parity K: K and K + 2.
     template <int K>
     QZRCFA_INLINE void diagonals(Site site, Saturation form) {
-        diagonal<K, 0>(site, form);
-        diagonal<K, 1>(site, form);
+        diagonal<K>(site, form);
+        diagonal<K + 2>(site, form);
     }
 
     template <int K>
     QZRCFA_INLINE void greens(Site site, Saturation form, const Bytes& left_bytes) {
-        green<K, 0>(site, form, left_bytes);
-        green<K, 1>(site, form, left_bytes);
+        green_site<K>(site, form, left_bytes);
+        green_site<K + 2>(site, form, left_bytes);
     }
 };
 
+// With three-byte pixels every quotient an estimate divides is a neighbour's sample
+// over that neighbour's green element, which the colour pass never writes, so a row's
+// quotients are computed once per site instead of once per use: a chunk of up to
+// kChunkBlocks blocks first computes the quotients its estimates read, above, below
+// and in the row itself, into arrays by class with a site to spare at each end (those
+// two one at a time), and then each block's estimates from them. That is one and a
+// half divisions per pixel instead of four, two on the rows of the top-down BGGR
+// member whose sites all take the diagonal formulas.
+constexpr int kChunkBlocks = 8;
+
+struct Quotients {
+    // q[J][1 + i] is the quotient of pixel 4 i + J of the chunk; q[3][0] is that of the
+    // pixel before the chunk, q[0][1 + n / 4] that of the pixel after its n pixels.
+    float q[4][kChunkBlocks * kQuarter + 2];
+
+    // The quotients of the classes in `classes` (a bit per class) of raw row s, output
+    // row d, for the chunk of `blocks` blocks at x.
+    QZRCFA_INLINE void compute(const uint8_t* s, const uint8_t* d, int x, int blocks, unsigned classes) {
+        for (int b = 0; b < blocks; ++b) {
+            const int at = x + b * kLanes;
+            const Bytes m = load<Bytes>(s + at), g = gather<3>(d + std::ptrdiff_t(at) * 3 + kGreen);
+            const int i = 1 + b * kQuarter;
+            if (classes & 1) store(&q[0][i], class_floats<0>(m) / class_floats<0>(g));
+            if (classes & 2) store(&q[1][i], class_floats<1>(m) / class_floats<1>(g));
+            if (classes & 4) store(&q[2][i], class_floats<2>(m) / class_floats<2>(g));
+            if (classes & 8) store(&q[3][i], class_floats<3>(m) / class_floats<3>(g));
+        }
+        const auto one = [&](int c) { return float(s[c]) / float(d[std::ptrdiff_t(c) * 3 + kGreen]); };
+        if (classes & 8) q[3][0] = one(x - 1);
+        if (classes & 1) q[0][1 + blocks * kQuarter] = one(x + blocks * kLanes);
+    }
+
+    // Lanes i of block b: the quotients of pixels 4 i + J - 1, 4 i + J and 4 i + J + 1.
+    template <int J>
+    QZRCFA_INLINE Floats before(int b) const {
+        return J == 0 ? load<Floats>(&q[3][b * kQuarter]) : load<Floats>(&q[J - 1][1 + b * kQuarter]);
+    }
+    template <int J>
+    QZRCFA_INLINE Floats at(int b) const {
+        return load<Floats>(&q[J][1 + b * kQuarter]);
+    }
+    template <int J>
+    QZRCFA_INLINE Floats after(int b) const {
+        return J == 3 ? load<Floats>(&q[0][2 + b * kQuarter]) : load<Floats>(&q[J + 1][1 + b * kQuarter]);
+    }
+};
+
+// One chunk; D is the parity (from x) of the red and blue sites, or 2 where every site
+// of the row takes the diagonal formulas.
+template <int D>
+QZRCFA_INLINE void smooth_hue_chunk3(const Row<uint8_t>& row, const SmoothHueRule& rule, const PixelMask<3>& mask, int x, int blocks) {
+    constexpr unsigned odd = 0b1010, even = 0b0101;
+    constexpr unsigned around = D == 2 ? 0b1111 : D == 0 ? odd : even;  // read above and below
+    constexpr unsigned beside = D == 2 ? 0 : D == 0 ? even : odd;       // read in the row
+    const std::ptrdiff_t w = row.width;
+    const uint8_t* d = row.d;
+    Quotients up, down, here;
+    up.compute(row.s - w, d + row.up, x, blocks, around);
+    down.compute(row.s + w, d + row.down, x, blocks, around);
+    if constexpr (beside != 0) here.compute(row.s, d, x, blocks, beside);
+    Site site[4];
+    for (int j = 0; j < 4; ++j) {
+        site[j] = row.phase.site(x + j);
+        if (site[j] == Site::GreenOnBlue) site[j] = rule.green_on_blue_as;
+    }
+    const Saturation form = rule.saturation;
+    for (int b = 0; b < blocks; ++b) {
+        const int at = x + b * kLanes;
+        uint8_t* px = row.d + std::ptrdiff_t(at) * 3;
+        const Bytes green = gather<3>(px + kGreen), mid = load<Bytes>(row.s + at);
+        UInts blue[4], red[4];
+        const auto estimate = [&]<int J>() QZRCFA_LAMBDA_INLINE {
+            if constexpr (D == 2 || (J & 1) == D) {
+                const Floats sum = ((up.before<J>(b) + up.after<J>(b)) + down.before<J>(b)) + down.after<J>(b);
+                const UInts value = to_bytes(sum * (class_floats<J>(green) * 0.25f), form);
+                const UInts own = class_lanes<J>(mid);
+                blue[J] = site[J] == Site::Red ? value : own;
+                red[J] = site[J] == Site::Red ? own : value;
+            } else {
+                const Floats half_g = class_floats<J>(green) * 0.5f;
+                const UInts vertical = to_bytes((up.at<J>(b) + down.at<J>(b)) * half_g, form);
+                const UInts horizontal = to_bytes((here.before<J>(b) + here.after<J>(b)) * half_g, form);
+                blue[J] = site[J] == Site::GreenOnRed ? vertical : horizontal;
+                red[J] = site[J] == Site::GreenOnRed ? horizontal : vertical;
+            }
+        };
+        estimate.template operator()<0>();
+        estimate.template operator()<1>();
+        estimate.template operator()<2>();
+        estimate.template operator()<3>();
+        store_masked<3>(px, join_classes(blue), Bytes{}, join_classes(red), mask);
+    }
+}
+
+int smooth_hue_colour3(const Row<uint8_t>& row, const SmoothHueRule& rule, int c) {
+    const PixelMask<3> mask = pixel_mask<3>(~Bytes{}, Bytes{}, ~Bytes{});
+    const auto chunk = [&](int x, int blocks) {
+        const bool green0 = is_green(row.phase.site(x)), green1 = is_green(row.phase.site(x + 1));
+        const bool all_diagonal = !is_green(rule.green_on_blue_as) && row.phase.colour == kBlue;
+        if (all_diagonal) smooth_hue_chunk3<2>(row, rule, mask, x, blocks);
+        else if (green1) smooth_hue_chunk3<0>(row, rule, mask, x, blocks);
+        else if (green0) smooth_hue_chunk3<1>(row, rule, mask, x, blocks);
+    };
+    int x = c;
+    while (row.c_last + 1 - x >= kLanes) {
+        const int blocks = (row.c_last + 1 - x) / kLanes < kChunkBlocks ? (row.c_last + 1 - x) / kLanes : kChunkBlocks;
+        chunk(x, blocks);
+        x += blocks * kLanes;
+    }
+    // The last columns again with the block that ends the row: nothing a block writes
+    // is read by another.
+    if (x <= row.c_last) chunk(row.c_last + 1 - kLanes, 1);
+    return row.c_last + 1;
+}
+
 int smooth_hue_colour_wide(const Row<uint8_t>& row, const SmoothHueRule& rule, int c) {
     if (row.c_last - c + 1 < kLanes) return c;
-    return for_stride(row.stride, c, [&]<int P>() {
-        Site site[2];
-        for (int k = 0; k < 2; ++k) {
-            site[k] = row.phase.site(c + k);
-            if (site[k] == Site::GreenOnBlue) site[k] = rule.green_on_blue_as;
+    if (row.stride == 3) return smooth_hue_colour3(row, rule, c);
+    if (row.stride != 4) return c;
+    Site site[2];
+    for (int k = 0; k < 2; ++k) {
+        site[k] = row.phase.site(c + k);
+        if (site[k] == Site::GreenOnBlue) site[k] = rule.green_on_blue_as;
+    }
+    // At most one parity is green (the top-down BGGR member's even rows have none).
+    const int green = is_green(site[0]) ? 0 : is_green(site[1]) ? 1 : -1;
+    const Saturation form = rule.saturation;
+    const PixelMask<4> mask = pixel_mask<4>(~Bytes{}, Bytes{}, ~Bytes{});
+    // The red elements of the block before, the last of them the first pixel's left byte.
+    Bytes before{};
+    before[kLanes - 1] = row.d[std::ptrdiff_t(c) * 4 - 2];
+    // Blocks do not overlap: a block's right bytes are the blue elements the block
+    // before it would already have written.
+    int x = c;
+    for (; x + kLanes - 1 <= row.c_last; x += kLanes) {
+        uint8_t* px = row.d + std::ptrdiff_t(x) * 4;
+        HueBlock b(row, x, px);
+        if (green != 0) b.diagonals<0>(site[0], form);
+        if (green != 1) b.diagonals<1>(site[1], form);
+        if (green >= 0) {
+            const Bytes left_bytes = shift_in(before, join_classes(b.red), std::make_index_sequence<kLanes>());
+            if (green == 0) b.greens<0>(site[0], form, left_bytes);
+            else b.greens<1>(site[1], form, left_bytes);
         }
-        // At most one parity is green (the top-down BGGR member's even rows have none).
-        const int green = is_green(site[0]) ? 0 : is_green(site[1]) ? 1 : -1;
-        const Saturation form = rule.saturation;
-        const PixelMask<P> mask = pixel_mask<P>(~Bytes{}, Bytes{}, ~Bytes{});
-        const Row<uint8_t> r = row;
-        auto compute = [&](int x) QZRCFA_LAMBDA_INLINE {
-            HueBlock<P> b(r, x, r.d + std::ptrdiff_t(x) * P);
-            if (green != 0) b.template diagonals<0>(site[0], form);
-            if (green != 1) b.template diagonals<1>(site[1], form);
-            if (green >= 0) {
-                // The left byte of a four-byte pixel is the red element of the pixel
-                // before, which the red and blue sites of this block have just computed.
-                const Bytes left_bytes = P == 4 ? shift_in(b.here.left, join_parities(b.red), std::make_index_sequence<kLanes>())
-                                                : b.here.left;
-                if (green == 0) b.template greens<0>(site[0], form, left_bytes);
-                else b.template greens<1>(site[1], form, left_bytes);
-            }
-            return Planes<Bytes>{join_parities(b.blue), Bytes{}, join_parities(b.red)};
-        };
-        auto store = [&](const Planes<Bytes>& p, int x, bool) QZRCFA_LAMBDA_INLINE {
-            store_masked<P>(r.d + std::ptrdiff_t(x) * P, p.blue, Bytes{}, p.red, mask);
-        };
-        // With three-byte pixels a block reads only greens of its own row, which no
-        // block writes; with four it reads the red and blue bytes next to its pixels as
-        // the blocks before have left them, so each block is stored before the next
-        // is computed, and no two overlap.
-        if constexpr (P == 3) return run_blocks<kLanes>(c, r.c_last, -1, compute, store);
-        int x = c;
-        for (; x + kLanes - 1 <= r.c_last; x += kLanes) store(compute(x), x, false);
-        return x;
+        before = join_classes(b.red);
+        store_masked<4>(px, join_classes(b.blue), Bytes{}, before, mask);
+    }
+    return x;
+}
+
+// ---------------------------------------------------------------------------------
+// gbri, the extended library's method: every pass element-wise on rows of floats.
+
+#if defined(QZRCFA_EXTENDED)
+
+// All ones in the lanes of a block at column x whose column has the given parity.
+QZRCFA_INLINE Ints column_lanes(int x, int parity) { return parity_lanes<Ints>((parity ^ x) & 1); }
+
+QZRCFA_INLINE Floats splat(float f) { return Floats{} + f; }
+
+QZRCFA_INLINE Floats absolute(const Floats& v) { return (Floats)((Ints)v & 0x7FFFFFFF); }
+
+template <class Compute>
+QZRCFA_INLINE int float_row(const GbriRow& row, int x, float* out, Compute&& compute) {
+    if (row.x_last - x + 1 < kQuarter) return x;
+    return run_blocks<kQuarter>(x, row.x_last, -1, compute,
+                                [out](const Floats& v, int c, bool) QZRCFA_LAMBDA_INLINE { store(out + c, v); });
+}
+
+QZRCFA_INLINE Floats ha_difference(const Floats& c0, const Floats& c1a, const Floats& c1b, const Floats& c2a,
+                                   const Floats& c2b, const Ints& green) {
+    const Floats v = (splat(0.5f) * c0 - splat(0.5f) * (c1a + c1b)) + splat(0.25f) * (c2a + c2b);
+    return select_bits(green, v, -v);
+}
+
+QZRCFA_INLINE Floats lattice_sum(const float* u, const float* c, const float* d, int x) {
+    const Floats su = (load<Floats>(u + x - 2) + load<Floats>(u + x)) + load<Floats>(u + x + 2);
+    const Floats sc = (load<Floats>(c + x - 2) + load<Floats>(c + x)) + load<Floats>(c + x + 2);
+    const Floats sd = (load<Floats>(d + x - 2) + load<Floats>(d + x)) + load<Floats>(d + x + 2);
+    return (su + sc) + sd;
+}
+
+template <class T>
+int gbri_samples(const GbriRow& row, int x) {
+    const T* s = static_cast<const T*>(row.samples);
+    return float_row(row, x, row.out[0], [&](int c) QZRCFA_LAMBDA_INLINE {
+        if constexpr (sizeof(T) == 1) {
+            return to_floats(load<Quarter>(s + c));
+        } else {
+            return __builtin_convertvector(__builtin_convertvector(load<QuarterWords>(s + c), Ints), Floats) / splat(257.0f);
+        }
     });
 }
+
+int gbri_vertical(const GbriRow& row, int x) {
+    const float* const* m = row.in;
+    return float_row(row, x, row.out[0], [&](int c) QZRCFA_LAMBDA_INLINE {
+        return ha_difference(load<Floats>(m[2] + c), load<Floats>(m[1] + c), load<Floats>(m[3] + c), load<Floats>(m[0] + c),
+                             load<Floats>(m[4] + c), ~column_lanes(c, row.parity));
+    });
+}
+
+int gbri_horizontal(const GbriRow& row, int x) {
+    const float* m = row.in[0];
+    return float_row(row, x, row.out[0], [&](int c) QZRCFA_LAMBDA_INLINE {
+        return ha_difference(load<Floats>(m + c), load<Floats>(m + c - 1), load<Floats>(m + c + 1), load<Floats>(m + c - 2),
+                             load<Floats>(m + c + 2), ~column_lanes(c, row.parity));
+    });
+}
+
+int gbri_across(const GbriRow& row, int x) {
+    return float_row(row, x, row.out[0], [&](int c) QZRCFA_LAMBDA_INLINE {
+        return absolute(load<Floats>(row.in[0] + c) - load<Floats>(row.in[1] + c));
+    });
+}
+
+int gbri_along(const GbriRow& row, int x) {
+    const float* v = row.in[0];
+    return float_row(row, x, row.out[0],
+                     [&](int c) QZRCFA_LAMBDA_INLINE { return absolute(load<Floats>(v + c - 1) - load<Floats>(v + c + 1)); });
+}
+
+int gbri_columns5(const GbriRow& row, int x) {
+    const float* const* r = row.in;
+    return float_row(row, x, row.out[0], [&](int c) QZRCFA_LAMBDA_INLINE {
+        return (((load<Floats>(r[0] + c) + load<Floats>(r[1] + c)) + load<Floats>(r[2] + c)) + load<Floats>(r[3] + c)) +
+               load<Floats>(r[4] + c);
+    });
+}
+
+int gbri_row5(const GbriRow& row, int x) {
+    const float* v = row.in[0];
+    return float_row(row, x, row.out[0], [&](int c) QZRCFA_LAMBDA_INLINE {
+        return (((load<Floats>(v + c - 2) + load<Floats>(v + c - 1)) + load<Floats>(v + c)) + load<Floats>(v + c + 1)) +
+               load<Floats>(v + c + 2);
+    });
+}
+
+int gbri_green(const GbriRow& row, int x) {
+    const float *m = row.in[0], *dh = row.in[1], *dv0 = row.in[2], *dvu1 = row.in[3], *dvu2 = row.in[4],
+                *dvu3 = row.in[5], *dvd1 = row.in[6], *dvd2 = row.in[7], *dvd3 = row.in[8], *sh = row.in[9],
+                *svn = row.in[10], *svs = row.in[11];
+    const Floats eps = splat(1.0f), one = splat(1.0f);
+    const Floats f0 = splat(0.4f), f1 = splat(0.3f), f2 = splat(0.2f), f3 = splat(0.1f);
+    return float_row(row, x, row.out[0], [&](int c) QZRCFA_LAMBDA_INLINE {
+        const Floats sn = load<Floats>(svn + c) + eps, ss = load<Floats>(svs + c) + eps;
+        const Floats sw = load<Floats>(sh + c - 2) + eps, se = load<Floats>(sh + c + 2) + eps;
+        const Floats wn = one / ((sn * sn) * sn), ws = one / ((ss * ss) * ss);
+        const Floats ww = one / ((sw * sw) * sw), we = one / ((se * se) * se);
+        const Floats d0 = load<Floats>(dv0 + c), h0 = load<Floats>(dh + c);
+        const Floats en = ((f0 * d0 + f1 * load<Floats>(dvu1 + c)) + f2 * load<Floats>(dvu2 + c)) + f3 * load<Floats>(dvu3 + c);
+        const Floats es = ((f0 * d0 + f1 * load<Floats>(dvd1 + c)) + f2 * load<Floats>(dvd2 + c)) + f3 * load<Floats>(dvd3 + c);
+        const Floats ew = ((f0 * h0 + f1 * load<Floats>(dh + c - 1)) + f2 * load<Floats>(dh + c - 2)) + f3 * load<Floats>(dh + c - 3);
+        const Floats ee = ((f0 * h0 + f1 * load<Floats>(dh + c + 1)) + f2 * load<Floats>(dh + c + 2)) + f3 * load<Floats>(dh + c + 3);
+        const Floats num = ((wn * en + ws * es) + ww * ew) + we * ee;
+        const Floats den = ((wn + ws) + ww) + we;
+        const Floats mv = load<Floats>(m + c);
+        return select_bits(column_lanes(c, row.parity), mv + num / den, mv);
+    });
+}
+
+int gbri_laplacians(const GbriRow& row, int x) {
+    if (row.x_last - x + 1 < kQuarter) return x;
+    const float *m0 = row.in[0], *mu = row.in[1], *md = row.in[2], *g0 = row.in[3], *gu = row.in[4], *gd = row.in[5];
+    struct Products {
+        Floats p, q;
+    };
+    return run_blocks<kQuarter>(
+        x, row.x_last, -1,
+        [&](int c) QZRCFA_LAMBDA_INLINE {
+            const Floats lc = splat(4.0f) * load<Floats>(m0 + c) -
+                              ((load<Floats>(m0 + c - 2) + load<Floats>(m0 + c + 2)) + (load<Floats>(mu + c) + load<Floats>(md + c)));
+            const Floats lg = splat(4.0f) * load<Floats>(g0 + c) -
+                              ((load<Floats>(g0 + c - 2) + load<Floats>(g0 + c + 2)) + (load<Floats>(gu + c) + load<Floats>(gd + c)));
+            return Products{lg * lc, lg * lg};
+        },
+        [&](const Products& v, int c, bool) QZRCFA_LAMBDA_INLINE {
+            store(row.out[0] + c, v.p);
+            store(row.out[1] + c, v.q);
+        });
+}
+
+int gbri_model(const GbriRow& row, int x) {
+    if (row.x_last - x + 1 < kQuarter) return x;
+    const float* const* i = row.in;
+    struct Model {
+        Floats a, b;
+    };
+    return run_blocks<kQuarter>(
+        x, row.x_last, -1,
+        [&](int c) QZRCFA_LAMBDA_INLINE {
+            const Floats a = lattice_sum(i[0], i[1], i[2], c) / (lattice_sum(i[3], i[4], i[5], c) + splat(100.0f));
+            return Model{a, (lattice_sum(i[6], i[7], i[8], c) - a * lattice_sum(i[9], i[10], i[11], c)) * splat(1.0f / 9.0f)};
+        },
+        [&](const Model& v, int c, bool) QZRCFA_LAMBDA_INLINE {
+            store(row.out[0] + c, v.a);
+            store(row.out[1] + c, v.b);
+        });
+}
+
+int gbri_means(const GbriRow& row, int x) {
+    if (row.x_last - x + 1 < kQuarter) return x;
+    const float* const* i = row.in;
+    struct Means {
+        Floats a, b, e;
+    };
+    return run_blocks<kQuarter>(
+        x, row.x_last, -1,
+        [&](int c) QZRCFA_LAMBDA_INLINE {
+            const Floats am = lattice_sum(i[0], i[1], i[2], c) * splat(1.0f / 9.0f);
+            const Floats bm = lattice_sum(i[3], i[4], i[5], c) * splat(1.0f / 9.0f);
+            return Means{am, bm, load<Floats>(i[6] + c) - (am * load<Floats>(i[7] + c) + bm)};
+        },
+        [&](const Means& v, int c, bool) QZRCFA_LAMBDA_INLINE {
+            store(row.out[0] + c, v.a);
+            store(row.out[1] + c, v.b);
+            store(row.out[2] + c, v.e);
+        });
+}
+
+// Round half up of the value clamped to the range of T (the value is never NaN).
+template <class T>
+QZRCFA_INLINE Ints to_ints(Floats v) {
+    if constexpr (sizeof(T) == 2) v = v * splat(257.0f);
+    const float top = sizeof(T) == 1 ? 255.0f : 65535.0f;
+    v = select_bits(v < 0.0f, Floats{}, v);
+    v = select_bits(v > top, splat(top), v);
+    return __builtin_convertvector(v + splat(0.5f), Ints);
+}
+
+// The colours of quarter Q of a pixels block at column x: the row's own colour c1, the
+// other c2 and green, as integers; samples are placed by the caller.
+template <class T>
+struct QuarterColours {
+    Ints c1, c2, green;
+};
+
+template <class T>
+QZRCFA_INLINE QuarterColours<T> quarter_colours(const GbriRow& row, int c) {
+    const float *g = row.in[0], *a1 = row.in[1], *b1 = row.in[2], *e1 = row.in[3];
+    const float *a2u = row.in[4], *b2u = row.in[5], *e2u = row.in[6], *a2d = row.in[7], *b2d = row.in[8], *e2d = row.in[9];
+    auto at = [&](const float* p, int d) QZRCFA_LAMBDA_INLINE { return load<Floats>(p + c + d); };
+    const Floats gv = at(g, 0), half = splat(0.5f), quarter = splat(0.25f);
+    const Floats aD = ((at(a2u, -1) + at(a2u, 1)) + (at(a2d, -1) + at(a2d, 1))) * quarter;
+    const Floats bD = ((at(b2u, -1) + at(b2u, 1)) + (at(b2d, -1) + at(b2d, 1))) * quarter;
+    const Floats eD = ((at(e2u, -1) + at(e2u, 1)) + (at(e2d, -1) + at(e2d, 1))) * quarter;
+    const Floats aH = (at(a1, -1) + at(a1, 1)) * half, bH = (at(b1, -1) + at(b1, 1)) * half, eH = (at(e1, -1) + at(e1, 1)) * half;
+    const Floats aV = (at(a2u, 0) + at(a2d, 0)) * half, bV = (at(b2u, 0) + at(b2d, 0)) * half, eV = (at(e2u, 0) + at(e2d, 0)) * half;
+    const Ints lattice = column_lanes(c, row.parity);
+    // At the row's red or blue sites: c1 is the sample, green and c2 (diagonal) computed;
+    // at green sites: green is the sample, c1 (horizontal) and c2 (vertical) computed.
+    return {to_ints<T>((aH * gv + bH) + eH),
+            select_bits(lattice, to_ints<T>((aD * gv + bD) + eD), to_ints<T>((aV * gv + bV) + eV)), to_ints<T>(gv)};
+}
+
+template <std::size_t... I>
+QZRCFA_INLINE Bytes join_halves(const Half& a, const Half& b, std::index_sequence<I...>) {
+    return __builtin_shufflevector(a, b, int(I)...);
+}
+
+template <class T>
+int gbri_pixels(const GbriRow& row, int x) {
+    constexpr int n = sizeof(T) == 1 ? kLanes : kLanes / 2;  // columns per block
+    using V = std::conditional_t<sizeof(T) == 1, Bytes, Words>;
+    if (row.x_last - x + 1 < n) return x;
+    const T* src = static_cast<const T*>(row.samples);
+    T* out = static_cast<T*>(row.pixels);
+    const bool red = row.colour == kRed;
+    auto narrow_ints = [](const Ints& v) QZRCFA_LAMBDA_INLINE { return __builtin_convertvector(v, QuarterWords); };
+    return for_stride(row.stride, x, [&]<int P>() {
+        return run_blocks<n>(
+            x, row.x_last, -1,
+            [&](int c) QZRCFA_LAMBDA_INLINE {
+                V colour[3];  // c1, c2, green
+                if constexpr (sizeof(T) == 1) {
+                    Quarter q[3][4];
+                    for (int k = 0; k < 4; ++k) {
+                        const QuarterColours<T> v = quarter_colours<T>(row, c + k * kQuarter);
+                        q[0][k] = __builtin_convertvector(narrow_ints(v.c1), Quarter);
+                        q[1][k] = __builtin_convertvector(narrow_ints(v.c2), Quarter);
+                        q[2][k] = __builtin_convertvector(narrow_ints(v.green), Quarter);
+                    }
+                    const auto halves = std::make_index_sequence<kLanes / 2>();
+                    const auto lanes = std::make_index_sequence<kLanes>();
+                    for (int i = 0; i < 3; ++i)
+                        colour[i] = join_halves(join_quarters(q[i][0], q[i][1], halves), join_quarters(q[i][2], q[i][3], halves), lanes);
+                } else {
+                    QuarterWords q[3][2];
+                    for (int k = 0; k < 2; ++k) {
+                        const QuarterColours<T> v = quarter_colours<T>(row, c + k * kQuarter);
+                        q[0][k] = narrow_ints(v.c1), q[1][k] = narrow_ints(v.c2), q[2][k] = narrow_ints(v.green);
+                    }
+                    for (int i = 0; i < 3; ++i) colour[i] = join_words(q[i][0], q[i][1], std::make_index_sequence<kLanes / 2>());
+                }
+                // Measured samples: the row's colour at its red or blue sites, green elsewhere.
+                const V samples = load<V>(src + c);
+                const V lattice = parity_lanes<V>((row.parity ^ c) & 1);
+                colour[0] = select(lattice, samples, colour[0]);
+                colour[2] = select(lattice, colour[2], samples);
+                return red ? Planes<V>{colour[1], colour[2], colour[0]} : Planes<V>{colour[0], colour[2], colour[1]};
+            },
+            [&](const Planes<V>& p, int c, bool) QZRCFA_LAMBDA_INLINE {
+                if constexpr (sizeof(T) == 1) store_pixels<P>(out + std::ptrdiff_t(c) * P, p.blue, p.green, p.red, true);
+                else store_pixels16<P>(out + std::ptrdiff_t(c) * P, p.blue, p.green, p.red, true);
+            });
+    });
+}
+
+#define QZRCFA_GBRI_KERNELS                                                                                       \
+    {gbri_samples<uint8_t>, gbri_samples<uint16_t>, gbri_vertical, gbri_horizontal, gbri_across, gbri_along,    \
+     gbri_columns5, gbri_row5, gbri_green, gbri_laplacians, gbri_model, gbri_means, gbri_pixels<uint8_t>,       \
+     gbri_pixels<uint16_t>}
+#else
+#define QZRCFA_GBRI_KERNELS {}
+#endif
 
 // ---------------------------------------------------------------------------------
 
@@ -556,4 +964,5 @@ constexpr KernelSet kKernelSet = {
     laplacian_colour_wide,
     smooth_hue_green_wide,
     smooth_hue_colour_wide,
+    QZRCFA_GBRI_KERNELS,
 };

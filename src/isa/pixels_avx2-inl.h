@@ -105,11 +105,11 @@ QZRCFA_INLINE Bytes gather(const std::uint8_t* p) {
 }
 
 template <int P>
-QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r) {
+QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r, bool white = false) {
     const __m256i vb = (__m256i)b, vg = (__m256i)g, vr = (__m256i)r;
-    store_pixels16_128<P>(out, _mm256_castsi256_si128(vb), _mm256_castsi256_si128(vg), _mm256_castsi256_si128(vr));
+    store_pixels16_128<P>(out, _mm256_castsi256_si128(vb), _mm256_castsi256_si128(vg), _mm256_castsi256_si128(vr), white);
     store_pixels16_128<P>(out + 8 * P, _mm256_extracti128_si256(vb, 1), _mm256_extracti128_si256(vg, 1),
-                          _mm256_extracti128_si256(vr, 1));
+                          _mm256_extracti128_si256(vr, 1), white);
 }
 
 // The mean of two lanes rounded up, (a + b + 1) >> 1, without overflow.

@@ -209,13 +209,14 @@ template <int P>
 inline constexpr __mmask32 kRedWords[4] = {word_bits(P, 0, 2), word_bits(P, 32, 2), word_bits(P, 64, 2), word_bits(P, 96, 2)};
 
 template <int P>
-QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r) {
+QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r, bool white = false) {
     for (int v = 0; v < P; ++v) {
         const __m512i index = _mm512_load_si512(kInterleave16<P>.index[v]);
         const __m512i bg = _mm512_permutex2var_epi16((__m512i)b, index, (__m512i)g);
         const __m512i px = _mm512_mask_permutexvar_epi16(bg, kRedWords<P>[v], index, (__m512i)r);
         if constexpr (P == 4) {
-            _mm512_mask_storeu_epi16(out + 32 * v, 0x77777777u, px);
+            _mm512_mask_storeu_epi16(out + 32 * v, white ? 0xFFFFFFFFu : 0x77777777u,
+                                     white ? _mm512_mask_mov_epi16(px, 0x88888888u, _mm512_set1_epi32(-1)) : px);
         } else {
             _mm512_storeu_si512(out + 32 * v, px);
         }

@@ -115,13 +115,15 @@ QZRCFA_INLINE Bytes gather(const std::uint8_t* p) {
     }
 }
 
-// kLanes / 2 pixels of P 16-bit elements; element 3 of four-element pixels kept.
+// kLanes / 2 pixels of P 16-bit elements; element 3 of four-element pixels kept, or the
+// largest value when `white`.
 template <int P>
-QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r) {
+QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r, bool white = false) {
     if constexpr (P == 3) {
         store_planes(out, uint16x8x3_t{{u16(b), u16(g), u16(r)}});
     } else {
-        store_planes(out, uint16x8x4_t{{u16(b), u16(g), u16(r), load_planes<uint16x8x4_t>(out).val[3]}});
+        const uint16x8_t a = white ? vdupq_n_u16(0xFFFF) : load_planes<uint16x8x4_t>(out).val[3];
+        store_planes(out, uint16x8x4_t{{u16(b), u16(g), u16(r), a}});
     }
 }
 

@@ -79,8 +79,8 @@ QZRCFA_INLINE Bytes gather(const std::uint8_t* p) {
 
 // kLanes / 2 pixels of P 16-bit elements; element 3 of four-element pixels kept.
 template <int P>
-QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r) {
-    store_pixels16_128<P>(out, (__m128i)b, (__m128i)g, (__m128i)r);
+QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r, bool white = false) {
+    store_pixels16_128<P>(out, (__m128i)b, (__m128i)g, (__m128i)r, white);
 }
 
 // The mean of two lanes rounded up, (a + b + 1) >> 1, without overflow.

@@ -74,17 +74,18 @@ QZRCFA_INLINE __m128i gather3_128(const std::uint8_t* p) {
 }
 
 // Eight pixels of P (3 or 4) 16-bit elements from eight lanes of blue, green and red:
-// exactly 8 * P elements are stored, element 3 of four-element pixels kept.
+// exactly 8 * P elements are stored, element 3 of four-element pixels kept, or the
+// largest value when `white`.
 template <int P>
-QZRCFA_INLINE void store_pixels16_128(std::uint16_t* out, __m128i b, __m128i g, __m128i r) {
-    const __m128i zero = _mm_setzero_si128();
+QZRCFA_INLINE void store_pixels16_128(std::uint16_t* out, __m128i b, __m128i g, __m128i r, bool white = false) {
+    const __m128i fourth = white ? _mm_set1_epi32(-1) : _mm_setzero_si128();
     const __m128i bg_lo = _mm_unpacklo_epi16(b, g), bg_hi = _mm_unpackhi_epi16(b, g);
-    const __m128i r_lo = _mm_unpacklo_epi16(r, zero), r_hi = _mm_unpackhi_epi16(r, zero);
+    const __m128i r_lo = _mm_unpacklo_epi16(r, fourth), r_hi = _mm_unpackhi_epi16(r, fourth);
     // Two pixels of four elements (the fourth 0) in each.
     const __m128i px[4] = {_mm_unpacklo_epi32(bg_lo, r_lo), _mm_unpackhi_epi32(bg_lo, r_lo),
                            _mm_unpacklo_epi32(bg_hi, r_hi), _mm_unpackhi_epi32(bg_hi, r_hi)};
     if constexpr (P == 4) {
-        const __m128i keep = _mm_set1_epi64x(std::int64_t(0xFFFF000000000000ull));
+        const __m128i keep = _mm_set1_epi64x(white ? 0 : std::int64_t(0xFFFF000000000000ull));
         for (int i = 0; i < 4; ++i)
             store_128(out + 8 * i, _mm_or_si128(_mm_and_si128(load_128(out + 8 * i), keep), px[i]));
     } else {

@@ -2,14 +2,15 @@
 # Installs the build tree into a fresh prefix, checks what landed there, then builds
 # and runs a small consumer against it twice: through find_package(qzrcfa) and
 # through pkg-config.
-#   run.sh BUILD_DIR CONSUMER_SOURCE WORK_DIR CMAKE CXX [EXTRA_FLAGS [TOOLCHAIN_FILE [EMULATOR]]]
+#   run.sh BUILD_DIR CONSUMER_SOURCE WORK_DIR CMAKE CXX [EXTRA_FLAGS [PYTHON [TOOLCHAIN_FILE [EMULATOR]]]]
 # EXTRA_FLAGS go to the consumer's compile and link (the sanitizer build passes its
-# sanitizer flags, since its library needs their runtime in the program). A cross
-# build passes its toolchain file, for the consumer's CMake build, and the command that
-# runs its programs (qemu-aarch64), which starts every program built or installed here.
+# sanitizer flags, since its library needs their runtime in the program). PYTHON, when
+# the build has the Python module, imports the installed module. A cross build passes
+# its toolchain file, for the consumer's CMake build, and the command that runs its
+# programs (qemu-aarch64), which starts every program built or installed here.
 set -euo pipefail
-build=$1 source=$2 work=$3 cmake=$4 cxx=$5 flags=${6:-} toolchain=${7:-}
-read -r -a emulator <<<"${8:-}"
+build=$1 source=$2 work=$3 cmake=$4 cxx=$5 flags=${6:-} python=${7:-} toolchain=${8:-}
+read -r -a emulator <<<"${9:-}"
 
 rm -rf "$work"
 prefix=$work/prefix
@@ -17,8 +18,8 @@ prefix=$work/prefix
 
 fail() { echo "consumer test: $*" >&2; exit 1; }
 libdir=$(cd "$prefix" && ls -d lib*/ | head -n1); libdir=${libdir%/}
-for f in include/qzrcfa.h include/qzrcfa.hpp bin/qzrcfa-demosaic bin/qzrcfa-quality \
-         "$libdir/pkgconfig/qzrcfa.pc" "$libdir/cmake/qzrcfa/qzrcfaConfig.cmake" \
+for f in include/qzrcfa.h include/qzrcfa.hpp include/qzrcfa_ext.h bin/qzrcfa-demosaic bin/qzrcfa-quality \
+         "$libdir/pkgconfig/qzrcfa.pc" "$libdir/pkgconfig/qzrcfa-ext.pc" "$libdir/cmake/qzrcfa/qzrcfaConfig.cmake" \
          "$libdir/cmake/qzrcfa/qzrcfaConfigVersion.cmake" "$libdir/cmake/qzrcfa/qzrcfaTargets.cmake"; do
   [ -e "$prefix/$f" ] || fail "missing $f"
 done
@@ -47,5 +48,17 @@ export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
 [ "$(pkg-config --modversion qzrcfa)" = "$(cd "$prefix/$libdir" && ls libqzrcfa.so.*.*.* | sed 's/libqzrcfa.so.//')" ] ||
   fail "pkg-config reports another version"
 # shellcheck disable=SC2046
-"$cxx" -std=c++20 $flags "$source/consumer.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs qzrcfa)
+"$cxx" -std=c++20 $flags "$source/consumer.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs qzrcfa-ext)
 LD_LIBRARY_PATH=$prefix/$libdir ${emulator[@]+"${emulator[@]}"} "$work/consumer-pc"
+
+# The Python module, from the prefix's site-packages in a clean environment: it finds
+# the installed libraries through its own run path.
+if [ -n "$python" ]; then
+  module=$(find "$prefix" -path '*/site-packages/qzrcfa.*.so')
+  [ -n "$module" ] || fail "the Python module was not installed into site-packages"
+  env -i PYTHONPATH="$(dirname "$module")" "$python" -c '
+import numpy, qzrcfa
+assert qzrcfa.__file__.startswith("'"$prefix"'"), qzrcfa.__file__
+assert qzrcfa.demosaic(numpy.zeros((4, 6), numpy.uint8), "laplacian").shape == (4, 6, 3)' ||
+    fail "the installed Python module does not work"
+fi

@@ -1,0 +1,73 @@
+// The extended library: methods on one thread and on every processor through its C
+// interface (rows NAME@1 and NAME@all, the second with its speed-up over the first),
+// and gbri's kernels for each instruction set the processor has, on one thread
+// (gbri8_ISA@1).
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "bench_common.h"
+#include "detail/kernels.h"
+#include "ext/gbri.h"
+#include "qzrcfa_ext.h"
+
+namespace qzrcfa::bench {
+namespace {
+
+template <class T>
+void demosaic(int method, int threads, const Size& s, int bits, benchmark::State& state) {
+    const std::vector<T>& raw = sizeof(T) == 1 ? reinterpret_cast<const std::vector<T>&>(mosaic8(s.width, s.height))
+                                               : reinterpret_cast<const std::vector<T>&>(mosaic16(s.width, s.height));
+    qzrcfa_request request{raw.data(), raw.size(), s.width, s.height, int(8 * sizeof(T)), nullptr, 0, int(8 * sizeof(T)),
+                           method, QZRCFA_PATTERN_RGGB, QZRCFA_ORDER_TOP_DOWN, bits, threads};
+    std::vector<T> out(qzrcfa_output_elements(&request));
+    request.output = out.data();
+    request.output_count = out.size();
+    char message[256];
+    if (qzrcfa_check(&request, message, sizeof message) != 0) return state.SkipWithError(message);
+    for (auto _ : state) {
+        qzrcfa_demosaic(&request, nullptr, 0);
+        benchmark::DoNotOptimize(out.data());
+        benchmark::ClobberMemory();
+    }
+}
+
+void gbri_on(detail::Isa isa, const Size& s, int bits, benchmark::State& state) {
+    if (!detail::isa_available(isa)) return state.SkipWithError("not on this processor");
+    const std::vector<std::uint8_t>& raw = mosaic8(s.width, s.height);
+    const int stride = bits / 8;
+    std::vector<std::uint8_t> out(std::size_t(s.width) * std::size_t(s.height) * std::size_t(stride));
+    for (auto _ : state) {
+        ext::gbri(raw.data(), s.width, s.height, detail::Pattern::RGGB, out.data(), stride, false, nullptr, isa);
+        benchmark::DoNotOptimize(out.data());
+        benchmark::ClobberMemory();
+    }
+}
+
+const bool registered = [] {
+    struct Method {
+        const char* name;
+        int method;
+    };
+    for (const Method m : {Method{"ext_Nearest", QZRCFA_METHOD_NEAREST}, {"ext_Bilinear", QZRCFA_METHOD_BILINEAR},
+                           {"ext_Laplacian", QZRCFA_METHOD_LAPLACIAN}, {"ext_SmoothHue", QZRCFA_METHOD_SMOOTH_HUE},
+                           {"gbri8", QZRCFA_METHOD_GBRI}})
+        for (const int threads : {1, 0}) {
+            const std::string name = std::string(m.name) + (threads == 1 ? "@1" : "@all");
+            add(name, true, [method = m.method, threads](const Size& s, int bits, benchmark::State& st) {
+                demosaic<std::uint8_t>(method, threads, s, bits, st);
+            });
+        }
+    for (const int threads : {1, 0})
+        add(threads == 1 ? "gbri16@1" : "gbri16@all", true, [threads](const Size& s, int bits, benchmark::State& st) {
+            demosaic<std::uint16_t>(QZRCFA_METHOD_GBRI, threads, s, bits, st);
+        });
+    for (const detail::Isa isa : detail::kIsas)
+        if (isa != detail::Isa::Scalar && isa != detail::Isa::NEON)
+            add(std::string("gbri8_") + detail::isa_name(isa) + "@1", true,
+                [isa](const Size& s, int bits, benchmark::State& st) { gbri_on(isa, s, bits, st); });
+    return true;
+}();
+
+}  // namespace
+}  // namespace qzrcfa::bench

@@ -1,0 +1,150 @@
+# The Python module: the bytes of the library's exports (called through ctypes) for a
+# member of each family, every refusal as its exception, and the GIL released.
+import ctypes
+import os
+import re
+import sys
+import threading
+import time
+
+import numpy as np
+import pytest
+
+import qzrcfa
+
+lib = ctypes.CDLL(os.environ.get("QZRCFA_LIBRARY", "libqzrcfa.so.1"))
+rng = np.random.default_rng(7)
+
+
+def frame(h, w, dtype=np.uint8):
+    return rng.integers(0, np.iinfo(dtype).max + 1, (h, w), dtype=dtype)
+
+
+def blank(shape, dtype, kwargs):  # as demosaic() starts a new array: opaque for bgra32, else 0
+    return np.full(shape, np.iinfo(dtype).max if kwargs.get("format") in ("bgra32", qzrcfa.Format.Bgra32) else 0, dtype)
+
+
+# A member of each family: demosaic()'s arguments, the raw dtype, the export and its
+# bitCount (None for the grey members, which take none).
+ROUND_TRIPS = [
+    (dict(method="nearest"), np.uint8, "QZRCFA_NearestNeighbor_RGGB", 24),
+    (dict(method=qzrcfa.Method.NearestNeighbor, pattern="GBRG", order="bottom-up", format="bgra32"), np.uint16,
+     "QZRCFA_NearestNeighbor_GBRG_Flip_16Bits", 32),
+    (dict(method="nearest", pattern="BGGR", format="grey"), np.uint8, "QZRCFA_NearestNeighbor_BGGR_Gray", None),
+    (dict(method="nearest", order=qzrcfa.RowOrder.BottomUp, format=qzrcfa.Format.Grey), np.uint16,
+     "QZRCFA_NearestNeighbor_RGGB_Gray_Flip_16Bits", None),
+    (dict(pattern=qzrcfa.Pattern.GRBG, order="bottom-up"), np.uint8, "QZRCFA_Bilinear_GRBG_Flip", 24),
+    (dict(method="edge1", pattern="BGGR", format="bgra32"), np.uint8, "QZRCFA_EdgeSensing1_BGGR", 32),
+    (dict(method="edge2", order="bottom-up"), np.uint8, "QZRCFA_EdgeSensing2_RGGB_Flip", 24),
+    (dict(method="laplacian", pattern="GBRG"), np.uint8, "QZRCFA_Laplacian_GBRG", 24),
+    (dict(method="laplacian2"), np.uint8, "_Z22QZRCFA_Laplacian2_RGGBPhiiS_t", 24),
+    (dict(method=qzrcfa.Method.SmoothHue, pattern="BGGR", order="bottom-up"), np.uint8, "QZRCFA_SmoothHue_BGGR_Flip", 24),
+]
+
+
+@pytest.mark.parametrize("kwargs, dtype, name, bits", ROUND_TRIPS, ids=[r[2] for r in ROUND_TRIPS])
+def test_gives_the_bytes_of_the_export(kwargs, dtype, name, bits):
+    raw = frame(517, 1030, dtype)  # large enough for bands on several threads
+    elements = qzrcfa.output_elements(1030, 517, depth=8 * raw.itemsize, **kwargs)
+    expected, src = blank(elements, dtype, kwargs), raw.copy()
+    ptr = ctypes.POINTER(ctypes.c_uint8 if dtype == np.uint8 else ctypes.c_uint16)
+    args = [src.ctypes.data_as(ptr), 1030, 517, expected.ctypes.data_as(ptr)] + ([ctypes.c_ushort(bits)] if bits else [])
+    assert getattr(lib, name)(*args) == 0
+    shape = raw.shape + ((bits // 8,) if bits else ())
+    for threads in (1, 0, 3):
+        got = qzrcfa.demosaic(raw, threads=threads, **kwargs)
+        assert got.dtype == dtype and got.shape == shape
+        assert got.tobytes() == expected[: got.size].tobytes()
+    # Into the caller's array: image-shaped, or flat where the member writes past the image.
+    out = blank(shape if elements == np.prod(shape) else elements, dtype, kwargs)
+    got = qzrcfa.demosaic(raw, out=out, threads=0, **kwargs)
+    assert (got is out or got.base is out) and got.shape == shape
+    assert out.tobytes() == expected.tobytes() and np.array_equal(raw, src)
+
+
+@pytest.mark.parametrize("dtype", [np.uint8, np.uint16])
+def test_gbri_is_the_same_on_every_thread_count_and_keeps_a_flat_field(dtype):
+    raw = frame(517, 1030, dtype)
+    one = qzrcfa.demosaic(raw, method="gbri", pattern="GRBG", format="bgra32", threads=1)
+    assert one.dtype == dtype and one.shape == (517, 1030, 4) and (one[..., 3] == np.iinfo(dtype).max).all()
+    assert qzrcfa.demosaic(raw, method=qzrcfa.Method.Gbri, pattern="GRBG", format="bgra32", threads=0).tobytes() == one.tobytes()
+    flat = qzrcfa.demosaic(np.full((40, 30), 1234 % np.iinfo(dtype).max, dtype), method="gbri", order="bottom-up")
+    assert (flat == 1234 % np.iinfo(dtype).max).all()
+
+
+def test_sizes():
+    assert qzrcfa.minimum_size("laplacian") == (4, 4) and qzrcfa.minimum_size("edge2", "BGGR") == (0, 0)
+    assert qzrcfa.output_elements(10, 8, "nearest", order="bottom-up", format="grey", depth=16) == 82
+    assert qzrcfa.output_elements(3, 3, "laplacian") == 0
+
+
+RAW, SHARED = frame(8, 10), frame(1, 200)
+REFUSALS = [  # demosaic()'s arguments (raw=RAW unless given), the exception, its message
+    # The checked interface's refusals.
+    (dict(method="edge2", pattern="BGGR"), ValueError, "edge sensing 2 exists for RGGB only"),
+    (dict(raw=frame(8, 10, np.uint16)), ValueError, "only nearest neighbour takes 16-bit frames"),
+    (dict(raw=frame(3, 3), method="laplacian"), ValueError, "frame size 3x3 is below the 4x4 minimum"),
+    (dict(threads=-1), ValueError, "thread count -1 is negative"),
+    (dict(threads=1025), ValueError, "thread count 1025 is above the limit of 1024"),
+    (dict(out=np.full((8, 10, 3), 7, np.uint16)), ValueError, "output elements are 16-bit but the samples are 8-bit"),
+    (dict(out=np.full(239, 7, np.uint8)), ValueError, "output holds 239 elements, 10x8 bgr24 needs 240"),
+    (dict(raw=frame(8, 10, np.uint16), out=np.full((8, 10), 7, np.uint16), method="nearest", order="bottom-up",
+          format="grey"), ValueError, "needs 82 (the image and the 2 elements after it"),
+    (dict(raw=SHARED[0, :80].reshape(8, 10), out=SHARED[0, 40:120].reshape(8, 10), method="nearest", format="grey"),
+     ValueError, "the raw frame and the output buffer overlap"),
+    # Names, types and arrays.
+    (dict(method="fast"), ValueError, "unknown method 'fast' (one of 'nearest', 'bilinear'"),
+    (dict(pattern=2), TypeError, "pattern must be a qzrcfa.Pattern or one of its names ('RGGB'"),
+    (dict(threads=2.0), TypeError, "threads must be an int, not float"),
+    (dict(threads=2**40), ValueError, "threads 1099511627776 does not fit a C int"),
+    (dict(raw=RAW.tolist()), TypeError, "raw must be a numpy array of uint8 or uint16, not list"),
+    (dict(raw=RAW.astype(np.float32)), TypeError, "raw must hold uint8 or uint16 in the machine's byte order, not float32"),
+    (dict(raw=RAW.astype(">u2"), method="nearest"), TypeError, "not >u2"),
+    (dict(raw=RAW.ravel()), ValueError, "raw must be 2-D (height, width), not 1-D with shape (80,)"),
+    (dict(raw=RAW[:, ::2]), ValueError, "raw must be C-contiguous"),
+    (dict(out=np.full((8, 10, 4), 7, np.uint8)), ValueError, "out has shape (8, 10, 4); bgr24 output of raw of shape (8, 10) takes (8, 10, 3)"),
+    (dict(out=np.full((8, 10, 3), 7, np.int16)), TypeError, "out must hold uint8 or uint16"),
+    (dict(out=np.full((8, 10, 6), 7, np.uint8)[:, :, ::2]), ValueError, "out must be C-contiguous"),
+    (dict(out=np.frombuffer(bytes(240), np.uint8).reshape(8, 10, 3)), ValueError, "out is read-only"),
+]
+
+
+@pytest.mark.parametrize("kwargs, error, message", REFUSALS, ids=[r[2] for r in REFUSALS])
+def test_refusals(kwargs, error, message):
+    kwargs = {"raw": RAW, **kwargs}
+    before = [a.copy() for a in (kwargs["raw"], kwargs.get("out"), SHARED) if isinstance(a, np.ndarray)]
+    with pytest.raises(error, match=re.escape(message)):
+        qzrcfa.demosaic(**kwargs)
+    after = [a for a in (kwargs["raw"], kwargs.get("out"), SHARED) if isinstance(a, np.ndarray)]
+    assert all(np.array_equal(a, b) for a, b in zip(before, after)), "a refused call wrote"
+
+
+def test_the_gil_is_released_during_a_call():
+    raw, gaps, done = frame(3000, 4000), [], threading.Event()
+
+    def tick():  # records every stretch of more than 2 ms in which it could not run
+        last = time.perf_counter()
+        while not done.is_set():
+            now = time.perf_counter()
+            if now - last > 0.002:
+                gaps.append((last, now))
+            last = now
+
+    interval, ticker = sys.getswitchinterval(), threading.Thread(target=tick)
+    sys.setswitchinterval(0.0005)
+    ticker.start()
+    try:
+        for _ in range(3):  # the machine is shared: a second chance against its own stalls
+            start = time.perf_counter()
+            qzrcfa.demosaic(raw, "smoothhue")
+            end = time.perf_counter()
+            time.sleep(0.01)
+            stood = max([min(b, end) - max(a, start) for a, b in gaps if b > start and a < end], default=0)
+            if stood < (end - start) / 2:
+                break
+        else:
+            pytest.fail(f"a second thread stood still for {stood:.3f} s of a {end - start:.3f} s call")
+    finally:
+        done.set()
+        ticker.join()
+        sys.setswitchinterval(interval)

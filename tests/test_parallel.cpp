@@ -1,0 +1,67 @@
+// Every member on several threads gives the bytes of one call of its export.
+//
+// Frames are large enough that the extended library splits them (it keeps small frames
+// on the calling thread), with heights and thread counts chosen so that the edges of
+// the bands fall on every row phase. CTest runs this program twice: as it is, and with
+// the interposing shim preloaded, where the members' border fills and some exports are
+// the shim's and the library must still give the same bytes.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "qzrcfa.hpp"
+
+namespace {
+
+using qzrcfa::Format;
+using qzrcfa::Method;
+using qzrcfa::Options;
+using qzrcfa::Pattern;
+using qzrcfa::RowOrder;
+
+template <class T>
+std::vector<T> run(const std::vector<T>& raw, int w, int h, Options o, int threads) {
+    o.threads = threads;
+    std::vector<T> out(qzrcfa::output_elements(w, h, o, sizeof(T) * 8), T(0x5A5A));
+    const qzrcfa::Result r =
+        qzrcfa::demosaic(qzrcfa::RawFrame(raw.data(), raw.size(), w, h), qzrcfa::OutputImage(out.data(), out.size()), o);
+    EXPECT_TRUE(r.ok()) << r.message();
+    return out;
+}
+
+template <class T>
+void expect_same_bytes(const std::vector<Method>& methods, const std::vector<Format>& formats, int width) {
+    std::mt19937 rng(5);
+    for (int height : {1024, 1027})
+        for (Method method : methods)
+            for (Format format : formats)
+                for (Pattern pattern : {Pattern::RGGB, Pattern::BGGR, Pattern::GRBG, Pattern::GBRG})
+                    for (RowOrder order : {RowOrder::TopDown, RowOrder::BottomUp}) {
+                        const Options o{method, pattern, order, format};
+                        if (qzrcfa::minimum_size(o, sizeof(T) * 8).width == 0) continue;
+                        std::vector<T> raw(std::size_t(width) * std::size_t(height));
+                        for (T& v : raw) v = T(rng());
+                        const auto one = run(raw, width, height, o, 1);
+                        for (int threads : {2, 3, 0})
+                            ASSERT_EQ(run(raw, width, height, o, threads), one)
+                                << qzrcfa::to_string(method) << " " << qzrcfa::to_string(pattern) << " "
+                                << qzrcfa::to_string(order) << " " << qzrcfa::to_string(format) << " " << width << "x"
+                                << height << " on " << threads << " threads";
+                    }
+}
+
+TEST(Parallel, EveryColourMemberGivesTheBytesOfOneCall) {
+    expect_same_bytes<std::uint8_t>({Method::NearestNeighbor, Method::Bilinear, Method::EdgeSensing1, Method::EdgeSensing2,
+                                     Method::Laplacian, Method::Laplacian2, Method::SmoothHue, Method::Gbri},
+                                    {Format::Bgr24, Format::Bgra32}, 601);
+}
+
+TEST(Parallel, SixteenBitAndGreyMembersGiveTheBytesOfOneCall) {
+    expect_same_bytes<std::uint16_t>({Method::NearestNeighbor, Method::Gbri}, {Format::Bgr24, Format::Bgra32, Format::Grey}, 600);
+    expect_same_bytes<std::uint8_t>({Method::NearestNeighbor}, {Format::Grey}, 601);
+}
+
+}  // namespace
