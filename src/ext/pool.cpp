@@ -6,6 +6,8 @@
 // it returns once every index has run and no worker still holds the job.
 #include "ext/pool.h"
 
+#include <signal.h>
+
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
@@ -48,9 +50,23 @@ class Pool {
     }
 
   private:
+    // The workers are started with every asynchronous signal blocked, so that a signal
+    // sent to the process goes to the application's own threads: a thread that blocks
+    // a signal around work of its own (the tools' temporary files) then gets it once it
+    // unblocks, instead of a worker taking it in the meantime. Faults stay deliverable.
     Pool() {
-        const int workers = std::max(0, processors() - 1);
-        for (int i = 0; i < workers; ++i) threads_.emplace_back([this] { serve(); });
+        sigset_t blocked, old;
+        sigfillset(&blocked);
+        for (int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP}) sigdelset(&blocked, fault);
+        pthread_sigmask(SIG_BLOCK, &blocked, &old);
+        try {
+            const int workers = std::max(0, processors() - 1);
+            for (int i = 0; i < workers; ++i) threads_.emplace_back([this] { serve(); });
+        } catch (...) {
+            pthread_sigmask(SIG_SETMASK, &old, nullptr);
+            throw;
+        }
+        pthread_sigmask(SIG_SETMASK, &old, nullptr);
     }
 
     ~Pool() {

@@ -21,9 +21,15 @@ QZRCFA_INLINE void store(void* p, const V& v) {
     std::memcpy(p, &v, sizeof v);
 }
 
+// A pixel layer whose instruction set has a halving add that rounds down provides it as
+// mean_down.
 template <class V>
 QZRCFA_INLINE V mean2(const V& a, const V& b) {
-    return mean_up(a, b) - ((a ^ b) & 1);
+    if constexpr (requires { mean_down(a, b); }) {
+        return mean_down(a, b);
+    } else {
+        return mean_up(a, b) - ((a ^ b) & 1);
+    }
 }
 
 template <class V>

@@ -2,12 +2,15 @@
 # Installs the build tree into a fresh prefix, checks what landed there, then builds
 # and runs a small consumer against it twice: through find_package(qzrcfa) and
 # through pkg-config.
-#   run.sh BUILD_DIR CONSUMER_SOURCE WORK_DIR CMAKE CXX [EXTRA_FLAGS [PYTHON]]
+#   run.sh BUILD_DIR CONSUMER_SOURCE WORK_DIR CMAKE CXX [EXTRA_FLAGS [PYTHON [TOOLCHAIN_FILE [EMULATOR]]]]
 # EXTRA_FLAGS go to the consumer's compile and link (the sanitizer build passes its
 # sanitizer flags, since its library needs their runtime in the program). PYTHON, when
-# the build has the Python module, imports the installed module.
+# the build has the Python module, imports the installed module. A cross build passes
+# its toolchain file, for the consumer's CMake build, and the command that runs its
+# programs (qemu-aarch64), which starts every program built or installed here.
 set -euo pipefail
-build=$1 source=$2 work=$3 cmake=$4 cxx=$5 flags=${6:-} python=${7:-}
+build=$1 source=$2 work=$3 cmake=$4 cxx=$5 flags=${6:-} python=${7:-} toolchain=${8:-}
+read -r -a emulator <<<"${9:-}"
 
 rm -rf "$work"
 prefix=$work/prefix
@@ -23,14 +26,14 @@ done
 real=$(cd "$prefix/$libdir" && ls libqzrcfa.so.*.*.*)
 [ "$(readlink "$prefix/$libdir/libqzrcfa.so.1")" = "$real" ] || fail "libqzrcfa.so.1 does not point at $real"
 [ "$(readlink "$prefix/$libdir/libqzrcfa.so")" = "libqzrcfa.so.1" ] || fail "libqzrcfa.so does not point at libqzrcfa.so.1"
-manual=$("$prefix/bin/qzrcfa-demosaic" --help) || fail "the installed tool does not run"
+manual=$(${emulator[@]+"${emulator[@]}"} "$prefix/bin/qzrcfa-demosaic" --help) || fail "the installed tool does not run"
 grep -q SYNOPSIS <<<"$manual" || fail "the installed tool prints no manual"
 
 # CMake package.
 "$cmake" -S "$source" -B "$work/cmake-build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx" \
-  -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_EXE_LINKER_FLAGS="$flags" >/dev/null
+  ${toolchain:+-DCMAKE_TOOLCHAIN_FILE="$toolchain"} -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_EXE_LINKER_FLAGS="$flags" >/dev/null
 "$cmake" --build "$work/cmake-build" >/dev/null
-"$work/cmake-build/consumer"
+${emulator[@]+"${emulator[@]}"} "$work/cmake-build/consumer"
 
 # A major version the package does not offer is refused.
 sed 's/find_package(qzrcfa 1.0 REQUIRED)/find_package(qzrcfa 2.0 REQUIRED)/' "$source/CMakeLists.txt" >"$work/v2.txt"
@@ -46,7 +49,7 @@ export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
   fail "pkg-config reports another version"
 # shellcheck disable=SC2046
 "$cxx" -std=c++20 $flags "$source/consumer.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs qzrcfa-ext)
-LD_LIBRARY_PATH=$prefix/$libdir "$work/consumer-pc"
+LD_LIBRARY_PATH=$prefix/$libdir ${emulator[@]+"${emulator[@]}"} "$work/consumer-pc"
 
 # The Python module, from the prefix's site-packages in a clean environment: it finds
 # the installed libraries through its own run path.

@@ -121,7 +121,7 @@ class Cli : public ::testing::Test {
 #ifdef QZRCFA_TOOLS_SANITIZED
         const std::string limit = "export ASAN_OPTIONS=max_allocation_size_mb=100";  // no ulimit -v under ASan
 #else
-        const std::string limit = "ulimit -v 102400";
+        const std::string limit = "ulimit -v " + std::to_string(102400 + QZRCFA_EMULATOR_KB);
 #endif
         const std::string script = "cd '" + dir_.string() + "' && " + limit + " && " + command;
         const std::string out = dir_.string() + ".out", err = dir_.string() + ".err";
