@@ -160,8 +160,7 @@ void grey_finish_row(GreyRightEdge right, T* out, int width, bool spill = true) 
 // writes except through the last-column shuffle's two elements spilled into the next
 // row in memory: top-down, the next row overwrites them, so the bands leave them out;
 // bottom-up, they stand in the row below, so they are copied in once every row is done
-// (with width 5 or more, what a spill copies is no spill's). So rows may run in any
-// order there, and the bottom-up members run theirs in the order of memory.
+// (with width 5 or more, what a spill copies is no spill's).
 template <class T>
 int grey(const GreyMember& m, const T* src, int width, int height, T* dst, const Tasks* tasks = nullptr) {
     const std::size_t row_bytes = std::size_t(std::ptrdiff_t(width)) * sizeof(T);
@@ -189,28 +188,11 @@ int grey(const GreyMember& m, const T* src, int width, int height, T* dst, const
         }
         grey_finish_row(m.right, row.d, width, spill);
     };
-    const bool threads = tasks != nullptr && tasks->threads() > 1;
-    if ((threads || m.flip) && width >= 5) {
-        if (threads) {
-            const Bands bands{0, height - 1, std::min(tasks->threads() * 4, std::max(1, height / 8))};
-            tasks->for_each(bands.count, [&](int i) {
-                for (int s = bands.first(i); s < bands.first(i + 1); ++s) average(s, false);
-            });
-        } else {
-            // Bottom-up on one thread: the raw rows from the last, so that the stores run
-            // forwards through memory, which takes them much faster than backwards.
-            for (int s = height - 2; s >= 0; --s) {
-                if (s > 0) {
-                    const char* next_in = reinterpret_cast<const char*>(src + std::ptrdiff_t(s - 1) * width);
-                    const char* next_out = reinterpret_cast<const char*>(out_row(s - 1));
-                    for (int k = 0; k < 1024; k += 64) {
-                        __builtin_prefetch(next_in + k, 0, 3);
-                        __builtin_prefetch(next_out + k, 1, 3);
-                    }
-                }
-                average(s, false);
-            }
-        }
+    if (tasks != nullptr && tasks->threads() > 1 && width >= 5) {
+        const Bands bands{0, height - 1, std::min(tasks->threads() * 4, std::max(1, height / 8))};
+        tasks->for_each(bands.count, [&](int i) {
+            for (int s = bands.first(i); s < bands.first(i + 1); ++s) average(s, false);
+        });
         if (m.flip && m.right == GreyRightEdge::LastColumnShuffle) {
             for (int s = 0; s <= height - 2; ++s) {
                 T* out = out_row(s);

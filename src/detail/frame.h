@@ -190,27 +190,6 @@ struct Frame {
         pass.reference(row, m.params, (kernels.*pass.wide)(row, m.params, c_first));
     }
 
-    // Where consecutive rows lie backwards in memory (the raw rows of a bottom-up walk,
-    // the output rows of bottom-up members walked top-down), each row starts a stream
-    // that the processor's prefetchers must find again; the first kilobyte of the rows
-    // that the first pass of raw row r newly reads or writes is fetched while the row
-    // before it runs.
-    void prefetch_row_starts(int r) const {
-        if (r < 0 || r >= height) return;
-        constexpr int kBytes = 1024;
-        auto fetch = [](const void* p, bool write) {
-            for (int k = 0; k < kBytes; k += 64) {
-                if (write) __builtin_prefetch(static_cast<const char*>(p) + k, 1, 3);
-                else __builtin_prefetch(static_cast<const char*>(p) + k, 0, 3);
-            }
-        };
-        if (descending()) {
-            for (int k = 1; k <= 2 && r - k >= 0; ++k) fetch(src + std::ptrdiff_t(r - k) * width, false);
-        } else if (m.flip) {
-            fetch(dst + row_offset(output_row(r, height, true), width, stride), true);
-        }
-    }
-
     // Row r of a pass: whole pixels inside the white region of the first pass, the
     // method's own elements elsewhere, left to right.
     void run_row(int pass_index, int r) const {
@@ -231,9 +210,7 @@ struct Frame {
         const Region a = pass_region(first);
         const int a_begin = std::max(r_begin, a.r0), a_end = std::min(r_end, a.r1 + 1);
         const bool two = m.passes[1].reference != nullptr && width > 2 * m.passes[1].margin;
-        const int step = descending() ? -1 : 1;
         auto first_pass = [&](int r) {
-            prefetch_row_starts(r + step);
             if (r != done_a && r != done_b) run_row(0, r);
         };
         if (!two) {
