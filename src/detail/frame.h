@@ -260,12 +260,14 @@ struct Frame {
     //  - two passes, four-byte pixels: the second pass reads bytes that the second
     //    pass writes in the row above (the red and blue of pixels c - 1 and c + 1) and
     //    bytes the first pass left in the row below, which the second pass of that row
-    //    must not have overwritten yet. The first pass runs over bands; then the rows
-    //    of the second pass are taken in order by whichever thread is free, each from
-    //    left to right in chunks, a chunk ending at column x only once the row above
-    //    is done up to x + 1. So every byte a chunk reads in the row above is final,
-    //    and the row below has not passed the columns x - 1 .. x + 1 it reads there:
-    //    that row waits, in turn, for this one.
+    //    must not have overwritten yet. The rows of the second pass are taken in order
+    //    by whichever thread is free. The task of row r first runs the first pass of
+    //    row r + 1 (which no other task reads before this one, and whose second pass
+    //    waits for this row), then row r from left to right in chunks, a chunk ending
+    //    at column x only once the row above is done up to x + 1. So every byte a
+    //    chunk reads in the row above is final, and the row below holds what its first
+    //    pass left, short of the columns its own second pass has passed, which stop
+    //    before x - 1: that row waits, in turn, for this one.
     void run_parallel(const Tasks& tasks) const {
         const Pass<T, Params>& first = m.passes[0];
         if (width <= 2 * first.margin) return;
@@ -298,26 +300,31 @@ struct Frame {
             });
             return;
         }
-        tasks.for_each(bands.count, [&](int i) {
-            for (int r = std::max(band(i).r0, a.r0); r <= std::min(band(i).r1, a.r1); ++r) run_row(0, r);
-        });
         const Pass<T, Params>& second = m.passes[1];
         const Region b = pass_region(second);
         const int rows = b.r1 - b.r0 + 1, columns = b.c1 - b.c0 + 1;
-        if (rows <= 0) return;
+        // The second pass's rows follow each other in a wavefront; below a few chunks a
+        // row, waiting would cost more than the threads give.
+        constexpr int kChunk = 512;
+        if (rows <= 0 || columns < 4 * kChunk) return run_rows(0, height);
         std::unique_ptr<std::atomic<int>[]> done(new std::atomic<int>[std::size_t(rows)]);
         for (int i = 0; i < rows; ++i) done[i].store(0, std::memory_order_relaxed);
         RowProgress progress{done.get(), b.r0};
         std::atomic<int> next_row{b.r0};
-        constexpr int kChunk = 256;
         tasks.for_each(tasks.threads(), [&](int) {
             for (int r = next_row.fetch_add(1); r <= b.r1; r = next_row.fetch_add(1)) {
+                // First the first-pass rows up to r + 1, which the task of row r - 1 has
+                // not computed (the first task: all from the pass's first row).
+                for (int f = r == b.r0 ? a.r0 : r + 1; f <= std::min(r + 1, a.r1); ++f) run_row(0, f);
                 for (int x0 = 0; x0 < columns; x0 += kChunk) {
                     const int x1 = std::min(x0 + kChunk, columns) - 1;
                     if (r > b.r0) progress.await(r - 1, std::min(columns, x1 + 2));
                     run(second, r, b.c0 + x0, b.c0 + x1, false);
                     progress.publish(r, x1 + 1);
                 }
+                // The last task: the first-pass rows that no second-pass row reads.
+                if (r == b.r1)
+                    for (int f = std::max(r + 2, a.r0); f <= a.r1; ++f) run_row(0, f);
             }
         });
     }
