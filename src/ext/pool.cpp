@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <sched.h>
+
 #include <condition_variable>
 #include <list>
 #include <mutex>
@@ -119,7 +121,13 @@ class Pool {
 
 }  // namespace
 
-int processors() { return std::max(1, int(std::thread::hardware_concurrency())); }
+// The processors this thread may run on: one system call, where
+// std::thread::hardware_concurrency reads a file in /sys on every call.
+int processors() {
+    cpu_set_t set;
+    if (sched_getaffinity(0, sizeof set, &set) == 0) return std::max(1, CPU_COUNT(&set));
+    return std::max(1, int(std::thread::hardware_concurrency()));
+}
 
 void CallTasks::run(int count, void (*task)(const void* context, int index), const void* context) const {
     if (count <= 0) return;
