@@ -41,7 +41,10 @@ extern "C" {
  * Laplacian family calls the member of its own pattern first. Elements 0..2 of a pixel
  * are blue, green, red. On the last pixel of each middle row the three bytes that end
  * the row are written, so with bitCount 32 that pixel gets blue, green, red in
- * elements 1..3 and element 0 is left alone.
+ * elements 1..3 and element 0 is left alone. The BGGR members take the top row's red
+ * at even columns from the diagonal on the right, so at an odd width they read
+ * src[2*width] (row 2): with height 2, one sample past the frame. So do the 16-bit fill
+ * and every colour member that calls the BGGR fill.
  * Needs width >= 2, height >= 2; dst holds width*height*(bitCount>>3) bytes. */
 QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_RGGB(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount);
 QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_BGGR(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount);

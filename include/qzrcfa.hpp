@@ -199,7 +199,7 @@ struct Member {
     Grey16 grey16 = nullptr;
     int min_width = 2;
     int min_height = 2;
-    bool odd_width_needs_three_rows = false;  // the border fill reads S(1, width) = S(2, 0)
+    bool odd_width_needs_three_rows = false;  // the BGGR border fill reads S(1, width) = S(2, 0)
     bool white_prefill = false;               // 255 over width * height * bitCount / 8 bytes
     std::size_t dst_tail = 0;                 // elements written past the image
     bool extended = false;                    // the extended library's own method: no export
@@ -327,6 +327,9 @@ inline Result find_member(const Options& o, int depth, Member& out) {
         return Result::failure("no export for " + what + ": Laplacian2 exists for RGGB top-down only");
 
     Member m;
+    // The BGGR border fill takes the top row's red at even columns from the diagonal on
+    // the right: at an odd width the last one is S(1, width), the first sample of row 2.
+    const bool reads_row_2 = o.pattern == Pattern::BGGR;
     if (o.format == Format::Grey) {
         // The 8-bit RGGB members (and the 8-bit bottom-up members, which forward to the
         // RGGB one) finish a row by copying the value left of its last two columns;
@@ -342,7 +345,7 @@ inline Result find_member(const Options& o, int depth, Member& out) {
     }
     if (depth == 16) {
         m.colour16 = kNearest16[p][f];
-        m.odd_width_needs_three_rows = true;
+        m.odd_width_needs_three_rows = reads_row_2;
         out = m;
         return Result::success();
     }
@@ -350,16 +353,16 @@ inline Result find_member(const Options& o, int depth, Member& out) {
     switch (o.method) {
         case Method::NearestNeighbor:
             m.white_prefill = o.pattern == Pattern::RGGB && f == 0;
-            m.odd_width_needs_three_rows = true;
+            m.odd_width_needs_three_rows = reads_row_2;
             break;
         case Method::Bilinear:
             m.white_prefill = f == 0;
-            m.odd_width_needs_three_rows = true;
+            m.odd_width_needs_three_rows = reads_row_2;
             break;
         case Method::EdgeSensing1:
         case Method::EdgeSensing2:
         case Method::SmoothHue:
-            m.odd_width_needs_three_rows = true;
+            m.odd_width_needs_three_rows = reads_row_2;
             break;
         case Method::Laplacian:
         case Method::Laplacian2:

@@ -284,8 +284,8 @@ buffers. depth is the bits per sample, 8 or 16.)",
     m.def("minimum_size", &minimum_size,
           R"(minimum_size(method='bilinear', pattern='RGGB', order='top-down', format='bgr24', depth=8) -> (width, height)
 
-Smallest frame the request accepts; (0, 0) when the combination has no function. A frame
-of odd width needs at least 3 rows for most methods.)",
+Smallest frame the request accepts; (0, 0) when the combination has no function. A BGGR
+colour frame of odd width needs at least 3 rows.)",
           py::arg("method") = "bilinear", py::arg("pattern") = "RGGB", py::arg("order") = "top-down",
           py::arg("format") = "bgr24", py::arg("depth") = 8);
     m.def("processors", &qzrcfa_processors, "processors() -> int\n\nThreads a call with threads=0 uses.");

@@ -58,13 +58,14 @@ std::string run(const Export& e, int w, int h, unsigned short bits, Slack slack)
 // Sizes at and above every member's minimum, with widths that end the wide kernels'
 // blocks at every phase.
 TEST(PageEnds, NoExportTouchesMemoryOutsideItsBuffersAtDocumentedSizes) {
-    const int sizes[][2] = {{2, 2}, {3, 3}, {4, 4}, {5, 5}, {37, 4}, {70, 5}, {133, 6}};
+    const int sizes[][2] = {{2, 2}, {7, 2}, {3, 3}, {4, 4}, {5, 5}, {37, 4}, {70, 5}, {133, 6}};
     int runs = 0;
     for (const Export& e : kExports) {
         for (const auto& [w, h] : sizes) {
             if (w < e.min_width() || h < e.min_height()) continue;
-            // The one-pixel border fill reads row 2 on odd widths (qzrcfa.hpp refuses
-            // odd widths below 3 rows); every frame here has 3 rows or more.
+            // The BGGR border fill reads row 2 on odd widths (qzrcfa.hpp refuses odd
+            // widths below 3 rows for the members that call it).
+            if (w % 2 != 0 && h < 3 && e.name.find("BGGR") != std::string_view::npos) continue;
             const Slack slack{0, e.grey16 && e.flip() ? 2u : 0u};  // Gray_Flip_16Bits: 2 elements after the image
             for (const unsigned short bits : {24, 32}) {
                 EXPECT_EQ(run(e, w, h, bits, slack), "");
