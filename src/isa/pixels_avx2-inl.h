@@ -116,13 +116,3 @@ QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r,
 QZRCFA_INLINE Bytes mean_up(Bytes a, Bytes b) { return (Bytes)_mm256_avg_epu8((__m256i)a, (__m256i)b); }
 QZRCFA_INLINE Words mean_up(Words a, Words b) { return (Words)_mm256_avg_epu16((__m256i)a, (__m256i)b); }
 
-// A block's bytes as 16-bit lanes, in two halves (lanes 0 .. kLanes / 2 - 1 and the rest).
-struct Widened {
-    Wide half[2];
-    QZRCFA_INLINE const Wide& operator[](int i) const { return half[i]; }
-};
-
-QZRCFA_INLINE Widened widen(Bytes bytes) { return {{(Wide)_mm256_cvtepu8_epi16(_mm256_castsi256_si128((__m256i)bytes)), (Wide)_mm256_cvtepu8_epi16(_mm256_extracti128_si256((__m256i)bytes, 1))}}; }
-
-// Clamped to 0 .. 255.
-QZRCFA_INLINE Bytes narrow(const Widened& v) { return (Bytes)_mm256_permute4x64_epi64(_mm256_packus_epi16((__m256i)v.half[0], (__m256i)v.half[1]), 0xD8); }

@@ -227,13 +227,3 @@ QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r,
 QZRCFA_INLINE Bytes mean_up(Bytes a, Bytes b) { return (Bytes)_mm512_avg_epu8((__m512i)a, (__m512i)b); }
 QZRCFA_INLINE Words mean_up(Words a, Words b) { return (Words)_mm512_avg_epu16((__m512i)a, (__m512i)b); }
 
-// A block's bytes as 16-bit lanes, in two halves (lanes 0 .. kLanes / 2 - 1 and the rest).
-struct Widened {
-    Wide half[2];
-    QZRCFA_INLINE const Wide& operator[](int i) const { return half[i]; }
-};
-
-QZRCFA_INLINE Widened widen(Bytes bytes) { return {{(Wide)_mm512_cvtepu8_epi16(_mm512_castsi512_si256((__m512i)bytes)), (Wide)_mm512_cvtepu8_epi16(_mm512_extracti64x4_epi64((__m512i)bytes, 1))}}; }
-
-// Clamped to 0 .. 255.
-QZRCFA_INLINE Bytes narrow(const Widened& v) { return (Bytes)_mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7), _mm512_packus_epi16((__m512i)v.half[0], (__m512i)v.half[1])); }

@@ -133,18 +133,3 @@ QZRCFA_INLINE Bytes mean_up(Bytes a, Bytes b) { return (Bytes)vrhaddq_u8(u8(a), 
 QZRCFA_INLINE Words mean_up(Words a, Words b) { return (Words)vrhaddq_u16(u16(a), u16(b)); }
 QZRCFA_INLINE Bytes mean_down(Bytes a, Bytes b) { return (Bytes)vhaddq_u8(u8(a), u8(b)); }
 QZRCFA_INLINE Words mean_down(Words a, Words b) { return (Words)vhaddq_u16(u16(a), u16(b)); }
-
-// A block's bytes as 16-bit lanes, in two halves (lanes 0 .. kLanes / 2 - 1 and the rest).
-struct Widened {
-    Wide half[2];
-    QZRCFA_INLINE const Wide& operator[](int i) const { return half[i]; }
-};
-
-QZRCFA_INLINE Widened widen(Bytes bytes) {
-    return {{(Wide)vmovl_u8(vget_low_u8(u8(bytes))), (Wide)vmovl_high_u8(u8(bytes))}};
-}
-
-// Clamped to 0 .. 255.
-QZRCFA_INLINE Bytes narrow(const Widened& v) {
-    return (Bytes)vqmovun_high_s16(vqmovun_s16((int16x8_t)v.half[0]), (int16x8_t)v.half[1]);
-}

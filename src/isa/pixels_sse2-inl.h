@@ -87,13 +87,3 @@ QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r,
 QZRCFA_INLINE Bytes mean_up(Bytes a, Bytes b) { return (Bytes)_mm_avg_epu8((__m128i)a, (__m128i)b); }
 QZRCFA_INLINE Words mean_up(Words a, Words b) { return (Words)_mm_avg_epu16((__m128i)a, (__m128i)b); }
 
-// A block's bytes as 16-bit lanes, in two halves (lanes 0 .. kLanes / 2 - 1 and the rest).
-struct Widened {
-    Wide half[2];
-    QZRCFA_INLINE const Wide& operator[](int i) const { return half[i]; }
-};
-
-QZRCFA_INLINE Widened widen(Bytes bytes) { return {{(Wide)_mm_unpacklo_epi8((__m128i)bytes, _mm_setzero_si128()), (Wide)_mm_unpackhi_epi8((__m128i)bytes, _mm_setzero_si128())}}; }
-
-// Clamped to 0 .. 255.
-QZRCFA_INLINE Bytes narrow(const Widened& v) { return (Bytes)_mm_packus_epi16((__m128i)v.half[0], (__m128i)v.half[1]); }
