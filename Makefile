@@ -15,9 +15,12 @@ PYTHON      ?= /usr/bin/python3
 # How long `make fuzz` runs each fuzz target, in seconds (the suite runs each for 15).
 FUZZ_SECONDS ?= 600
 
-# Debian packages the build, tests, benchmarks, tools and fuzz targets need.
+# Debian packages the build, tests, benchmarks, tools, fuzz targets and the GStreamer
+# element (with the elements its tests and bench/gst_compare.sh run next to it) need.
 PACKAGES := cmake g++ make pkg-config libgtest-dev libbenchmark-dev libpng-dev zlib1g-dev clang-14 libclang-rt-14-dev \
-            pybind11-dev python3-dev python3-numpy python3-pytest
+            pybind11-dev python3-dev python3-numpy python3-pytest \
+            libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-bad \
+            gstreamer1.0-tools
 
 # The ARM build: the cross compiler, qemu's user-mode emulation, and the arm64 packages
 # (multiarch) of the libraries the tests and tools link and of the runtime they run on.
