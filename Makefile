@@ -122,7 +122,8 @@ fuzz: deps
 	done
 
 # OpenCV is the benchmark's optional peer: installed when the machine can, and the
-# benchmark runs without its rows when not.
+# benchmark runs without its rows when not. Then the GStreamer element against
+# bayer2rgb in pipelines (bench/gst_compare.sh).
 bench: build
 	@dpkg-query -W -f='$${Status}' libopencv-dev 2>/dev/null | grep -q "install ok installed" || { \
 	  SUDO=; [ "$$(id -u)" = 0 ] || SUDO=sudo; \
@@ -131,6 +132,8 @@ bench: build
 	    && $(CMAKE) -S . -B $(BUILD) && $(CMAKE) --build $(BUILD) -j $(JOBS) --target qzrcfa-bench \
 	    || echo "libopencv-dev not installed: no peer rows"; }
 	$(BUILD)/bench/qzrcfa-bench $(BENCH_ARGS)
+	@if [ -e $(BUILD)/gstreamer/libgstqzrcfa.so ]; then bench/gst_compare.sh $(BUILD); \
+	else echo "GStreamer element not built: no pipeline comparison"; fi
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(CLANG_BUILD) $(ARM_BUILD) $(ARM_ASAN_BUILD) out
