@@ -383,6 +383,16 @@ static gboolean decide_allocation(GstBaseTransform* trans, GstQuery* query) {
     return GST_BASE_TRANSFORM_CLASS(gst_qzrcfa_demosaic_parent_class)->decide_allocation(trans, query);
 }
 
+// Scratch of at least `bytes`; false when there is no memory for it.
+static bool grow(std::vector<std::uint8_t>& scratch, std::size_t bytes) {
+    try {
+        if (scratch.size() < bytes) scratch.resize(bytes);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
 // Whether the request's member fills its output with 255 before it starts.
 static bool prefills(const qzrcfa_request& q) {
     const qzrcfa::Options o{qzrcfa::Method(q.method), qzrcfa::Pattern(q.pattern), qzrcfa::RowOrder(q.order),
@@ -429,7 +439,11 @@ static GstFlowReturn transform(GstBaseTransform* trans, GstBuffer* inbuf, GstBuf
     const bool swap = neg.in->big_endian != (G_BYTE_ORDER == G_BIG_ENDIAN);
     const std::uint8_t* samples = in_map.data;
     if (swap || neg.in_stride != in_row) {
-        neg.in_scratch.resize(in_row * gsize(neg.height));
+        if (!grow(neg.in_scratch, in_row * gsize(neg.height))) {
+            gst_buffer_unmap(inbuf, &in_map);
+            GST_ELEMENT_ERROR(self, RESOURCE, NO_SPACE_LEFT, (nullptr), ("no memory for a compact copy of the frame"));
+            return GST_FLOW_ERROR;
+        }
         for (int y = 0; y < neg.height; ++y) {
             const std::uint8_t* from = in_map.data + gsize(y) * neg.in_stride;
             std::uint8_t* to = neg.in_scratch.data() + gsize(y) * in_row;
@@ -459,7 +473,12 @@ static GstFlowReturn transform(GstBaseTransform* trans, GstBuffer* inbuf, GstBuf
     const bool direct = out_stride == out_row && need * element_bytes <= out_room;
     std::uint8_t* target = plane;
     if (!direct) {
-        neg.out_scratch.resize(need * element_bytes);
+        if (!grow(neg.out_scratch, need * element_bytes)) {
+            gst_video_frame_unmap(&frame);
+            gst_buffer_unmap(inbuf, &in_map);
+            GST_ELEMENT_ERROR(self, RESOURCE, NO_SPACE_LEFT, (nullptr), ("no memory for the image before its rows are copied out"));
+            return GST_FLOW_ERROR;
+        }
         target = neg.out_scratch.data();
     }
     if (neg.out->format == QZRCFA_FORMAT_BGRA32 && !prefills(q)) std::memset(target, 0xFF, out_row * gsize(neg.height));
