@@ -15,9 +15,12 @@ PYTHON      ?= /usr/bin/python3
 # How long `make fuzz` runs each fuzz target, in seconds (the suite runs each for 15).
 FUZZ_SECONDS ?= 600
 
-# Debian packages the build, tests, benchmarks, tools and fuzz targets need.
+# Debian packages the build, tests, benchmarks, tools, fuzz targets and the GStreamer
+# element (with the elements its tests and bench/gst_compare.sh run next to it) need.
 PACKAGES := cmake g++ make pkg-config libgtest-dev libbenchmark-dev libpng-dev zlib1g-dev clang-14 libclang-rt-14-dev \
-            pybind11-dev python3-dev python3-numpy python3-pytest
+            pybind11-dev python3-dev python3-numpy python3-pytest \
+            libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-bad \
+            gstreamer1.0-tools
 
 # The ARM build: the cross compiler, qemu's user-mode emulation, and the arm64 packages
 # (multiarch) of the libraries the tests and tools link and of the runtime they run on.
@@ -119,7 +122,8 @@ fuzz: deps
 	done
 
 # OpenCV is the benchmark's optional peer: installed when the machine can, and the
-# benchmark runs without its rows when not.
+# benchmark runs without its rows when not. Then the GStreamer element against
+# bayer2rgb in pipelines (bench/gst_compare.sh).
 bench: build
 	@dpkg-query -W -f='$${Status}' libopencv-dev 2>/dev/null | grep -q "install ok installed" || { \
 	  SUDO=; [ "$$(id -u)" = 0 ] || SUDO=sudo; \
@@ -128,6 +132,8 @@ bench: build
 	    && $(CMAKE) -S . -B $(BUILD) && $(CMAKE) --build $(BUILD) -j $(JOBS) --target qzrcfa-bench \
 	    || echo "libopencv-dev not installed: no peer rows"; }
 	$(BUILD)/bench/qzrcfa-bench $(BENCH_ARGS)
+	@if [ -e $(BUILD)/gstreamer/libgstqzrcfa.so ]; then bench/gst_compare.sh $(BUILD); \
+	else echo "GStreamer element not built: no pipeline comparison"; fi
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(CLANG_BUILD) $(ARM_BUILD) $(ARM_ASAN_BUILD) out

@@ -62,3 +62,14 @@ assert qzrcfa.__file__.startswith("'"$prefix"'"), qzrcfa.__file__
 assert qzrcfa.demosaic(numpy.zeros((4, 6), numpy.uint8), "laplacian").shape == (4, 6, 3)' ||
     fail "the installed Python module does not work"
 fi
+
+# The GStreamer plugin, when the build has one, from the prefix's plugin folder alone: it
+# finds the installed libraries through its own run path. Not in the sanitizer build,
+# whose plugin needs the sanitizer runtime in gst-inspect-1.0, nor under emulation.
+if [ -e "$build/gstreamer/libgstqzrcfa.so" ] && [ -z "$flags" ] && [ ${#emulator[@]} = 0 ]; then
+  [ -e "$prefix/$libdir/gstreamer-1.0/libgstqzrcfa.so" ] || fail "the GStreamer plugin was not installed into $libdir/gstreamer-1.0"
+  inspect=$(command -v gst-inspect-1.0) || fail "gst-inspect-1.0 is missing"
+  env -i GST_PLUGIN_SYSTEM_PATH_1_0= GST_PLUGIN_PATH_1_0="$prefix/$libdir/gstreamer-1.0" \
+    GST_REGISTRY_1_0="$work/gst-registry.bin" "$inspect" qzrcfademosaic | grep -q 'row-order' ||
+    fail "the installed GStreamer plugin does not load"
+fi
