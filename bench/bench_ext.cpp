@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "bench_common.h"
-#include "detail/kernels.h"
+#include "kernels/kernels.h"
 #include "ext/gbri.h"
 #include "qzrcfa_ext.h"
 
@@ -63,7 +63,7 @@ const bool registered = [] {
             demosaic<std::uint16_t>(QZRCFA_METHOD_GBRI, threads, s, bits, st);
         });
     for (const detail::Isa isa : detail::kIsas)
-        if (isa != detail::Isa::Scalar && isa != detail::Isa::NEON)
+        if (isa != detail::Isa::scalar && detail::isa_available(isa))
             add(std::string("gbri8_") + detail::isa_name(isa) + "@1", true,
                 [isa](const Size& s, int bits, benchmark::State& st) { gbri_on(isa, s, bits, st); });
     return true;

@@ -139,36 +139,38 @@ G_DEFINE_TYPE(GstQzrcfaDemosaic, gst_qzrcfa_demosaic, GST_TYPE_BASE_TRANSFORM)
 
 enum { PROP_0, PROP_METHOD, PROP_THREADS, PROP_ROW_ORDER };
 
+// An enumeration of the library's names of a kind: each value under its name, then
+// under each alias, so that gst-launch-1.0 takes any spelling the library takes; the
+// description is the label and summary.
+static GType names_get_type(const char* type_name, int kind) {
+    std::vector<GEnumValue> values;
+    for (int i = 0; const qzrcfa_name* n = qzrcfa_names(kind, i); ++i) {
+        const char* description = g_intern_string((std::string(n->label) + ": " + n->summary).c_str());
+        values.push_back({n->value, description, n->name});
+        std::string aliases = n->aliases;
+        for (std::size_t at = 0; at < aliases.size();) {
+            std::size_t end = aliases.find(',', at);
+            if (end == std::string::npos) end = aliases.size();
+            std::string alias = aliases.substr(at, end - at);
+            alias.erase(0, alias.find_first_not_of(' '));
+            if (!alias.empty()) values.push_back({n->value, description, g_intern_string(alias.c_str())});
+            at = end + 1;
+        }
+    }
+    values.push_back({0, nullptr, nullptr});
+    auto* table = static_cast<GEnumValue*>(g_memdup2(values.data(), guint(values.size() * sizeof(GEnumValue))));
+    return g_enum_register_static(type_name, table);
+}
+
 static GType method_get_type() {
     static GType type = 0;
-    static const GEnumValue values[] = {
-        {QZRCFA_METHOD_NEAREST, "Nearest neighbour: copies from a 2x2 neighbourhood; the only method for grey output "
-                                "(and, with gbri, for 16-bit frames)", "nearest"},
-        {QZRCFA_METHOD_BILINEAR, "Bilinear: mean of the nearest samples of each colour", "bilinear"},
-        {QZRCFA_METHOD_EDGE_SENSING_1, "Edge sensing 1: green along the smaller gradient", "edge-sensing-1"},
-        {QZRCFA_METHOD_EDGE_SENSING_2, "Edge sensing 2: as edge sensing 1, red and blue along the quieter diagonal; rggb only",
-         "edge-sensing-2"},
-        {QZRCFA_METHOD_LAPLACIAN, "Laplacian: gradient-directed green with second-difference correction", "laplacian"},
-        {QZRCFA_METHOD_LAPLACIAN_2, "Laplacian 2: Laplacian with its green pass displaced; rggb top-down only",
-         "laplacian-2"},
-        {QZRCFA_METHOD_SMOOTH_HUE, "Smooth hue: red and blue from the neighbours' colour-to-green ratios", "smooth-hue"},
-        {QZRCFA_METHOD_GBRI, "Gradient-based green, residual-interpolated red and blue: the best colour; 8 and 16 bits",
-         "gbri"},
-        {0, nullptr, nullptr},
-    };
-    if (g_once_init_enter(&type)) g_once_init_leave(&type, g_enum_register_static("GstQzrcfaMethod", values));
+    if (g_once_init_enter(&type)) g_once_init_leave(&type, names_get_type("GstQzrcfaMethod", QZRCFA_NAMES_METHOD));
     return type;
 }
 
 static GType row_order_get_type() {
     static GType type = 0;
-    static const GEnumValue values[] = {
-        {QZRCFA_ORDER_TOP_DOWN, "Top-down: the picture as the sensor sees it", "top-down"},
-        {QZRCFA_ORDER_BOTTOM_UP, "Bottom-up: last row first, for a consumer that stores images bottom-up "
-                                 "(BMP and DIB writers); anything else shows the picture upside down", "bottom-up"},
-        {0, nullptr, nullptr},
-    };
-    if (g_once_init_enter(&type)) g_once_init_leave(&type, g_enum_register_static("GstQzrcfaRowOrder", values));
+    if (g_once_init_enter(&type)) g_once_init_leave(&type, names_get_type("GstQzrcfaRowOrder", QZRCFA_NAMES_ORDER));
     return type;
 }
 
@@ -393,14 +395,6 @@ static bool grow(std::vector<std::uint8_t>& scratch, std::size_t bytes) {
     }
 }
 
-// Whether the request's member fills its output with 255 before it starts.
-static bool prefills(const qzrcfa_request& q) {
-    const qzrcfa::Options o{qzrcfa::Method(q.method), qzrcfa::Pattern(q.pattern), qzrcfa::RowOrder(q.order),
-                            qzrcfa::Format(q.format), q.threads};
-    qzrcfa::detail::Member m;
-    return qzrcfa::detail::find_member(o, q.depth, m) && m.white_prefill;
-}
-
 static GstFlowReturn transform(GstBaseTransform* trans, GstBuffer* inbuf, GstBuffer* outbuf) {
     GstQzrcfaDemosaic* self = GST_QZRCFA_DEMOSAIC(trans);
     Negotiated& neg = *self->neg;
@@ -481,7 +475,7 @@ static GstFlowReturn transform(GstBaseTransform* trans, GstBuffer* inbuf, GstBuf
         }
         target = neg.out_scratch.data();
     }
-    if (neg.out->format == QZRCFA_FORMAT_BGRA32 && !prefills(q)) std::memset(target, 0xFF, out_row * gsize(neg.height));
+    if (qzrcfa_output_defined(&q) == 0) std::memset(target, 0xFF, out_row * gsize(neg.height));
 
     q.samples = samples;
     q.sample_count = gsize(neg.width) * gsize(neg.height);

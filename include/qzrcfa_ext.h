@@ -31,9 +31,9 @@
 extern "C" {
 #endif
 
-/* Methods; the values of qzrcfa::Method. */
+/* Methods; the values of qzrcfa::Method. qzrcfa_names() says what each is called. */
 enum {
-    QZRCFA_METHOD_NEAREST = 0,      /* nearest neighbour (the only one for 16-bit frames and grey output) */
+    QZRCFA_METHOD_NEAREST = 0,      /* nearest neighbour (with gbri, for 16-bit frames; alone for grey output) */
     QZRCFA_METHOD_BILINEAR = 1,
     QZRCFA_METHOD_EDGE_SENSING_1 = 2,
     QZRCFA_METHOD_EDGE_SENSING_2 = 3,
@@ -80,6 +80,36 @@ QZRCFA_EXT_API size_t qzrcfa_output_elements(const qzrcfa_request* request);
 /* Smallest width and height the request's method, pattern, order, format and depth
  * accept; 0 and 0 when that combination does not exist. */
 QZRCFA_EXT_API void qzrcfa_minimum_size(const qzrcfa_request* request, int* width, int* height);
+
+/* Whether the request sets every element of its output image whatever the buffer held
+ * before: 1 for three-element and grey output, the members that pre-fill with 255 and
+ * the extended library's own methods; 0 when some element keeps what the buffer held,
+ * or is computed from it (the fourth element of most members: start such a buffer as
+ * the picture wants it, 255 for opaque); -1 when qzrcfa_demosaic would refuse the
+ * request's method, pattern, order, format or depth. The size, buffers and thread count
+ * are not looked at. */
+QZRCFA_EXT_API int qzrcfa_output_defined(const qzrcfa_request* request);
+
+/* The names of what a request names, one kind at a time. */
+enum { QZRCFA_NAMES_METHOD = 0, QZRCFA_NAMES_PATTERN = 1, QZRCFA_NAMES_ORDER = 2, QZRCFA_NAMES_FORMAT = 3 };
+
+typedef struct qzrcfa_name {
+    int value;               /* QZRCFA_METHOD_*, QZRCFA_PATTERN_*, QZRCFA_ORDER_*, QZRCFA_FORMAT_* */
+    const char* name;        /* the one spelling the library writes: "smoothhue", "RGGB", "top-down", "bgr24" */
+    const char* aliases;     /* other spellings it reads, comma-separated: "smooth-hue" */
+    const char* identifier;  /* as an enumerator: "SmoothHue" */
+    const char* label;       /* for people: "smooth hue" */
+    const char* summary;     /* one line on what it is */
+} qzrcfa_name;
+
+/* The index-th name of a kind (0, 1, ...), in the order the library lists them; null
+ * past the last, or for an unknown kind. */
+QZRCFA_EXT_API const qzrcfa_name* qzrcfa_names(int kind, int index);
+
+/* The value a text names: its name or one of its aliases, in any case, with or without
+ * '-', '_' and spaces ("Edge-Sensing-1", "edge1" and "EDGE_SENSING_1" all name edge
+ * sensing 1); -1 when it names none. */
+QZRCFA_EXT_API int qzrcfa_lookup(int kind, const char* text);
 
 /* Threads a request with threads = 0 uses: the processors this program may run on. */
 QZRCFA_EXT_API int qzrcfa_processors(void);

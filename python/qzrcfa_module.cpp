@@ -28,25 +28,19 @@ using qzrcfa::Method;
 using qzrcfa::Pattern;
 using qzrcfa::RowOrder;
 
-constexpr std::initializer_list<Method> kMethods = {Method::NearestNeighbor, Method::Bilinear,  Method::EdgeSensing1,
-                                                    Method::EdgeSensing2,    Method::Laplacian, Method::Laplacian2,
-                                                    Method::SmoothHue, Method::Gbri};
-constexpr std::initializer_list<Pattern> kPatterns = {Pattern::RGGB, Pattern::BGGR, Pattern::GRBG, Pattern::GBRG};
-constexpr std::initializer_list<RowOrder> kOrders = {RowOrder::TopDown, RowOrder::BottomUp};
-constexpr std::initializer_list<Format> kFormats = {Format::Bgr24, Format::Bgra32, Format::Grey};
-
 std::string type_name(const py::handle& value) { return Py_TYPE(value.ptr())->tp_name; }
 
-// An enum argument: the enum itself or its name as qzrcfa::to_string() spells it.
+// An enum argument: the enum itself or one of the library's names for its values (any
+// case, with or without '-', '_' and spaces; qzrcfa_names says them all).
 template <class E>
-E to_enum(const py::handle& value, const char* argument, const char* enum_name, std::initializer_list<E> values) {
+E to_enum(const py::handle& value, const char* argument, const char* enum_name) {
     if (py::isinstance<E>(value)) return value.cast<E>();
     std::string names;
-    for (E e : values) names += std::string(names.empty() ? "'" : ", '") + std::string(qzrcfa::to_string(e)) + "'";
+    for (int i = 0; const qzrcfa_name* n = qzrcfa_names(qzrcfa::detail::kNames<E>, i); ++i)
+        names += std::string(names.empty() ? "'" : ", '") + n->name + "'";
     if (py::isinstance<py::str>(value)) {
         const std::string name = value.cast<std::string>();
-        for (E e : values)
-            if (qzrcfa::to_string(e) == name) return e;
+        if (const std::optional<E> e = qzrcfa::from_string<E>(name)) return *e;
         throw py::value_error("unknown " + std::string(argument) + " '" + name + "' (one of " + names + ")");
     }
     throw py::type_error(std::string(argument) + " must be a qzrcfa." + enum_name + " or one of its names (" + names +
@@ -55,8 +49,8 @@ E to_enum(const py::handle& value, const char* argument, const char* enum_name, 
 
 qzrcfa::Options to_options(const py::handle& method, const py::handle& pattern, const py::handle& order,
                            const py::handle& format) {
-    return qzrcfa::Options{to_enum(method, "method", "Method", kMethods), to_enum(pattern, "pattern", "Pattern", kPatterns),
-                           to_enum(order, "order", "RowOrder", kOrders), to_enum(format, "format", "Format", kFormats), 1};
+    return qzrcfa::Options{to_enum<Method>(method, "method", "Method"), to_enum<Pattern>(pattern, "pattern", "Pattern"),
+                           to_enum<RowOrder>(order, "order", "RowOrder"), to_enum<Format>(format, "format", "Format"), 1};
 }
 
 // A whole-number argument as a C int; the interface judges its value.
@@ -184,6 +178,15 @@ py::tuple minimum_size(const py::object& method, const py::object& pattern, cons
     return py::make_tuple(s.width, s.height);
 }
 
+// A Python enum of the library's values of a kind, each under its identifier, with its
+// name and summary as its documentation.
+template <class E>
+void add_enum(py::module_& m, const char* name, const char* doc) {
+    py::enum_<E> e(m, name, doc);
+    for (int i = 0; const qzrcfa_name* n = qzrcfa_names(qzrcfa::detail::kNames<E>, i); ++i)
+        e.value(n->identifier, E(n->value), (std::string("'") + n->name + "': " + n->summary).c_str());
+}
+
 const char kModuleDoc[] = R"(Bayer demosaicing: raw frames from single-sensor colour cameras to BGR, BGRA or
 grey images, through the checked interface of the qzrcfa library.
 
@@ -249,27 +252,10 @@ PYBIND11_MODULE(qzrcfa, m) {
     m.doc() = kModuleDoc;
     m.attr("__version__") = QZRCFA_VERSION;
 
-    py::enum_<Method>(m, "Method", "Interpolation methods; each also goes by its name ('nearest', 'bilinear', ...).")
-        .value("NearestNeighbor", Method::NearestNeighbor, "'nearest': copies from a 2x2 neighbourhood; 16-bit and grey too")
-        .value("Bilinear", Method::Bilinear, "'bilinear': means of the nearest samples of each colour")
-        .value("EdgeSensing1", Method::EdgeSensing1, "'edge1': green along the smaller gradient")
-        .value("EdgeSensing2", Method::EdgeSensing2, "'edge2': edge1 and the quieter diagonal; RGGB only")
-        .value("Laplacian", Method::Laplacian, "'laplacian': gradient-directed with second-difference correction")
-        .value("Laplacian2", Method::Laplacian2, "'laplacian2': its green pass displaced; RGGB top-down only")
-        .value("SmoothHue", Method::SmoothHue, "'smoothhue': red and blue from colour-to-green ratios")
-        .value("Gbri", Method::Gbri, "'gbri': gradient-based green, residual-interpolated red and blue; the best colour");
-    py::enum_<Pattern>(m, "Pattern", "Colours of the frame's top-left 2x2 tile; also by name ('RGGB', ...).")
-        .value("RGGB", Pattern::RGGB)
-        .value("BGGR", Pattern::BGGR)
-        .value("GRBG", Pattern::GRBG)
-        .value("GBRG", Pattern::GBRG);
-    py::enum_<RowOrder>(m, "RowOrder", "Row order of the output; also by name ('top-down', 'bottom-up').")
-        .value("TopDown", RowOrder::TopDown, "'top-down'")
-        .value("BottomUp", RowOrder::BottomUp, "'bottom-up': the _Flip members, last row first");
-    py::enum_<Format>(m, "Format", "Output layout; also by name ('bgr24', 'bgra32', 'grey').")
-        .value("Bgr24", Format::Bgr24, "'bgr24': blue, green, red")
-        .value("Bgra32", Format::Bgra32, "'bgra32': blue, green, red and a fourth element")
-        .value("Grey", Format::Grey, "'grey': one element per pixel (nearest only)");
+    add_enum<Method>(m, "Method", "Interpolation methods; each also goes by its names ('nearest', 'bilinear', ...).");
+    add_enum<Pattern>(m, "Pattern", "Colours of the frame's top-left 2x2 tile; also by name ('RGGB', ...).");
+    add_enum<RowOrder>(m, "RowOrder", "Row order of the output; also by name ('top-down', 'bottom-up').");
+    add_enum<Format>(m, "Format", "Output layout; also by name ('bgr24', 'bgra32', 'grey').");
 
     m.def("demosaic", &demosaic, kDemosaicDoc, py::arg("raw"), py::arg("method") = "bilinear", py::arg("pattern") = "RGGB",
           py::arg("order") = "top-down", py::arg("format") = "bgr24", py::arg("threads") = 1, py::arg("out") = py::none());

@@ -6,11 +6,9 @@
 // members fill the output with 255 before the border fill runs.
 #include <cstdint>
 
-#include "detail/bayer.h"
-#include "detail/border.h"
-#include "detail/exports.h"
-#include "detail/frame.h"
-#include "detail/kernels.h"
+#include "catalogue/members.h"
+#include "kernels/bayer.h"
+#include "kernels/kernels.h"
 #include "qzrcfa.h"
 
 namespace qzrcfa::detail {
@@ -19,7 +17,7 @@ namespace qzrcfa::detail {
 // green = mean of the four side neighbours, opposite colour = mean of the four
 // diagonals. At a green site: the row's colour = mean of left and right, the other
 // colour = mean of above and below.
-int bilinear_columns(const Row<std::uint8_t>& row, const NoParams&, int c) {
+int bilinear_columns(const Row<std::uint8_t>& row, const BilinearParams&, int c) {
     const std::ptrdiff_t w = row.width;
     const int colour = row.phase.colour;
     const int other = row.phase.other();
@@ -37,45 +35,34 @@ int bilinear_columns(const Row<std::uint8_t>& row, const NoParams&, int c) {
             px[kGreen] = std::uint8_t((s[1] + s[-1] + up[0] + dn[0]) >> 2);
             px[other] = std::uint8_t((up[1] + up[-1] + dn[1] + dn[-1]) >> 2);
         }
-        if (row.white && row.stride == 4) px[3] = 255;
+        if (row.fill255 && row.stride == 4) px[3] = 255;
     }
     return c;
 }
 
-namespace {
-
-using BilinearMember = ColourMember<std::uint8_t, NoParams>;
-
-constexpr BilinearMember bilinear(Pattern p, bool flip, Prefill fill, ColourFn<std::uint8_t> border,
-                                  Border border_id) {
-    return BilinearMember{p, flip, fill, border, border_id, 3, {}, {{bilinear_columns, &KernelSet::bilinear, 1, 0}, {}}};
-}
-
-// The member table: the top-down members pre-fill, the bottom-up ones do not.
-constexpr BilinearMember kBilinear_RGGB = bilinear(Pattern::RGGB, false, Prefill::White, QZRCFA_BORDER(Edge1_RGGB));
-constexpr BilinearMember kBilinear_BGGR = bilinear(Pattern::BGGR, false, Prefill::White, QZRCFA_BORDER(Edge1_BGGR));
-constexpr BilinearMember kBilinear_GRBG = bilinear(Pattern::GRBG, false, Prefill::White, QZRCFA_BORDER(Edge1_GRBG));
-constexpr BilinearMember kBilinear_GBRG = bilinear(Pattern::GBRG, false, Prefill::White, QZRCFA_BORDER(Edge1_GBRG));
-constexpr BilinearMember kBilinear_RGGB_Flip = bilinear(Pattern::RGGB, true, Prefill::None, QZRCFA_BORDER(Edge1_RGGB_Flip));
-constexpr BilinearMember kBilinear_BGGR_Flip = bilinear(Pattern::BGGR, true, Prefill::None, QZRCFA_BORDER(Edge1_BGGR_Flip));
-constexpr BilinearMember kBilinear_GRBG_Flip = bilinear(Pattern::GRBG, true, Prefill::None, QZRCFA_BORDER(Edge1_GRBG_Flip));
-constexpr BilinearMember kBilinear_GBRG_Flip = bilinear(Pattern::GBRG, true, Prefill::None, QZRCFA_BORDER(Edge1_GBRG_Flip));
-
-}  // namespace
 }  // namespace qzrcfa::detail
 
-using qzrcfa::detail::demosaic;
-namespace d = qzrcfa::detail;
+namespace qzrcfa::members {
+namespace {
 
-extern "C" {
+using detail::Pattern;
+using detail::Prefill;
 
-QZRCFA_DEFINE_MEMBER(Bilinear_RGGB, unsigned char, d::kBilinear_RGGB)
-QZRCFA_DEFINE_MEMBER(Bilinear_BGGR, unsigned char, d::kBilinear_BGGR)
-QZRCFA_DEFINE_MEMBER(Bilinear_GRBG, unsigned char, d::kBilinear_GRBG)
-QZRCFA_DEFINE_MEMBER(Bilinear_GBRG, unsigned char, d::kBilinear_GBRG)
-QZRCFA_DEFINE_MEMBER(Bilinear_RGGB_Flip, unsigned char, d::kBilinear_RGGB_Flip)
-QZRCFA_DEFINE_MEMBER(Bilinear_BGGR_Flip, unsigned char, d::kBilinear_BGGR_Flip)
-QZRCFA_DEFINE_MEMBER(Bilinear_GRBG_Flip, unsigned char, d::kBilinear_GRBG_Flip)
-QZRCFA_DEFINE_MEMBER(Bilinear_GBRG_Flip, unsigned char, d::kBilinear_GBRG_Flip)
+constexpr Bilinear bilinear(Pattern p, bool flip, Prefill fill, detail::ColourFn<std::uint8_t> border,
+                            catalogue::Id border_id) {
+    return Bilinear{p, flip, fill, border, border_id, 3, {}, {{detail::bilinear_columns, &detail::KernelSet::bilinear, 1, 0}, {}}};
+}
 
-}  // extern "C"
+}  // namespace
+
+// The member table: the top-down members pre-fill, the bottom-up ones do not.
+constexpr Bilinear Bilinear_RGGB = bilinear(Pattern::RGGB, false, Prefill::Bytes255, QZRCFA_BORDER(Edge1_RGGB));
+constexpr Bilinear Bilinear_BGGR = bilinear(Pattern::BGGR, false, Prefill::Bytes255, QZRCFA_BORDER(Edge1_BGGR));
+constexpr Bilinear Bilinear_GRBG = bilinear(Pattern::GRBG, false, Prefill::Bytes255, QZRCFA_BORDER(Edge1_GRBG));
+constexpr Bilinear Bilinear_GBRG = bilinear(Pattern::GBRG, false, Prefill::Bytes255, QZRCFA_BORDER(Edge1_GBRG));
+constexpr Bilinear Bilinear_RGGB_Flip = bilinear(Pattern::RGGB, true, Prefill::None, QZRCFA_BORDER(Edge1_RGGB_Flip));
+constexpr Bilinear Bilinear_BGGR_Flip = bilinear(Pattern::BGGR, true, Prefill::None, QZRCFA_BORDER(Edge1_BGGR_Flip));
+constexpr Bilinear Bilinear_GRBG_Flip = bilinear(Pattern::GRBG, true, Prefill::None, QZRCFA_BORDER(Edge1_GRBG_Flip));
+constexpr Bilinear Bilinear_GBRG_Flip = bilinear(Pattern::GBRG, true, Prefill::None, QZRCFA_BORDER(Edge1_GBRG_Flip));
+
+}  // namespace qzrcfa::members

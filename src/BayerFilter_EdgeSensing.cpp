@@ -12,20 +12,14 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "detail/bayer.h"
-#include "detail/border.h"
-#include "detail/exports.h"
-#include "detail/frame.h"
-#include "detail/kernels.h"
+#include "catalogue/members.h"
+#include "kernels/bayer.h"
+#include "kernels/kernels.h"
 #include "qzrcfa.h"
 
 namespace qzrcfa::detail {
 
 namespace {
-
-constexpr EdgeSensingRule kMethod2{true, false};
-constexpr EdgeSensingRule kMethod1{false, false};
-constexpr EdgeSensingRule kMethod1Exchanged{false, true};
 
 // Mean of the pair (a, b) or of the pair (c, d), whichever differs less; of all four
 // when they differ equally.
@@ -66,53 +60,34 @@ int edge_sensing_columns(const Row<std::uint8_t>& row, const EdgeSensingRule& ru
     return c;
 }
 
-namespace {
-
-using EdgeSensingMember = ColourMember<std::uint8_t, EdgeSensingRule>;
-
-constexpr EdgeSensingMember edge_sensing(Pattern p, bool flip, ColourFn<std::uint8_t> border, Border border_id,
-                                         EdgeSensingRule rule) {
-    return EdgeSensingMember{p, flip, Prefill::None, border, border_id, 3, rule,
-                             {{edge_sensing_columns, &KernelSet::edge_sensing, 1, 0}, {}}};
-}
-
-// The member table. No member pre-fills; the GBRG exchange belongs to the top-down
-// member alone.
-constexpr EdgeSensingMember kEdgeSensing2_RGGB = edge_sensing(Pattern::RGGB, false, QZRCFA_BORDER(Edge1_RGGB), kMethod2);
-constexpr EdgeSensingMember kEdgeSensing2_RGGB_Flip = edge_sensing(Pattern::RGGB, true, QZRCFA_BORDER(Edge1_RGGB_Flip), kMethod2);
-constexpr EdgeSensingMember kEdgeSensing1_BGGR = edge_sensing(Pattern::BGGR, false, QZRCFA_BORDER(Edge1_BGGR), kMethod1);
-constexpr EdgeSensingMember kEdgeSensing1_GRBG = edge_sensing(Pattern::GRBG, false, QZRCFA_BORDER(Edge1_GRBG), kMethod1);
-constexpr EdgeSensingMember kEdgeSensing1_GBRG = edge_sensing(Pattern::GBRG, false, QZRCFA_BORDER(Edge1_GBRG), kMethod1Exchanged);
-constexpr EdgeSensingMember kEdgeSensing1_BGGR_Flip = edge_sensing(Pattern::BGGR, true, QZRCFA_BORDER(Edge1_BGGR_Flip), kMethod1);
-constexpr EdgeSensingMember kEdgeSensing1_GRBG_Flip = edge_sensing(Pattern::GRBG, true, QZRCFA_BORDER(Edge1_GRBG_Flip), kMethod1);
-constexpr EdgeSensingMember kEdgeSensing1_GBRG_Flip = edge_sensing(Pattern::GBRG, true, QZRCFA_BORDER(Edge1_GBRG_Flip), kMethod1);
-
-}  // namespace
 }  // namespace qzrcfa::detail
 
-using qzrcfa::detail::demosaic;
-namespace d = qzrcfa::detail;
+namespace qzrcfa::members {
+namespace {
 
-extern "C" {
+using detail::Pattern;
 
-QZRCFA_DEFINE_MEMBER(EdgeSensing2_RGGB, unsigned char, d::kEdgeSensing2_RGGB)
-QZRCFA_DEFINE_MEMBER(EdgeSensing2_RGGB_Flip, unsigned char, d::kEdgeSensing2_RGGB_Flip)
+constexpr detail::EdgeSensingRule kMethod2{true, false};
+constexpr detail::EdgeSensingRule kMethod1{false, false};
+constexpr detail::EdgeSensingRule kMethod1Exchanged{false, true};
 
-#if !defined(QZRCFA_EXTENDED)
-// Method 1 on RGGB is method 2.
-QZRCFA_API int QZRCFA_EdgeSensing1_RGGB(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return QZRCFA_EdgeSensing2_RGGB(src, width, height, dst, bitCount);
+constexpr EdgeSensing edge_sensing(Pattern p, bool flip, detail::ColourFn<std::uint8_t> border, catalogue::Id border_id,
+                                   detail::EdgeSensingRule rule) {
+    return EdgeSensing{p, flip, detail::Prefill::None, border, border_id, 3, rule,
+                       {{detail::edge_sensing_columns, &detail::KernelSet::edge_sensing, 1, 0}, {}}};
 }
-QZRCFA_API int QZRCFA_EdgeSensing1_RGGB_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return QZRCFA_EdgeSensing2_RGGB_Flip(src, width, height, dst, bitCount);
-}
-#endif
 
-QZRCFA_DEFINE_MEMBER(EdgeSensing1_BGGR, unsigned char, d::kEdgeSensing1_BGGR)
-QZRCFA_DEFINE_MEMBER(EdgeSensing1_GRBG, unsigned char, d::kEdgeSensing1_GRBG)
-QZRCFA_DEFINE_MEMBER(EdgeSensing1_GBRG, unsigned char, d::kEdgeSensing1_GBRG)
-QZRCFA_DEFINE_MEMBER(EdgeSensing1_BGGR_Flip, unsigned char, d::kEdgeSensing1_BGGR_Flip)
-QZRCFA_DEFINE_MEMBER(EdgeSensing1_GRBG_Flip, unsigned char, d::kEdgeSensing1_GRBG_Flip)
-QZRCFA_DEFINE_MEMBER(EdgeSensing1_GBRG_Flip, unsigned char, d::kEdgeSensing1_GBRG_Flip)
+}  // namespace
 
-}  // extern "C"
+// The member table. No member pre-fills; the GBRG exchange belongs to the top-down
+// member alone. The RGGB members of method 1 forward to method 2 (the catalogue says so).
+constexpr EdgeSensing EdgeSensing2_RGGB = edge_sensing(Pattern::RGGB, false, QZRCFA_BORDER(Edge1_RGGB), kMethod2);
+constexpr EdgeSensing EdgeSensing2_RGGB_Flip = edge_sensing(Pattern::RGGB, true, QZRCFA_BORDER(Edge1_RGGB_Flip), kMethod2);
+constexpr EdgeSensing EdgeSensing1_BGGR = edge_sensing(Pattern::BGGR, false, QZRCFA_BORDER(Edge1_BGGR), kMethod1);
+constexpr EdgeSensing EdgeSensing1_GRBG = edge_sensing(Pattern::GRBG, false, QZRCFA_BORDER(Edge1_GRBG), kMethod1);
+constexpr EdgeSensing EdgeSensing1_GBRG = edge_sensing(Pattern::GBRG, false, QZRCFA_BORDER(Edge1_GBRG), kMethod1Exchanged);
+constexpr EdgeSensing EdgeSensing1_BGGR_Flip = edge_sensing(Pattern::BGGR, true, QZRCFA_BORDER(Edge1_BGGR_Flip), kMethod1);
+constexpr EdgeSensing EdgeSensing1_GRBG_Flip = edge_sensing(Pattern::GRBG, true, QZRCFA_BORDER(Edge1_GRBG_Flip), kMethod1);
+constexpr EdgeSensing EdgeSensing1_GBRG_Flip = edge_sensing(Pattern::GBRG, true, QZRCFA_BORDER(Edge1_GBRG_Flip), kMethod1);
+
+}  // namespace qzrcfa::members

@@ -32,17 +32,15 @@
 // displaced two rows down and two columns right: rows and columns 4 .. size - 1. Its
 // last two rows read up to two rows past the end of the frame; those samples read as 0.
 //
-// When the member's 255 pre-fill is left to the green pass (see detail/frame.h), that
+// When the member's 255 pre-fill is left to the green pass (see driver/demosaic.h), that
 // pass writes whole pixels: 255 wherever the pre-fill would have stood.
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
-#include "detail/bayer.h"
-#include "detail/border.h"
-#include "detail/exports.h"
-#include "detail/frame.h"
-#include "detail/kernels.h"
+#include "catalogue/members.h"
+#include "kernels/bayer.h"
+#include "kernels/kernels.h"
 #include "qzrcfa.h"
 
 // The per-site bodies are inlined into the row walk, which calls each twice.
@@ -128,7 +126,7 @@ inline void green_row(const Row<std::uint8_t>& row, int c, Samples S, Colour col
     constexpr bool red_row = Colour::value == kRed;
     const int colour = colour_;
     const std::ptrdiff_t stride = stride_;
-    const bool white = row.white;
+    const bool fill255 = row.fill255;
     std::uint8_t* const d = row.d;
 
     auto colour_site = [&](int col) LAPLACIAN_INLINE {
@@ -145,7 +143,7 @@ inline void green_row(const Row<std::uint8_t>& row, int c, Samples S, Colour col
         px[kGreen] = std::uint8_t(clamp_byte(g));
         px[colour] = std::uint8_t(x);
         if (red_row) px[kBlue] = std::uint8_t(x);  // interim, replaced by the red/blue pass
-        if (white) {
+        if (fill255) {
             if (!red_row) px[kRed] = 255;
             if (stride == 4) px[3] = 255;
         }
@@ -153,7 +151,7 @@ inline void green_row(const Row<std::uint8_t>& row, int c, Samples S, Colour col
     auto green_site = [&](int col) LAPLACIAN_INLINE {
         std::uint8_t* px = d + col * stride;
         px[kGreen] = std::uint8_t(S[col]);
-        if (white) {
+        if (fill255) {
             px[kBlue] = px[kRed] = 255;
             if (stride == 4) px[3] = 255;
         }
@@ -219,47 +217,33 @@ int laplacian_colour_columns(const Row<std::uint8_t>& row, const LaplacianParams
     return row.c_last + 1;
 }
 
-namespace {
-
-using LaplacianMember = ColourMember<std::uint8_t, LaplacianParams>;
-
-constexpr LaplacianMember laplacian(Pattern p, bool flip, ColourFn<std::uint8_t> border, Border border_id,
-                                    bool crossed, int green_shift = 0) {
-    return LaplacianMember{p, flip, Prefill::White, border, border_id, 5, LaplacianParams{crossed},
-                           {{laplacian_green_columns, &KernelSet::laplacian_green, 2, green_shift},
-                            {laplacian_colour_columns, &KernelSet::laplacian_colour, 2, 0}}};
-}
-
-// The member table. Every member pre-fills; only the bottom-up RGGB member crosses its
-// diagonals, and only Laplacian2 displaces its green pass.
-constexpr LaplacianMember kLaplacian_RGGB = laplacian(Pattern::RGGB, false, QZRCFA_BORDER(Edge2_RGGB), false);
-constexpr LaplacianMember kLaplacian_BGGR = laplacian(Pattern::BGGR, false, QZRCFA_BORDER(Edge2_BGGR), false);
-constexpr LaplacianMember kLaplacian_GRBG = laplacian(Pattern::GRBG, false, QZRCFA_BORDER(Edge2_GRBG), false);
-constexpr LaplacianMember kLaplacian_GBRG = laplacian(Pattern::GBRG, false, QZRCFA_BORDER(Edge2_GBRG), false);
-constexpr LaplacianMember kLaplacian_RGGB_Flip = laplacian(Pattern::RGGB, true, QZRCFA_BORDER(Edge2_RGGB_Flip), true);
-constexpr LaplacianMember kLaplacian_BGGR_Flip = laplacian(Pattern::BGGR, true, QZRCFA_BORDER(Edge2_BGGR_Flip), false);
-constexpr LaplacianMember kLaplacian_GRBG_Flip = laplacian(Pattern::GRBG, true, QZRCFA_BORDER(Edge2_GRBG_Flip), false);
-constexpr LaplacianMember kLaplacian_GBRG_Flip = laplacian(Pattern::GBRG, true, QZRCFA_BORDER(Edge2_GBRG_Flip), false);
-constexpr LaplacianMember kLaplacian2_RGGB = laplacian(Pattern::RGGB, false, QZRCFA_BORDER(Edge2_RGGB), false, 2);
-
-}  // namespace
 }  // namespace qzrcfa::detail
 
-using qzrcfa::detail::demosaic;
-namespace d = qzrcfa::detail;
+namespace qzrcfa::members {
+namespace {
 
-extern "C" {
+using detail::Pattern;
 
-QZRCFA_DEFINE_MEMBER(Laplacian_RGGB, unsigned char, d::kLaplacian_RGGB)
-QZRCFA_DEFINE_MEMBER(Laplacian_BGGR, unsigned char, d::kLaplacian_BGGR)
-QZRCFA_DEFINE_MEMBER(Laplacian_GRBG, unsigned char, d::kLaplacian_GRBG)
-QZRCFA_DEFINE_MEMBER(Laplacian_GBRG, unsigned char, d::kLaplacian_GBRG)
-QZRCFA_DEFINE_MEMBER(Laplacian_RGGB_Flip, unsigned char, d::kLaplacian_RGGB_Flip)
-QZRCFA_DEFINE_MEMBER(Laplacian_BGGR_Flip, unsigned char, d::kLaplacian_BGGR_Flip)
-QZRCFA_DEFINE_MEMBER(Laplacian_GRBG_Flip, unsigned char, d::kLaplacian_GRBG_Flip)
-QZRCFA_DEFINE_MEMBER(Laplacian_GBRG_Flip, unsigned char, d::kLaplacian_GBRG_Flip)
+constexpr Laplacian laplacian(Pattern p, bool flip, detail::ColourFn<std::uint8_t> border, catalogue::Id border_id,
+                              bool crossed, int green_shift = 0) {
+    return Laplacian{p, flip, detail::Prefill::Bytes255, border, border_id, 5, detail::LaplacianParams{crossed},
+                     {{detail::laplacian_green_columns, &detail::KernelSet::laplacian_green, 2, green_shift},
+                      {detail::laplacian_colour_columns, &detail::KernelSet::laplacian_colour, 2, 0}}};
+}
 
-}  // extern "C"
+}  // namespace
 
-// C++ linkage: exported under its type-decorated name only.
-QZRCFA_DEFINE_MEMBER(Laplacian2_RGGB, unsigned char, d::kLaplacian2_RGGB)
+// The member table. Every member pre-fills; only the bottom-up RGGB member crosses its
+// diagonals, and only Laplacian2 (C++ linkage, the catalogue says) displaces its green
+// pass.
+constexpr Laplacian Laplacian_RGGB = laplacian(Pattern::RGGB, false, QZRCFA_BORDER(Edge2_RGGB), false);
+constexpr Laplacian Laplacian_BGGR = laplacian(Pattern::BGGR, false, QZRCFA_BORDER(Edge2_BGGR), false);
+constexpr Laplacian Laplacian_GRBG = laplacian(Pattern::GRBG, false, QZRCFA_BORDER(Edge2_GRBG), false);
+constexpr Laplacian Laplacian_GBRG = laplacian(Pattern::GBRG, false, QZRCFA_BORDER(Edge2_GBRG), false);
+constexpr Laplacian Laplacian_RGGB_Flip = laplacian(Pattern::RGGB, true, QZRCFA_BORDER(Edge2_RGGB_Flip), true);
+constexpr Laplacian Laplacian_BGGR_Flip = laplacian(Pattern::BGGR, true, QZRCFA_BORDER(Edge2_BGGR_Flip), false);
+constexpr Laplacian Laplacian_GRBG_Flip = laplacian(Pattern::GRBG, true, QZRCFA_BORDER(Edge2_GRBG_Flip), false);
+constexpr Laplacian Laplacian_GBRG_Flip = laplacian(Pattern::GBRG, true, QZRCFA_BORDER(Edge2_GBRG_Flip), false);
+constexpr Laplacian Laplacian2_RGGB = laplacian(Pattern::RGGB, false, QZRCFA_BORDER(Edge2_RGGB), false, 2);
+
+}  // namespace qzrcfa::members

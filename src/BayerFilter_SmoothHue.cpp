@@ -22,11 +22,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "detail/bayer.h"
-#include "detail/border.h"
-#include "detail/exports.h"
-#include "detail/frame.h"
-#include "detail/kernels.h"
+#include "catalogue/members.h"
+#include "kernels/bayer.h"
+#include "kernels/kernels.h"
 #include "qzrcfa.h"
 
 // Pass 2 must round every operation to single precision; a target that evaluates float
@@ -142,48 +140,40 @@ int smooth_hue_colour_columns(const Row<std::uint8_t>& row, const SmoothHueRule&
     return c;
 }
 
+}  // namespace qzrcfa::detail
+
+namespace qzrcfa::members {
 namespace {
 
-using SmoothHueMember = ColourMember<std::uint8_t, SmoothHueRule>;
+using detail::Pattern;
+using detail::Prefill;
+using detail::Saturation;
+using detail::Site;
+using detail::SmoothHueRule;
 
 constexpr SmoothHueRule kRegular{Site::GreenOnBlue, Saturation::GreaterThan};
 constexpr SmoothHueRule kGreenOnBlueAsRed{Site::Red, Saturation::GreaterThan};
 constexpr SmoothHueRule kNaNSaturates{Site::GreenOnBlue, Saturation::LessThan};
 
-constexpr SmoothHueMember smooth_hue(Pattern p, bool flip, Prefill fill, ColourFn<std::uint8_t> border,
-                                     Border border_id, SmoothHueRule rule) {
-    return SmoothHueMember{p, flip, fill, border, border_id, 3, rule,
-                           {{smooth_hue_green_columns, &KernelSet::smooth_hue_green, 1, 0},
-                            {smooth_hue_colour_columns, &KernelSet::smooth_hue_colour, 1, 0}}};
+constexpr SmoothHue smooth_hue(Pattern p, bool flip, Prefill fill, detail::ColourFn<std::uint8_t> border,
+                               catalogue::Id border_id, SmoothHueRule rule) {
+    return SmoothHue{p, flip, fill, border, border_id, 3, rule,
+                     {{detail::smooth_hue_green_columns, &detail::KernelSet::smooth_hue_green, 1, 0},
+                      {detail::smooth_hue_colour_columns, &detail::KernelSet::smooth_hue_colour, 1, 0}}};
 }
+
+}  // namespace
 
 // The member table. Only the BGGR pair departs from the regular members: the top-down
 // one gives its green-on-blue sites the red-site formulas, the bottom-up one zero-fills
 // three bytes per pixel first and saturates NaN to 255.
-constexpr SmoothHueMember kSmoothHue_RGGB = smooth_hue(Pattern::RGGB, false, Prefill::None, QZRCFA_BORDER(Edge1_RGGB), kRegular);
-constexpr SmoothHueMember kSmoothHue_BGGR = smooth_hue(Pattern::BGGR, false, Prefill::None, QZRCFA_BORDER(Edge1_BGGR), kGreenOnBlueAsRed);
-constexpr SmoothHueMember kSmoothHue_GRBG = smooth_hue(Pattern::GRBG, false, Prefill::None, QZRCFA_BORDER(Edge1_GRBG), kRegular);
-constexpr SmoothHueMember kSmoothHue_GBRG = smooth_hue(Pattern::GBRG, false, Prefill::None, QZRCFA_BORDER(Edge1_GBRG), kRegular);
-constexpr SmoothHueMember kSmoothHue_RGGB_Flip = smooth_hue(Pattern::RGGB, true, Prefill::None, QZRCFA_BORDER(Edge1_RGGB_Flip), kRegular);
-constexpr SmoothHueMember kSmoothHue_BGGR_Flip = smooth_hue(Pattern::BGGR, true, Prefill::ZeroRgb, QZRCFA_BORDER(Edge1_BGGR_Flip), kNaNSaturates);
-constexpr SmoothHueMember kSmoothHue_GRBG_Flip = smooth_hue(Pattern::GRBG, true, Prefill::None, QZRCFA_BORDER(Edge1_GRBG_Flip), kRegular);
-constexpr SmoothHueMember kSmoothHue_GBRG_Flip = smooth_hue(Pattern::GBRG, true, Prefill::None, QZRCFA_BORDER(Edge1_GBRG_Flip), kRegular);
+constexpr SmoothHue SmoothHue_RGGB = smooth_hue(Pattern::RGGB, false, Prefill::None, QZRCFA_BORDER(Edge1_RGGB), kRegular);
+constexpr SmoothHue SmoothHue_BGGR = smooth_hue(Pattern::BGGR, false, Prefill::None, QZRCFA_BORDER(Edge1_BGGR), kGreenOnBlueAsRed);
+constexpr SmoothHue SmoothHue_GRBG = smooth_hue(Pattern::GRBG, false, Prefill::None, QZRCFA_BORDER(Edge1_GRBG), kRegular);
+constexpr SmoothHue SmoothHue_GBRG = smooth_hue(Pattern::GBRG, false, Prefill::None, QZRCFA_BORDER(Edge1_GBRG), kRegular);
+constexpr SmoothHue SmoothHue_RGGB_Flip = smooth_hue(Pattern::RGGB, true, Prefill::None, QZRCFA_BORDER(Edge1_RGGB_Flip), kRegular);
+constexpr SmoothHue SmoothHue_BGGR_Flip = smooth_hue(Pattern::BGGR, true, Prefill::ZeroRgb, QZRCFA_BORDER(Edge1_BGGR_Flip), kNaNSaturates);
+constexpr SmoothHue SmoothHue_GRBG_Flip = smooth_hue(Pattern::GRBG, true, Prefill::None, QZRCFA_BORDER(Edge1_GRBG_Flip), kRegular);
+constexpr SmoothHue SmoothHue_GBRG_Flip = smooth_hue(Pattern::GBRG, true, Prefill::None, QZRCFA_BORDER(Edge1_GBRG_Flip), kRegular);
 
-}  // namespace
-}  // namespace qzrcfa::detail
-
-using qzrcfa::detail::demosaic;
-namespace d = qzrcfa::detail;
-
-extern "C" {
-
-QZRCFA_DEFINE_MEMBER(SmoothHue_RGGB, unsigned char, d::kSmoothHue_RGGB)
-QZRCFA_DEFINE_MEMBER(SmoothHue_BGGR, unsigned char, d::kSmoothHue_BGGR)
-QZRCFA_DEFINE_MEMBER(SmoothHue_GRBG, unsigned char, d::kSmoothHue_GRBG)
-QZRCFA_DEFINE_MEMBER(SmoothHue_GBRG, unsigned char, d::kSmoothHue_GBRG)
-QZRCFA_DEFINE_MEMBER(SmoothHue_RGGB_Flip, unsigned char, d::kSmoothHue_RGGB_Flip)
-QZRCFA_DEFINE_MEMBER(SmoothHue_BGGR_Flip, unsigned char, d::kSmoothHue_BGGR_Flip)
-QZRCFA_DEFINE_MEMBER(SmoothHue_GRBG_Flip, unsigned char, d::kSmoothHue_GRBG_Flip)
-QZRCFA_DEFINE_MEMBER(SmoothHue_GBRG_Flip, unsigned char, d::kSmoothHue_GBRG_Flip)
-
-}  // extern "C"
+}  // namespace qzrcfa::members

@@ -12,27 +12,14 @@
 #include <array>
 #include <cstdint>
 
-#include "detail/bayer.h"
-#include "detail/border.h"
-#include "detail/frame.h"
+#include "catalogue/members.h"
+#include "driver/border.h"
+#include "driver/fill.h"
+#include "kernels/bayer.h"
 #include "qzrcfa.h"
 
 namespace qzrcfa::detail {
 namespace {
-
-// A source sample relative to the position being filled: S(s + dr, c + dc). Reads are
-// by linear offset, so a column outside 0 .. width - 1 reaches into the next or
-// previous raw row.
-struct Tap {
-    std::int8_t dr, dc;
-};
-using Taps = std::array<Tap, 3>;  // blue, green, red
-
-struct Edge1Table {
-    Taps top[3];        // row 0: c == 0, c odd, c even > 0
-    Taps middle[2][2];  // [row parity][0 = first pixel (c = 0), 1 = last pixel (c = width - 1)]
-    Taps bottom[3];     // last row: c == 0, c odd, c even > 0
-};
 
 constexpr Edge1Table kEdge1RGGB = {
     {{{{1, 1}, {0, 1}, {0, 0}}}, {{{1, 0}, {0, 0}, {0, -1}}}, {{{1, -1}, {0, -1}, {0, 0}}}},
@@ -72,24 +59,8 @@ constexpr Edge1Table with_diagonal_last_pixel(Edge1Table t) {
     return t;
 }
 
-struct Edge1Member {
-    const Edge1Table* table;
-    bool flip;
-};
-
 constexpr Edge1Table kEdge1RGGB_Flip8 = with_diagonal_last_pixel(kEdge1RGGB);
 constexpr Edge1Table kEdge1BGGR_Flip8 = with_diagonal_last_pixel(kEdge1BGGR);
-
-constexpr Edge1Member kEdge1_RGGB{&kEdge1RGGB, false};
-constexpr Edge1Member kEdge1_BGGR{&kEdge1BGGR, false};
-constexpr Edge1Member kEdge1_GRBG{&kEdge1GRBG, false};
-constexpr Edge1Member kEdge1_GBRG{&kEdge1GBRG, false};
-constexpr Edge1Member kEdge1_RGGB_Flip8{&kEdge1RGGB_Flip8, true};
-constexpr Edge1Member kEdge1_BGGR_Flip8{&kEdge1BGGR_Flip8, true};
-constexpr Edge1Member kEdge1_RGGB_Flip{&kEdge1RGGB, true};  // 16-bit: same entries as the plain member
-constexpr Edge1Member kEdge1_BGGR_Flip{&kEdge1BGGR, true};
-constexpr Edge1Member kEdge1_GRBG_Flip{&kEdge1GRBG, true};
-constexpr Edge1Member kEdge1_GBRG_Flip{&kEdge1GBRG, true};
 
 template <class T>
 inline void copy_taps(T* out, const T* at, int width, const Taps& taps) {
@@ -129,64 +100,45 @@ int edge1(const Edge1Member& m, T* src, int width, int height, T* dst, unsigned 
 }
 
 }  // namespace
+
+int border_fill(const Edge1Member& m, std::uint8_t* src, int width, int height, std::uint8_t* dst, unsigned short bitCount) {
+    return edge1(m, src, width, height, dst, bitCount);
+}
+int border_fill(const Edge1Member& m, std::uint16_t* src, int width, int height, std::uint16_t* dst, unsigned short bitCount) {
+    return edge1(m, src, width, height, dst, bitCount);
+}
+
 }  // namespace qzrcfa::detail
 
-using qzrcfa::detail::edge1;
-namespace d = qzrcfa::detail;
+namespace qzrcfa::members {
 
-extern "C" {
+using detail::kEdge1BGGR;
+using detail::kEdge1BGGR_Flip8;
+using detail::kEdge1GBRG;
+using detail::kEdge1GRBG;
+using detail::kEdge1RGGB;
+using detail::kEdge1RGGB_Flip8;
 
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_RGGB(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return edge1(d::kEdge1_RGGB, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_BGGR(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return edge1(d::kEdge1_BGGR, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_GRBG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return edge1(d::kEdge1_GRBG, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_GBRG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return edge1(d::kEdge1_GBRG, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_RGGB_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return edge1(d::kEdge1_RGGB_Flip8, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_BGGR_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return edge1(d::kEdge1_BGGR_Flip8, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_GRBG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return edge1(d::kEdge1_GRBG_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_GBRG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return edge1(d::kEdge1_GBRG_Flip, src, width, height, dst, bitCount);
-}
+// The member table of the one-pixel fill: each pattern's table and row order; the 8-bit
+// bottom-up RGGB and BGGR members have their changed entry, the 16-bit ones do not.
+constexpr Edge1 NearestNeighbor_Edge1_RGGB{&kEdge1RGGB, false};
+constexpr Edge1 NearestNeighbor_Edge1_BGGR{&kEdge1BGGR, false};
+constexpr Edge1 NearestNeighbor_Edge1_GRBG{&kEdge1GRBG, false};
+constexpr Edge1 NearestNeighbor_Edge1_GBRG{&kEdge1GBRG, false};
+constexpr Edge1 NearestNeighbor_Edge1_RGGB_Flip{&kEdge1RGGB_Flip8, true};
+constexpr Edge1 NearestNeighbor_Edge1_BGGR_Flip{&kEdge1BGGR_Flip8, true};
+constexpr Edge1 NearestNeighbor_Edge1_GRBG_Flip{&kEdge1GRBG, true};
+constexpr Edge1 NearestNeighbor_Edge1_GBRG_Flip{&kEdge1GBRG, true};
+constexpr Edge1 NearestNeighbor_Edge1_RGGB_16Bits{&kEdge1RGGB, false};
+constexpr Edge1 NearestNeighbor_Edge1_BGGR_16Bits{&kEdge1BGGR, false};
+constexpr Edge1 NearestNeighbor_Edge1_GRBG_16Bits{&kEdge1GRBG, false};
+constexpr Edge1 NearestNeighbor_Edge1_GBRG_16Bits{&kEdge1GBRG, false};
+constexpr Edge1 NearestNeighbor_Edge1_RGGB_Flip_16Bits{&kEdge1RGGB, true};
+constexpr Edge1 NearestNeighbor_Edge1_BGGR_Flip_16Bits{&kEdge1BGGR, true};
+constexpr Edge1 NearestNeighbor_Edge1_GRBG_Flip_16Bits{&kEdge1GRBG, true};
+constexpr Edge1 NearestNeighbor_Edge1_GBRG_Flip_16Bits{&kEdge1GBRG, true};
 
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_RGGB_16Bits(unsigned short* src, int width, int height, unsigned short* dst, unsigned short bitCount) {
-    return edge1(d::kEdge1_RGGB, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_BGGR_16Bits(unsigned short* src, int width, int height, unsigned short* dst, unsigned short bitCount) {
-    return edge1(d::kEdge1_BGGR, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_GRBG_16Bits(unsigned short* src, int width, int height, unsigned short* dst, unsigned short bitCount) {
-    return edge1(d::kEdge1_GRBG, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_GBRG_16Bits(unsigned short* src, int width, int height, unsigned short* dst, unsigned short bitCount) {
-    return edge1(d::kEdge1_GBRG, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_RGGB_Flip_16Bits(unsigned short* src, int width, int height, unsigned short* dst, unsigned short bitCount) {
-    return edge1(d::kEdge1_RGGB_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_BGGR_Flip_16Bits(unsigned short* src, int width, int height, unsigned short* dst, unsigned short bitCount) {
-    return edge1(d::kEdge1_BGGR_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_GRBG_Flip_16Bits(unsigned short* src, int width, int height, unsigned short* dst, unsigned short bitCount) {
-    return edge1(d::kEdge1_GRBG_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge1_GBRG_Flip_16Bits(unsigned short* src, int width, int height, unsigned short* dst, unsigned short bitCount) {
-    return edge1(d::kEdge1_GBRG_Flip, src, width, height, dst, bitCount);
-}
-
-}  // extern "C"
+}  // namespace qzrcfa::members
 
 // Two-pixel fill (Edge2, 8-bit), for the Laplacian family's two-sample margin.
 //
@@ -241,35 +193,9 @@ constexpr BlockRow block_row(Pattern p, int phase_row, int partner) {
              block_taps(p, phase_row, partner, -1, 1)}};
 }
 
-// One pixel of a right pair: the row's own colour X and green from row r, the lower
-// row's colour Y from row r + 1; columns counted from the row end (-1 is width - 1).
-struct RightPick {
-    std::int8_t x, g, y;
-};
-
 constexpr RightPick kGreenRowInner{-3, -2, -2};  // green row, pixel width - 2
 constexpr RightPick kGreenRowOuter{-1, -2, -2};  // green row, pixel width - 1
 constexpr RightPick kColourRowOuter{-2, -1, -1}; // colour row, pixel width - 1
-
-struct Edge2Member {
-    Pattern pattern;
-    bool flip;
-    RightPick colour_row_inner;  // colour row, pixel width - 2: each pattern's own choice
-};
-
-// The member table. Bottom-up members read exactly as their top-down twins.
-constexpr RightPick kInnerRGGB{-2, -1, -3};
-constexpr RightPick kInnerBGGR{-2, -3, -3};
-constexpr RightPick kInnerGRBG_GBRG{-2, -3, -1};
-
-constexpr Edge2Member kEdge2_RGGB{Pattern::RGGB, false, kInnerRGGB};
-constexpr Edge2Member kEdge2_BGGR{Pattern::BGGR, false, kInnerBGGR};
-constexpr Edge2Member kEdge2_GRBG{Pattern::GRBG, false, kInnerGRBG_GBRG};
-constexpr Edge2Member kEdge2_GBRG{Pattern::GBRG, false, kInnerGRBG_GBRG};
-constexpr Edge2Member kEdge2_RGGB_Flip{Pattern::RGGB, true, kInnerRGGB};
-constexpr Edge2Member kEdge2_BGGR_Flip{Pattern::BGGR, true, kInnerBGGR};
-constexpr Edge2Member kEdge2_GRBG_Flip{Pattern::GRBG, true, kInnerGRBG_GBRG};
-constexpr Edge2Member kEdge2_GBRG_Flip{Pattern::GBRG, true, kInnerGRBG_GBRG};
 
 inline void put_pick(std::uint8_t* out, const std::uint8_t* row_end, std::ptrdiff_t width, RowPhase ph, RightPick k) {
     out[ph.colour] = row_end[k.x];
@@ -314,53 +240,31 @@ int edge2(const Edge2Member& m, std::uint8_t* src, int width, int height, std::u
 }
 
 }  // namespace
+
+int border_fill(const Edge2Member& m, std::uint8_t* src, int width, int height, std::uint8_t* dst, unsigned short bitCount) {
+    return edge2(m, src, width, height, dst, bitCount);
+}
+
 }  // namespace qzrcfa::detail
 
-using qzrcfa::detail::edge2;
+namespace qzrcfa::members {
 
-extern "C" {
+using detail::Pattern;
+using detail::RightPick;
 
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge2_RGGB(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return edge2(d::kEdge2_RGGB, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge2_BGGR(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return edge2(d::kEdge2_BGGR, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge2_GRBG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return edge2(d::kEdge2_GRBG, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge2_GBRG(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return edge2(d::kEdge2_GBRG, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge2_RGGB_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return edge2(d::kEdge2_RGGB_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge2_BGGR_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return edge2(d::kEdge2_BGGR_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge2_GRBG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return edge2(d::kEdge2_GRBG_Flip, src, width, height, dst, bitCount);
-}
-QZRCFA_API int QZRCFA_NearestNeighbor_Edge2_GBRG_Flip(unsigned char* src, int width, int height, unsigned char* dst, unsigned short bitCount) {
-    return edge2(d::kEdge2_GBRG_Flip, src, width, height, dst, bitCount);
-}
+constexpr RightPick kInnerRGGB{-2, -1, -3};
+constexpr RightPick kInnerBGGR{-2, -3, -3};
+constexpr RightPick kInnerGRBG_GBRG{-2, -3, -1};
 
-}  // extern "C"
+// The member table of the two-pixel fill. Bottom-up members read exactly as their
+// top-down twins.
+constexpr Edge2 NearestNeighbor_Edge2_RGGB{Pattern::RGGB, false, kInnerRGGB};
+constexpr Edge2 NearestNeighbor_Edge2_BGGR{Pattern::BGGR, false, kInnerBGGR};
+constexpr Edge2 NearestNeighbor_Edge2_GRBG{Pattern::GRBG, false, kInnerGRBG_GBRG};
+constexpr Edge2 NearestNeighbor_Edge2_GBRG{Pattern::GBRG, false, kInnerGRBG_GBRG};
+constexpr Edge2 NearestNeighbor_Edge2_RGGB_Flip{Pattern::RGGB, true, kInnerRGGB};
+constexpr Edge2 NearestNeighbor_Edge2_BGGR_Flip{Pattern::BGGR, true, kInnerBGGR};
+constexpr Edge2 NearestNeighbor_Edge2_GRBG_Flip{Pattern::GRBG, true, kInnerGRBG_GBRG};
+constexpr Edge2 NearestNeighbor_Edge2_GBRG_Flip{Pattern::GBRG, true, kInnerGRBG_GBRG};
 
-// Hidden aliases of the border fills: their addresses are the library's own
-// definitions, whatever the exported names resolve to (detail/border.h).
-#define QZRCFA_DEFINE_OWN_BORDER(suffix, T)                                                                     \
-    __attribute__((visibility("hidden"))) int qzrcfa_own_##suffix(T* src, int width, int height, T* dst,      \
-                                                                   unsigned short bitCount)                   \
-        __attribute__((alias("QZRCFA_NearestNeighbor_" #suffix)));
-
-extern "C" {
-QZRCFA_BORDER_FILLS(QZRCFA_DEFINE_OWN_BORDER)
-}
-
-bool qzrcfa::detail::border_is_own(Border id, const void* exported) {
-#define QZRCFA_OWN_ADDRESS(suffix, T) reinterpret_cast<const void*>(qzrcfa_own_##suffix),
-    static const void* const kOwn[] = {QZRCFA_BORDER_FILLS(QZRCFA_OWN_ADDRESS)};
-#undef QZRCFA_OWN_ADDRESS
-    return exported == kOwn[int(id)];
-}
+}  // namespace qzrcfa::members

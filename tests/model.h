@@ -1,7 +1,8 @@
 // A model of every export, written from the behaviour the header and README document
-// for each family and member, not from the library's tables. A colour member is the
-// literal sequence: its pre-fill, its border fill, then its passes in full, one after
-// the other, each reading the output as it stands. The model works on the caller's
+// for each family and member, not from the library's tables (only the list of the
+// exports is the catalogue's). A colour member is the literal sequence: its pre-fill,
+// its border fill, then its passes in full, one after the other, each reading the
+// output as it stands. The model works on the caller's
 // buffer with room around it, so it writes and reads exactly where an export may,
 // slack included. test_members holds every export to it; test_interposition holds the
 // library to it when a border fill is interposed.
@@ -16,6 +17,7 @@
 #include <string>
 #include <type_traits>
 
+#include "catalogue/catalogue.h"
 #include "qzrcfa.h"
 
 namespace qzrcfa::model {
@@ -57,11 +59,15 @@ Entry entry(int (*fn)(T*, int, int, T*)) {
     return {reinterpret_cast<void (*)()>(fn), true, sizeof(T) == 2};
 }
 
+// Each member's family and the flags that set it apart, from its name: the rules the
+// header and README state for each family.
 struct Member {
     const char* name;
     Entry entry;
     Family family;
     unsigned flags;
+
+    Member(const char* export_name, Entry e) : name(export_name), entry(e), family(family_of(name)), flags(flags_of()) {}
 
     // The naming rule: pattern, _Flip for bottom-up, _16Bits for 16-bit samples.
     std::string pattern() const {
@@ -71,113 +77,46 @@ struct Member {
     }
     bool flip() const { return std::strstr(name, "_Flip") != nullptr; }
     bool wide() const { return std::strstr(name, "16Bits") != nullptr; }
+
+  private:
+    bool named(const char* prefix) const { return std::string(name).rfind(std::string("QZRCFA_") + prefix, 0) == 0; }
+    Family family_of(const char* n) const {
+        if (named("NearestNeighbor_Edge1_")) return Family::Edge1;
+        if (named("NearestNeighbor_Edge2_")) return Family::Edge2;
+        if (std::strstr(n, "_Gray")) return Family::Grey;
+        if (named("NearestNeighbor_")) return Family::Nearest;
+        if (named("Bilinear_")) return Family::Bilinear;
+        if (named("FastBilinear_")) return Family::Gate;
+        if (named("EdgeSensing")) return Family::EdgeSensing;
+        if (named("Laplacian")) return Family::Laplacian;
+        return Family::SmoothHue;
+    }
+    unsigned flags_of() const {
+        const std::string p = pattern();
+        const bool rggb = p == "RGGB", bggr = p == "BGGR";
+        switch (family) {
+        case Family::Edge1:  // the 8-bit bottom-up RGGB and BGGR members take the diagonal instead
+            return ((rggb || bggr) && (!flip() || wide()) ? kStraightBelow : 0) | (bggr ? kRightDiagonalTop : 0);
+        case Family::Edge2: return rggb ? kInnerGreenLast : bggr ? 0 : kInnerLowerLast;
+        case Family::Nearest:  // 16-bit: the block on the left; 8-bit: each member its own
+            if (wide() || (bggr && !flip())) return kLeftBlock;
+            return (p == "GBRG" ? 0 : kAverageGreen) | (rggb && !flip() ? kPrefill : 0);
+        case Family::Grey: return !wide() && (rggb || flip()) ? 0 : kShuffle;  // _Flip forwards to RGGB
+        case Family::Bilinear:
+        case Family::Gate: return flip() ? 0 : kPrefill;
+        case Family::EdgeSensing:  // method 1's RGGB members forward to method 2
+            return (named("EdgeSensing2") || rggb ? kQuieterDiagonal : 0) | (p == "GBRG" && !flip() ? kExchanged : 0);
+        case Family::Laplacian:
+            return kPrefill | (rggb && flip() ? kCrossed : 0) | (named("Laplacian2") ? kDisplaced : 0);
+        case Family::SmoothHue: return bggr ? (flip() ? kZeroFillNaN255 : kGreenOnBlueAsRed) : 0;
+        }
+        return 0;
+    }
 };
 
-#define QZRCFA_M(suffix, family, flags) \
-    {"QZRCFA_" #suffix, entry(&QZRCFA_##suffix), Family::family, flags}
-
-// Every export. An alias carries the model of the export it forwards to.
-inline const Member kMembers[] = {
-    QZRCFA_M(NearestNeighbor_Edge1_RGGB, Edge1, kStraightBelow),
-    QZRCFA_M(NearestNeighbor_Edge1_BGGR, Edge1, kStraightBelow | kRightDiagonalTop),
-    QZRCFA_M(NearestNeighbor_Edge1_GRBG, Edge1, 0),
-    QZRCFA_M(NearestNeighbor_Edge1_GBRG, Edge1, 0),
-    QZRCFA_M(NearestNeighbor_Edge1_RGGB_Flip, Edge1, 0),
-    QZRCFA_M(NearestNeighbor_Edge1_BGGR_Flip, Edge1, kRightDiagonalTop),
-    QZRCFA_M(NearestNeighbor_Edge1_GRBG_Flip, Edge1, 0),
-    QZRCFA_M(NearestNeighbor_Edge1_GBRG_Flip, Edge1, 0),
-    QZRCFA_M(NearestNeighbor_Edge1_RGGB_16Bits, Edge1, kStraightBelow),
-    QZRCFA_M(NearestNeighbor_Edge1_BGGR_16Bits, Edge1, kStraightBelow | kRightDiagonalTop),
-    QZRCFA_M(NearestNeighbor_Edge1_GRBG_16Bits, Edge1, 0),
-    QZRCFA_M(NearestNeighbor_Edge1_GBRG_16Bits, Edge1, 0),
-    QZRCFA_M(NearestNeighbor_Edge1_RGGB_Flip_16Bits, Edge1, kStraightBelow),
-    QZRCFA_M(NearestNeighbor_Edge1_BGGR_Flip_16Bits, Edge1, kStraightBelow | kRightDiagonalTop),
-    QZRCFA_M(NearestNeighbor_Edge1_GRBG_Flip_16Bits, Edge1, 0),
-    QZRCFA_M(NearestNeighbor_Edge1_GBRG_Flip_16Bits, Edge1, 0),
-    QZRCFA_M(NearestNeighbor_Edge2_RGGB, Edge2, kInnerGreenLast),
-    QZRCFA_M(NearestNeighbor_Edge2_BGGR, Edge2, 0),
-    QZRCFA_M(NearestNeighbor_Edge2_GRBG, Edge2, kInnerLowerLast),
-    QZRCFA_M(NearestNeighbor_Edge2_GBRG, Edge2, kInnerLowerLast),
-    QZRCFA_M(NearestNeighbor_Edge2_RGGB_Flip, Edge2, kInnerGreenLast),
-    QZRCFA_M(NearestNeighbor_Edge2_BGGR_Flip, Edge2, 0),
-    QZRCFA_M(NearestNeighbor_Edge2_GRBG_Flip, Edge2, kInnerLowerLast),
-    QZRCFA_M(NearestNeighbor_Edge2_GBRG_Flip, Edge2, kInnerLowerLast),
-    QZRCFA_M(NearestNeighbor_RGGB, Nearest, kPrefill | kAverageGreen),
-    QZRCFA_M(NearestNeighbor_BGGR, Nearest, kLeftBlock),
-    QZRCFA_M(NearestNeighbor_GRBG, Nearest, kAverageGreen),
-    QZRCFA_M(NearestNeighbor_GBRG, Nearest, 0),
-    QZRCFA_M(NearestNeighbor_RGGB_Flip, Nearest, kAverageGreen),
-    QZRCFA_M(NearestNeighbor_BGGR_Flip, Nearest, kAverageGreen),
-    QZRCFA_M(NearestNeighbor_GRBG_Flip, Nearest, kAverageGreen),
-    QZRCFA_M(NearestNeighbor_GBRG_Flip, Nearest, 0),
-    QZRCFA_M(NearestNeighbor_RGGB_16Bits, Nearest, kLeftBlock),
-    QZRCFA_M(NearestNeighbor_BGGR_16Bits, Nearest, kLeftBlock),
-    QZRCFA_M(NearestNeighbor_GRBG_16Bits, Nearest, kLeftBlock),
-    QZRCFA_M(NearestNeighbor_GBRG_16Bits, Nearest, kLeftBlock),
-    QZRCFA_M(NearestNeighbor_RGGB_Flip_16Bits, Nearest, kLeftBlock),
-    QZRCFA_M(NearestNeighbor_BGGR_Flip_16Bits, Nearest, kLeftBlock),
-    QZRCFA_M(NearestNeighbor_GRBG_Flip_16Bits, Nearest, kLeftBlock),
-    QZRCFA_M(NearestNeighbor_GBRG_Flip_16Bits, Nearest, kLeftBlock),
-    QZRCFA_M(NearestNeighbor_RGGB_Gray, Grey, 0),
-    QZRCFA_M(NearestNeighbor_BGGR_Gray, Grey, kShuffle),
-    QZRCFA_M(NearestNeighbor_GRBG_Gray, Grey, kShuffle),
-    QZRCFA_M(NearestNeighbor_GBRG_Gray, Grey, kShuffle),
-    QZRCFA_M(NearestNeighbor_RGGB_Gray_Flip, Grey, 0),
-    QZRCFA_M(NearestNeighbor_BGGR_Gray_Flip, Grey, 0),  // forward to the bottom-up RGGB member
-    QZRCFA_M(NearestNeighbor_GRBG_Gray_Flip, Grey, 0),
-    QZRCFA_M(NearestNeighbor_GBRG_Gray_Flip, Grey, 0),
-    QZRCFA_M(NearestNeighbor_RGGB_Gray_16Bits, Grey, kShuffle),
-    QZRCFA_M(NearestNeighbor_BGGR_Gray_16Bits, Grey, kShuffle),
-    QZRCFA_M(NearestNeighbor_GRBG_Gray_16Bits, Grey, kShuffle),
-    QZRCFA_M(NearestNeighbor_GBRG_Gray_16Bits, Grey, kShuffle),
-    QZRCFA_M(NearestNeighbor_RGGB_Gray_Flip_16Bits, Grey, kShuffle),
-    QZRCFA_M(NearestNeighbor_BGGR_Gray_Flip_16Bits, Grey, kShuffle),
-    QZRCFA_M(NearestNeighbor_GRBG_Gray_Flip_16Bits, Grey, kShuffle),
-    QZRCFA_M(NearestNeighbor_GBRG_Gray_Flip_16Bits, Grey, kShuffle),
-    QZRCFA_M(Bilinear_RGGB, Bilinear, kPrefill),
-    QZRCFA_M(Bilinear_BGGR, Bilinear, kPrefill),
-    QZRCFA_M(Bilinear_GRBG, Bilinear, kPrefill),
-    QZRCFA_M(Bilinear_GBRG, Bilinear, kPrefill),
-    QZRCFA_M(Bilinear_RGGB_Flip, Bilinear, 0),
-    QZRCFA_M(Bilinear_BGGR_Flip, Bilinear, 0),
-    QZRCFA_M(Bilinear_GRBG_Flip, Bilinear, 0),
-    QZRCFA_M(Bilinear_GBRG_Flip, Bilinear, 0),
-    QZRCFA_M(FastBilinear_RGGB, Gate, kPrefill),
-    QZRCFA_M(FastBilinear_BGGR, Gate, kPrefill),
-    QZRCFA_M(FastBilinear_GRBG, Gate, kPrefill),
-    QZRCFA_M(FastBilinear_GBRG, Gate, kPrefill),
-    QZRCFA_M(FastBilinear_RGGB_Flip, Gate, 0),
-    QZRCFA_M(FastBilinear_BGGR_Flip, Gate, 0),
-    QZRCFA_M(FastBilinear_GRBG_Flip, Gate, 0),
-    QZRCFA_M(FastBilinear_GBRG_Flip, Gate, 0),
-    QZRCFA_M(EdgeSensing2_RGGB, EdgeSensing, kQuieterDiagonal),
-    QZRCFA_M(EdgeSensing2_RGGB_Flip, EdgeSensing, kQuieterDiagonal),
-    QZRCFA_M(EdgeSensing1_RGGB, EdgeSensing, kQuieterDiagonal),  // forward to method 2
-    QZRCFA_M(EdgeSensing1_BGGR, EdgeSensing, 0),
-    QZRCFA_M(EdgeSensing1_GRBG, EdgeSensing, 0),
-    QZRCFA_M(EdgeSensing1_GBRG, EdgeSensing, kExchanged),
-    QZRCFA_M(EdgeSensing1_RGGB_Flip, EdgeSensing, kQuieterDiagonal),
-    QZRCFA_M(EdgeSensing1_BGGR_Flip, EdgeSensing, 0),
-    QZRCFA_M(EdgeSensing1_GRBG_Flip, EdgeSensing, 0),
-    QZRCFA_M(EdgeSensing1_GBRG_Flip, EdgeSensing, 0),
-    QZRCFA_M(Laplacian_RGGB, Laplacian, kPrefill),
-    QZRCFA_M(Laplacian_BGGR, Laplacian, kPrefill),
-    QZRCFA_M(Laplacian_GRBG, Laplacian, kPrefill),
-    QZRCFA_M(Laplacian_GBRG, Laplacian, kPrefill),
-    QZRCFA_M(Laplacian_RGGB_Flip, Laplacian, kPrefill | kCrossed),
-    QZRCFA_M(Laplacian_BGGR_Flip, Laplacian, kPrefill),
-    QZRCFA_M(Laplacian_GRBG_Flip, Laplacian, kPrefill),
-    QZRCFA_M(Laplacian_GBRG_Flip, Laplacian, kPrefill),
-    QZRCFA_M(Laplacian2_RGGB, Laplacian, kPrefill | kDisplaced),
-    QZRCFA_M(SmoothHue_RGGB, SmoothHue, 0),
-    QZRCFA_M(SmoothHue_BGGR, SmoothHue, kGreenOnBlueAsRed),
-    QZRCFA_M(SmoothHue_GRBG, SmoothHue, 0),
-    QZRCFA_M(SmoothHue_GBRG, SmoothHue, 0),
-    QZRCFA_M(SmoothHue_RGGB_Flip, SmoothHue, 0),
-    QZRCFA_M(SmoothHue_BGGR_Flip, SmoothHue, kZeroFillNaN255),
-    QZRCFA_M(SmoothHue_GRBG_Flip, SmoothHue, 0),
-    QZRCFA_M(SmoothHue_GBRG_Flip, SmoothHue, 0),
-};
+// Every export of the catalogue, through its declaration in the header.
+#define QZRCFA_M(name, linkage, signature, how, what) Member{"QZRCFA_" #name, entry(&QZRCFA_##name)},
+inline const Member kMembers[] = {QZRCFA_CATALOGUE(QZRCFA_M)};
 #undef QZRCFA_M
 
 inline const Member* find(const std::string& name) {

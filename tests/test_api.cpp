@@ -113,11 +113,11 @@ constexpr auto BU = RowOrder::BottomUp;
 constexpr auto P = Pattern::RGGB;
 
 const Refusal kRefusals[] = {
-    {{Method::EdgeSensing2, Pattern::BGGR}, 8, 8, 8, 0, 0, "edge2 BGGR top-down: edge sensing 2 exists for RGGB only", true},
-    {{Method::Laplacian2, P, BU}, 8, 8, 8, 0, 0, "laplacian2 RGGB bottom-up: Laplacian2 exists for RGGB top-down only", true},
-    {{Method::Laplacian2, Pattern::GRBG}, 8, 8, 8, 0, 0, "laplacian2 GRBG top-down: Laplacian2", true},
-    {{Method::SmoothHue, Pattern::GBRG, BU}, 16, 8, 8, 0, 0, "smoothhue GBRG bottom-up with 16-bit samples", true},
-    {{Method::EdgeSensing1, Pattern::BGGR, TD, Format::Grey}, 8, 8, 8, 0, 0, "edge1 BGGR top-down with grey output", true},
+    {{Method::EdgeSensing2, Pattern::BGGR}, 8, 8, 8, 0, 0, "no member of edge2 for BGGR top-down: edge2 has RGGB top-down and RGGB bottom-up", true},
+    {{Method::Laplacian2, P, BU}, 8, 8, 8, 0, 0, "no member of laplacian2 for RGGB bottom-up: laplacian2 has RGGB top-down", true},
+    {{Method::Laplacian2, Pattern::GRBG}, 8, 8, 8, 0, 0, "no member of laplacian2 for GRBG top-down", true},
+    {{Method::SmoothHue, Pattern::GBRG, BU}, 16, 8, 8, 0, 0, "no member of smoothhue takes 16-bit samples (16-bit samples: nearest and gbri)", true},
+    {{Method::EdgeSensing1, Pattern::BGGR, TD, Format::Grey}, 8, 8, 8, 0, 0, "no grey output from edge1 (grey output: nearest)", true},
     {{NN, P, TD, Format{16}}, 8, 8, 8, 0, 0, "bitCount 16", true},
     {{NN, P, TD, Format{48}}, 16, 8, 8, 0, 0, "bitCount 48", true},
     {{Method{42}}, 8, 8, 8, 0, 0, "unknown method", true},

@@ -1,38 +1,29 @@
-// The library exports exactly the catalogue, written out here from the naming rule:
-// 98 plain names and the type-decorated name of QZRCFA_Laplacian2_RGGB, nothing else;
-// the header declares each of them with the interface's types (model.h takes every
-// declaration's address as one of the four signatures), and compiles as C99
-// (header_c99.c).
+// The library exports exactly the catalogue: its plain names and, for the member of C++
+// linkage, the name the C++ ABI gives its signature, nothing else. The header declares
+// exactly the catalogue's functions, each with its signature (model.h takes every one's
+// address through the header as one of the four, so a wrong type does not compile and a
+// wrong linkage does not link), and compiles as C99 (header_c99.c).
 #include <elf.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "catalogue/catalogue.h"
 #include "model.h"
 
 namespace {
 
-const char kLaplacian2Decorated[] = "_Z22QZRCFA_Laplacian2_RGGBPhiiS_t";
+namespace catalogue = qzrcfa::catalogue;
 
-std::set<std::string> catalogue() {
-    std::set<std::string> out{"QZRCFA_EdgeSensing2_RGGB", "QZRCFA_EdgeSensing2_RGGB_Flip", kLaplacian2Decorated};
-    for (const std::string p : {"RGGB", "BGGR", "GRBG", "GBRG"}) {
-        for (const std::string flip : {"", "_Flip"}) {
-            for (const char* method : {"NearestNeighbor_Edge1_", "NearestNeighbor_Edge2_", "NearestNeighbor_", "Bilinear_",
-                                       "FastBilinear_", "EdgeSensing1_", "Laplacian_", "SmoothHue_"})
-                out.insert("QZRCFA_" + std::string(method) + p + flip);
-            out.insert("QZRCFA_NearestNeighbor_Edge1_" + p + flip + "_16Bits");
-            out.insert("QZRCFA_NearestNeighbor_" + p + flip + "_16Bits");
-            out.insert("QZRCFA_NearestNeighbor_" + p + "_Gray" + flip);
-            out.insert("QZRCFA_NearestNeighbor_" + p + "_Gray" + flip + "_16Bits");
-        }
-    }
-    return out;
+std::string slurp(const char* path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 // Defined global and weak symbols of default visibility in the dynamic symbol table
@@ -59,24 +50,42 @@ std::set<std::string> defined_dynamic_symbols(const std::string& file) {
 }
 
 TEST(Exports, TheLibraryExportsTheCatalogueAndNothingElse) {
-    std::ifstream in(QZRCFA_LIBRARY_PATH, std::ios::binary);
-    const std::string file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    EXPECT_EQ(catalogue().size(), 99u);
-    EXPECT_EQ(defined_dynamic_symbols(file), catalogue());
+    std::set<std::string> symbols;
+    for (const catalogue::Entry& e : catalogue::kEntries) symbols.insert(std::string(catalogue::SymbolName(e).view()));
+    EXPECT_EQ(symbols.size(), 99u);
+    EXPECT_TRUE(symbols.count("_Z22QZRCFA_Laplacian2_RGGBPhiiS_t"));
+    const std::string file = slurp(QZRCFA_LIBRARY_PATH);
+    EXPECT_EQ(defined_dynamic_symbols(file), symbols);
     EXPECT_NE(file.find("libqzrcfa.so.1"), std::string::npos) << "SONAME";
 }
 
-TEST(Exports, TheHeaderDeclaresTheCatalogueWithItsTypes) {
+// Every declaration of the header, by name: its parameters as written, and whether it
+// stands inside the extern "C" block.
+TEST(Exports, TheHeaderDeclaresTheCatalogueWithItsSignaturesAndLinkage) {
+    const std::string header = slurp(QZRCFA_HEADER_PATH);
+    const std::size_t c_end = header.find("} /* extern \"C\" */");
+    ASSERT_NE(c_end, std::string::npos);
+    const std::regex declaration(R"(QZRCFA_API int QZRCFA_(\w+)\(([^)]*)\);)");
     std::set<std::string> declared;
-    for (const qzrcfa::model::Member& m : qzrcfa::model::kMembers) {
-        declared.insert(m.name);
-        EXPECT_EQ(m.entry.grey, std::strstr(m.name, "_Gray") != nullptr) << m.name;
-        EXPECT_EQ(m.entry.wide, std::strstr(m.name, "_16Bits") != nullptr) << m.name;
+    for (auto it = std::sregex_iterator(header.begin(), header.end(), declaration); it != std::sregex_iterator(); ++it) {
+        const std::string name = (*it)[1];
+        const std::size_t i = catalogue::find(name);
+        ASSERT_NE(i, catalogue::kCount) << name << " is declared but not in the catalogue";
+        const catalogue::Entry& e = catalogue::kEntries[i];
+        const std::string type = catalogue::depth(e.signature) == 16 ? "unsigned short" : "unsigned char";
+        std::string params = type + "* src, int width, int height, " + type + "* dst";
+        if (!catalogue::grey(e.signature)) params += ", unsigned short bitCount";
+        EXPECT_EQ(std::regex_replace(std::string((*it)[2]), std::regex(R"(\s+)"), " "), params) << name;
+        EXPECT_EQ(std::size_t(it->position()) < c_end, e.linkage == catalogue::Linkage::C) << name;
+        declared.insert(name);
     }
-    std::set<std::string> expected = catalogue();
-    expected.erase(kLaplacian2Decorated);
-    expected.insert("QZRCFA_Laplacian2_RGGB");
-    EXPECT_EQ(declared, expected);
+    EXPECT_EQ(declared.size(), catalogue::kCount);
+    // Through the header, each export has the catalogue's signature.
+    for (const qzrcfa::model::Member& m : qzrcfa::model::kMembers) {
+        const catalogue::Entry& e = catalogue::kEntries[catalogue::find(m.name + 7)];
+        EXPECT_EQ(m.entry.grey, catalogue::grey(e.signature)) << m.name;
+        EXPECT_EQ(m.entry.wide, catalogue::depth(e.signature) == 16) << m.name;
+    }
 }
 
 }  // namespace

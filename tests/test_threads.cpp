@@ -9,29 +9,27 @@
 #include <thread>
 #include <vector>
 
-#include "support/exports.h"
+#include "model.h"
 
 namespace {
 
-using qzrcfa::test::Export;
-using qzrcfa::test::kExports;
+using qzrcfa::model::kMembers;
+using qzrcfa::model::Member;
 
 constexpr int kWidth = 70, kHeight = 9;  // every wide kernel, with a tail
 
 // One call of `e` on its own copy of `raw`, into a fresh buffer (2 elements of slack
 // for the members that write them).
-std::vector<std::uint16_t> call(const Export& e, const std::vector<std::uint16_t>& raw, unsigned short bits) {
-    const std::size_t pixels = std::size_t(kWidth) * kHeight, out = pixels * (e.grey() ? 1 : bits / 8u) + 2;
+std::vector<std::uint16_t> call(const Member& e, const std::vector<std::uint16_t>& raw, unsigned short bits) {
+    const std::size_t pixels = std::size_t(kWidth) * kHeight, out = pixels * (e.entry.grey ? 1 : bits / 8u) + 2;
     std::vector<std::uint16_t> result(out, 0x5A5A);
     if (e.wide()) {
         std::vector<std::uint16_t> src = raw;
-        if (e.colour16) e.colour16(src.data(), kWidth, kHeight, result.data(), bits);
-        else e.grey16(src.data(), kWidth, kHeight, result.data());
+        qzrcfa::model::call(e, src.data(), kWidth, kHeight, result.data(), bits);
         return result;
     }
     std::vector<std::uint8_t> src(raw.begin(), raw.end()), dst(out, 0x5A);
-    if (e.colour8) e.colour8(src.data(), kWidth, kHeight, dst.data(), bits);
-    else e.grey8(src.data(), kWidth, kHeight, dst.data());
+    qzrcfa::model::call(e, src.data(), kWidth, kHeight, dst.data(), bits);
     return {dst.begin(), dst.end()};
 }
 
@@ -43,9 +41,9 @@ TEST(Threads, ConcurrentCallsOfEveryExportGiveTheSingleThreadBytes) {
         raw16[i] = std::uint16_t(rng());
     }
     const unsigned short bits[] = {24, 32};
-    const std::size_t calls = std::size(kExports) * 2;
+    const std::size_t calls = std::size(kMembers) * 2;
     auto call_at = [&](std::size_t i) {
-        const Export& e = kExports[i / 2];
+        const Member& e = kMembers[i / 2];
         return call(e, e.wide() ? raw16 : raw8, bits[i % 2]);
     };
     // The threads make the first calls of the process, so any lazy set-up in the
@@ -66,7 +64,7 @@ TEST(Threads, ConcurrentCallsOfEveryExportGiveTheSingleThreadBytes) {
     for (std::size_t i = 0; i < calls; ++i) {
         const std::vector<std::uint16_t> alone = call_at(i);
         for (int t = 0; t < kThreads; ++t)
-            EXPECT_EQ(got[std::size_t(t)][i], alone) << kExports[i / 2].name << " bitCount " << bits[i % 2] << ", thread " << t;
+            EXPECT_EQ(got[std::size_t(t)][i], alone) << kMembers[i / 2].name << " bitCount " << bits[i % 2] << ", thread " << t;
     }
 }
 

@@ -264,7 +264,7 @@ const Refusal kRefusals[] = {
     // edge sensing 2 is RGGB only
     {"appsrc name=src caps=video/x-bayer,format=bggr,width=64,height=48 ! qzrcfademosaic name=d method=edge-sensing-2 "
      "! fakesink",
-     64 * 48, "method edge-sensing-2 (top-down) has nothing to convert from video/x-bayer, format=(string)bggr", "src"},
+     64 * 48, "method edge2 (top-down) has nothing to convert from video/x-bayer, format=(string)bggr", "src"},
     // grey output is nearest neighbour only
     {"appsrc name=src caps=video/x-bayer,format=grbg,width=64,height=48 ! qzrcfademosaic name=d ! "
      "video/x-raw,format=GRAY8 ! fakesink",
@@ -272,7 +272,7 @@ const Refusal kRefusals[] = {
     // laplacian-2 is top-down only
     {"appsrc name=src caps=video/x-bayer,format=rggb,width=64,height=48 ! qzrcfademosaic name=d method=laplacian-2 "
      "row-order=bottom-up ! fakesink",
-     64 * 48, "method laplacian-2 (bottom-up) has nothing to convert", "parse"},
+     64 * 48, "method laplacian2 (bottom-up) has nothing to convert", "parse"},
     // too small for the method
     {"appsrc name=src caps=video/x-bayer,format=rggb,width=3,height=2 ! qzrcfademosaic name=d method=laplacian ! fakesink",
      4 * 2, "cannot convert rggb 3x2 into BGRx: frame size 3x2 is below the 4x4 minimum", "src"},

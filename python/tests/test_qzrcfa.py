@@ -81,8 +81,8 @@ def test_sizes():
 RAW, SHARED = frame(8, 10), frame(1, 200)
 REFUSALS = [  # demosaic()'s arguments (raw=RAW unless given), the exception, its message
     # The checked interface's refusals.
-    (dict(method="edge2", pattern="BGGR"), ValueError, "edge sensing 2 exists for RGGB only"),
-    (dict(raw=frame(8, 10, np.uint16)), ValueError, "only nearest neighbour takes 16-bit frames"),
+    (dict(method="edge2", pattern="BGGR"), ValueError, "no member of edge2 for BGGR top-down: edge2 has RGGB top-down and RGGB bottom-up"),
+    (dict(raw=frame(8, 10, np.uint16)), ValueError, "no member of bilinear takes 16-bit samples (16-bit samples: nearest and gbri)"),
     (dict(raw=frame(3, 3), method="laplacian"), ValueError, "frame size 3x3 is below the 4x4 minimum"),
     (dict(threads=-1), ValueError, "thread count -1 is negative"),
     (dict(threads=1025), ValueError, "thread count 1025 is above the limit of 1024"),

@@ -49,9 +49,9 @@
 #include <cstring>
 #include <vector>
 
-#include "detail/bayer.h"
-#include "detail/frame.h"
-#include "detail/kernels.h"
+#include "kernels/bayer.h"
+#include "driver/tasks.h"
+#include "kernels/kernels.h"
 
 namespace qzrcfa::ext {
 namespace {

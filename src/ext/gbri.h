@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-#include "detail/bayer.h"
-#include "detail/kernels.h"
+#include "kernels/bayer.h"
+#include "kernels/kernels.h"
 
 namespace qzrcfa::detail {
 class Tasks;

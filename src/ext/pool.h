@@ -2,7 +2,7 @@
 // more than one thread, shared by every call.
 #pragma once
 
-#include "detail/frame.h"
+#include "driver/tasks.h"
 
 namespace qzrcfa::ext {
 

@@ -1,13 +1,31 @@
-// What the extended library's C interface needs of the members' runners.
+// What the extended library's C interface needs of the members: what each needs of a
+// request, calling its export, and running it on several threads.
 #pragma once
+
+#include <cstddef>
+
+#include "catalogue/catalogue.h"
 
 namespace qzrcfa::ext {
 
-// Runs the member whose export is `exported` (its address as the exported name
-// resolves) on up to `threads` threads, with the bytes of a call of the export;
-// false, having done nothing, when this library has no runner for it or the
-// application has interposed the export. 16-bit members take 16-bit buffers.
-bool run_member(const void* exported, void* src, int width, int height, void* dst, unsigned short bitCount, int threads);
+// What a member needs of a request, read off its description.
+struct MemberFacts {
+    int min_width = 2, min_height = 2;
+    bool odd_width_needs_three_rows = false;  // its border fill reads S(1, width) = S(2, 0)
+    bool fill255 = false;                     // 255 over width * height * bitCount / 8 bytes first
+    std::size_t dst_tail = 0;                 // elements written past the image
+};
+
+MemberFacts facts(catalogue::Id id);
+
+// Calls the export itself, on the calling thread: exactly a direct call.
+int call_export(catalogue::Id id, void* src, int width, int height, void* dst, unsigned short bitCount);
+
+// Runs the member on up to `threads` threads, with the bytes of a call of its export;
+// false, having done nothing, when the application has interposed its export (or, for
+// a member that forwards, the export it forwards to): the caller then calls the export,
+// so that the interposer sees the call.
+bool run_member(catalogue::Id id, void* src, int width, int height, void* dst, unsigned short bitCount, int threads);
 
 // The extended library's own method on up to `threads` threads (gbri.h); samples and
 // elements of `depth` bits.

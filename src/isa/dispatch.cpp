@@ -1,87 +1,87 @@
-// Which kernel set a call runs: the widest whose instruction set the processor reports.
-// The processor's description belongs to the compiler runtime, which reads it when the
-// library is loaded; the library keeps nothing of its own and asks on every call.
-// Compiled for the baseline, like everything outside the target files.
-#include "detail/kernels.h"
+// Which kernel set a call runs: the widest whose instruction set the processor reports,
+// from the rows of isa/targets.def. The processor's description belongs to the compiler
+// runtime (x86-64) or the kernel (aarch64), which give it when the library is loaded;
+// the library keeps nothing of its own and asks on every call. Compiled for the
+// baseline, like everything outside the target files.
+#include "kernels/kernels.h"
 
 #if defined(__x86_64__) && defined(__GLIBC__)
 #include <unistd.h>
 #endif
+#if defined(__aarch64__)
+#include <asm/hwcap.h>
+#include <sys/auxv.h>
+#endif
+
+// Whether the processor reports every feature of a row, for the architecture this
+// library is built for; false for a row of another architecture.
+#define QZRCFA_EACH_1(f, ...) &&QZRCFA_HAS(f) __VA_OPT__(QZRCFA_EACH_2(__VA_ARGS__))
+#define QZRCFA_EACH_2(f, ...) &&QZRCFA_HAS(f) __VA_OPT__(QZRCFA_EACH_3(__VA_ARGS__))
+#define QZRCFA_EACH_3(f, ...) &&QZRCFA_HAS(f) __VA_OPT__(QZRCFA_EACH_4(__VA_ARGS__))
+#define QZRCFA_EACH_4(f, ...) &&QZRCFA_HAS(f) __VA_OPT__(QZRCFA_EACH_5(__VA_ARGS__))
+#define QZRCFA_EACH_5(f, ...) &&QZRCFA_HAS(f) __VA_OPT__(QZRCFA_EACH_6(__VA_ARGS__))
+#define QZRCFA_EACH_6(f, ...) &&QZRCFA_HAS(f) __VA_OPT__(QZRCFA_TOO_MANY_FEATURES)
+#define QZRCFA_ALL(...) (true __VA_OPT__(QZRCFA_EACH_1(__VA_ARGS__)))
+#define QZRCFA_NONE(...) false
+#if defined(__x86_64__)
+#define QZRCFA_HAS(f) __builtin_cpu_supports(#f)
+#define QZRCFA_PROBE_x86_64 QZRCFA_ALL
+#define QZRCFA_PROBE_aarch64 QZRCFA_NONE
+#elif defined(__aarch64__)
+#define QZRCFA_HAS(f) ((getauxval(AT_HWCAP) & HWCAP_##f) != 0)
+#define QZRCFA_PROBE_x86_64 QZRCFA_NONE
+#define QZRCFA_PROBE_aarch64 QZRCFA_ALL
+#else
+#define QZRCFA_PROBE_x86_64 QZRCFA_NONE
+#define QZRCFA_PROBE_aarch64 QZRCFA_NONE
+#endif
 
 namespace qzrcfa::detail {
+
 namespace {
 
-template <class T, class Params>
-int leave_all(const Row<T>&, const Params&, int c) {
-    return c;
-}
-
-int gbri_leave_all(const GbriRow&, int x) { return x; }
-
-// Every column to the references.
-constexpr KernelSet kScalarKernels = {
-    leave_all<std::uint8_t, NearestForm>,      leave_all<std::uint16_t, NearestForm>,
-    leave_all<std::uint8_t, NoParams>,         leave_all<std::uint16_t, NoParams>,
-    leave_all<std::uint8_t, NoParams>,         leave_all<std::uint8_t, EdgeSensingRule>,
-    leave_all<std::uint8_t, LaplacianParams>,  leave_all<std::uint8_t, LaplacianParams>,
-    leave_all<std::uint8_t, SmoothHueRule>,    leave_all<std::uint8_t, SmoothHueRule>,
-    {gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all,
-     gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all},
-};
+constexpr KernelSet kScalarKernels{};
 
 struct Target {
     Isa isa;
-    const KernelSet* kernels;
+    const char* name;
+    const KernelSet* kernels;  // null: another architecture's
+    bool (*runs)();            // whether the processor runs it
 };
 
-// Narrowest first, as the Isa enumeration lists them.
-constexpr Target kTargets[] = {
-    {Isa::Scalar, &kScalarKernels},
 #if defined(__x86_64__)
-    {Isa::SSE2, &kSse2Kernels},
-    {Isa::AVX2, &kAvx2Kernels},
-    {Isa::AVX512BW, &kAvx512bwKernels},
-    {Isa::AVX512VBMI, &kAvx512vbmiKernels},
+#define QZRCFA_KERNELS_x86_64(name) &isa_kernels_##name
+#define QZRCFA_KERNELS_aarch64(name) nullptr
 #elif defined(__aarch64__)
-    {Isa::NEON, &kNeonKernels},
+#define QZRCFA_KERNELS_x86_64(name) nullptr
+#define QZRCFA_KERNELS_aarch64(name) &isa_kernels_##name
+#else
+#define QZRCFA_KERNELS_x86_64(name) nullptr
+#define QZRCFA_KERNELS_aarch64(name) nullptr
 #endif
+
+#define QZRCFA_ISA(name, architecture, flags, features) \
+    {Isa::name, #name, QZRCFA_KERNELS_##architecture(name), [] { return QZRCFA_PROBE_##architecture features; }},
+const Target kTargets[] = {
+    {Isa::scalar, "scalar", &kScalarKernels, [] { return true; }},
+#include "isa/targets.def"
 };
+#undef QZRCFA_ISA
 
-const Target* find(Isa isa) {
-    for (const Target& t : kTargets)
-        if (t.isa == isa) return &t;
-    return nullptr;
-}
+static_assert(std::size(kTargets) == std::size(kIsas), "one target per instruction set");
 
-bool processor_runs(Isa isa) {
-    switch (isa) {
-    case Isa::Scalar: return true;
-#if defined(__x86_64__)
-    case Isa::SSE2: return true;  // the x86-64 baseline
-    case Isa::AVX2: return __builtin_cpu_supports("avx2");
-    case Isa::AVX512BW:
-        return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl");
-    case Isa::AVX512VBMI: return processor_runs(Isa::AVX512BW) && __builtin_cpu_supports("avx512vbmi");
-#elif defined(__aarch64__)
-    case Isa::NEON: return true;  // part of the aarch64 baseline
-#endif
-    default: return false;
-    }
-}
+const Target& target(Isa isa) { return kTargets[int(isa)]; }
 
 }  // namespace
 
-const char* isa_name(Isa isa) {
-    static constexpr const char* kNames[] = {"scalar", "sse2", "avx2", "avx512bw", "avx512vbmi", "neon"};
-    return kNames[int(isa)];
-}
+const char* isa_name(Isa isa) { return target(isa).name; }
 
-bool isa_available(Isa isa) { return find(isa) != nullptr && processor_runs(isa); }
+bool isa_available(Isa isa) { return target(isa).kernels != nullptr && target(isa).runs(); }
 
 Isa best_isa() {
-    Isa best = Isa::Scalar;
+    Isa best = Isa::scalar;
     for (const Target& t : kTargets)
-        if (processor_runs(t.isa)) best = t.isa;
+        if (t.kernels != nullptr && t.runs()) best = t.isa;
     return best;
 }
 
@@ -98,6 +98,6 @@ std::size_t streaming_threshold() {
 #endif
 }
 
-const KernelSet& kernel_set(Isa isa) { return isa_available(isa) ? *find(isa)->kernels : kScalarKernels; }
+const KernelSet& kernel_set(Isa isa) { return isa_available(isa) ? *target(isa).kernels : kScalarKernels; }
 
 }  // namespace qzrcfa::detail

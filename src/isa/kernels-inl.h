@@ -90,9 +90,9 @@ QZRCFA_INLINE Planes<V> nearest_block(const Row<T>& row, const NearestForm& form
 
 // Stores a block's planes as whole pixels.
 template <int P>
-QZRCFA_INLINE auto pixel_store(uint8_t* d, bool white) {
-    return [d, white](const Planes<Bytes>& p, int x, bool stream) QZRCFA_LAMBDA_INLINE {
-        store_pixels<P>(d + std::ptrdiff_t(x) * P, p.blue, p.green, p.red, white, stream);
+QZRCFA_INLINE auto pixel_store(uint8_t* d, bool opaque) {
+    return [d, opaque](const Planes<Bytes>& p, int x, bool stream) QZRCFA_LAMBDA_INLINE {
+        store_pixels<P>(d + std::ptrdiff_t(x) * P, p.blue, p.green, p.red, opaque, stream);
     };
 }
 
@@ -110,8 +110,8 @@ int nearest8_columns(const Row<uint8_t>& row, const NearestForm& form, int c) {
         const GreenLanes green(row, c);
         const Row<uint8_t> r = row;
         return run_blocks<kLanes>(
-            c, r.c_last, streaming_start<P>(r.d, c, r.stream && (P == 3 || r.white)),
-            [&](int x) QZRCFA_LAMBDA_INLINE { return nearest_block(r, form, x, green.at(x - c)); }, pixel_store<P>(r.d, r.white));
+            c, r.c_last, streaming_start<P>(r.d, c, r.stream && (P == 3 || r.fill255)),
+            [&](int x) QZRCFA_LAMBDA_INLINE { return nearest_block(r, form, x, green.at(x - c)); }, pixel_store<P>(r.d, r.fill255));
     });
 }
 
@@ -133,7 +133,7 @@ int nearest16_columns(const Row<uint16_t>& row, const NearestForm& form, int c) 
 // Grey: the floor of the mean of each two-by-two block, one element per pixel.
 
 template <class V, class T>
-int grey_wide(const Row<T>& row, const NoParams&, int c) {
+int grey_wide(const Row<T>& row, const GreyParams&, int c) {
     constexpr int n = int(sizeof(V) / sizeof(T));
     if (row.c_last - c + 1 < n) return c;
     const std::ptrdiff_t w = row.width;
@@ -161,14 +161,14 @@ QZRCFA_INLINE Planes<V> bilinear_block(const Row<uint8_t>& row, int c, const V& 
     return planes(row, colour, g, other);
 }
 
-int bilinear_wide(const Row<uint8_t>& row, const NoParams&, int c) {
+int bilinear_wide(const Row<uint8_t>& row, const BilinearParams&, int c) {
     if (row.c_last - c + 1 < kLanes) return c;
     return for_stride(row.stride, c, [&]<int P>() {
         const GreenLanes green(row, c);
         const Row<uint8_t> r = row;
         return run_blocks<kLanes>(
-            c, r.c_last, streaming_start<P>(r.d, c, r.stream && (P == 3 || r.white)),
-            [&](int x) QZRCFA_LAMBDA_INLINE { return bilinear_block(r, x, green.at(x - c)); }, pixel_store<P>(r.d, r.white));
+            c, r.c_last, streaming_start<P>(r.d, c, r.stream && (P == 3 || r.fill255)),
+            [&](int x) QZRCFA_LAMBDA_INLINE { return bilinear_block(r, x, green.at(x - c)); }, pixel_store<P>(r.d, r.fill255));
     });
 }
 
@@ -221,9 +221,9 @@ int edge_sensing_wide(const Row<uint8_t>& row, const EdgeSensingRule& rule, int 
         const GreenLanes green(row, first);
         const Row<uint8_t> r = row;
         return run_blocks<kLanes>(
-            first, last, streaming_start<P>(r.d, first, r.stream && (P == 3 || r.white)),
+            first, last, streaming_start<P>(r.d, first, r.stream && (P == 3 || r.fill255)),
             [&](int x) QZRCFA_LAMBDA_INLINE { return edge_sensing_block(r, rule, x, green.at(x - first)); },
-            pixel_store<P>(r.d, r.white));
+            pixel_store<P>(r.d, r.fill255));
     });
 }
 
@@ -289,7 +289,7 @@ template <int P, int K>
 QZRCFA_INLINE int laplacian_green_blocks(const Row<uint8_t>& row, int c, int end) {
     const Bytes colour8 = parity_lanes<Bytes>(K);
     const Bytes all = ~Bytes{};
-    const bool red = row.phase.colour == kRed, white = row.white;
+    const bool red = row.phase.colour == kRed, fill255 = row.fill255;
     // G everywhere; the sample into its own colour and, in red rows, into B as well.
     const PixelMask<P> mask = pixel_mask<P>(colour8, all, red ? colour8 : Bytes{});
     const std::ptrdiff_t w = row.width;
@@ -320,7 +320,7 @@ QZRCFA_INLINE int laplacian_green_blocks(const Row<uint8_t>& row, int c, int end
         },
         [&](const Green& v, int x, bool) QZRCFA_LAMBDA_INLINE {
             uint8_t* out = d + std::ptrdiff_t(x) * P;
-            if (white) {
+            if (fill255) {
                 const Bytes own = select(colour8, v.sample, all);
                 store_pixels<P>(out, own, v.green, red ? own : all, true);
             } else {
@@ -688,8 +688,6 @@ int smooth_hue_colour_wide(const Row<uint8_t>& row, const SmoothHueRule& rule, i
 // ---------------------------------------------------------------------------------
 // gbri, the extended library's method: every pass element-wise on rows of floats.
 
-#if defined(QZRCFA_EXTENDED)
-
 // All ones in the lanes of a block at column x whose column has the given parity.
 QZRCFA_INLINE Ints column_lanes(int x, int parity) { return parity_lanes<Ints>((parity ^ x) & 1); }
 
@@ -943,26 +941,20 @@ int gbri_pixels(const GbriRow& row, int x) {
     });
 }
 
-#define QZRCFA_GBRI_KERNELS                                                                                       \
-    {gbri_samples<uint8_t>, gbri_samples<uint16_t>, gbri_vertical, gbri_horizontal, gbri_across, gbri_along,    \
-     gbri_columns5, gbri_row5, gbri_green, gbri_laplacians, gbri_model, gbri_means, gbri_pixels<uint8_t>,       \
-     gbri_pixels<uint16_t>}
-#else
-#define QZRCFA_GBRI_KERNELS {}
-#endif
-
 // ---------------------------------------------------------------------------------
 
 constexpr KernelSet kKernelSet = {
-    nearest8_columns,
-    nearest16_columns,
-    grey_wide<Bytes, uint8_t>,
-    grey_wide<Words, uint16_t>,
-    bilinear_wide,
-    edge_sensing_wide,
-    laplacian_green_wide,
-    laplacian_colour_wide,
-    smooth_hue_green_wide,
-    smooth_hue_colour_wide,
-    QZRCFA_GBRI_KERNELS,
+    .nearest = nearest8_columns,
+    .nearest16 = nearest16_columns,
+    .grey = grey_wide<Bytes, uint8_t>,
+    .grey16 = grey_wide<Words, uint16_t>,
+    .bilinear = bilinear_wide,
+    .edge_sensing = edge_sensing_wide,
+    .laplacian_green = laplacian_green_wide,
+    .laplacian_colour = laplacian_colour_wide,
+    .smooth_hue_green = smooth_hue_green_wide,
+    .smooth_hue_colour = smooth_hue_colour_wide,
+    .gbri = {gbri_samples<uint8_t>, gbri_samples<uint16_t>, gbri_vertical, gbri_horizontal, gbri_across, gbri_along,
+             gbri_columns5, gbri_row5, gbri_green, gbri_laplacians, gbri_model, gbri_means, gbri_pixels<uint8_t>,
+             gbri_pixels<uint16_t>},
 };

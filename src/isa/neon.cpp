@@ -1,13 +1,4 @@
-// Kernel set of NEON, part of the aarch64 baseline: sixteen columns per block.
+// Kernel set of NEON, part of the aarch64 baseline, sixteen columns per block.
+#define QZRCFA_TARGET neon
+#define QZRCFA_PIXELS "isa/pixels_neon-inl.h"
 #include "isa/target.h"
-
-namespace qzrcfa::neon {
-namespace {
-using namespace qzrcfa::detail;
-#include "isa/pixels_neon-inl.h"
-#include "isa/simd-inl.h"
-#include "isa/kernels-inl.h"
-}  // namespace
-}  // namespace qzrcfa::neon
-
-constinit const qzrcfa::detail::KernelSet qzrcfa::detail::kNeonKernels = qzrcfa::neon::kKernelSet;

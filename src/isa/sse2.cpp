@@ -1,13 +1,4 @@
-// Kernel set of the x86-64 baseline, SSE2: sixteen columns per block.
+// Kernel set of SSE2, the x86-64 baseline, sixteen columns per block.
+#define QZRCFA_TARGET sse2
+#define QZRCFA_PIXELS "isa/pixels_sse2-inl.h"
 #include "isa/target.h"
-
-namespace qzrcfa::sse2 {
-namespace {
-using namespace qzrcfa::detail;
-#include "isa/pixels_sse2-inl.h"
-#include "isa/simd-inl.h"
-#include "isa/kernels-inl.h"
-}  // namespace
-}  // namespace qzrcfa::sse2
-
-constinit const qzrcfa::detail::KernelSet qzrcfa::detail::kSse2Kernels = qzrcfa::sse2::kKernelSet;

@@ -1,8 +1,10 @@
-// Included first by every instruction-set target file (src/isa/<set>.cpp). A target file
-// is compiled with its instruction set's flags and includes, inside a namespace of its
-// own, its pixel layer, the SIMD toolkit and the kernels, which become its kernel set;
-// everything it compiles has internal linkage, so nothing built for a wider instruction
-// set can stand in for code of the baseline.
+// The body of every instruction-set target file (src/isa/<set>.cpp), which defines
+// QZRCFA_TARGET (its row's name in isa/targets.def) and QZRCFA_PIXELS (its pixel
+// layer) and includes this. The build compiles a target file with its row's flags; it
+// includes, inside a namespace of its own, its pixel layer, the SIMD toolkit and the
+// kernels, which become its kernel set, isa_kernels_<set>. Everything else it compiles
+// has internal linkage, so nothing built for a wider instruction set can stand in for
+// code of the baseline.
 #pragma once
 
 #include <cstddef>
@@ -16,8 +18,8 @@
 #include <arm_neon.h>
 #endif
 
-#include "detail/bayer.h"
-#include "detail/kernels.h"
+#include "kernels/bayer.h"
+#include "kernels/kernels.h"
 
 // Lambdas that a kernel runs per block are inlined into it like every helper.
 #define QZRCFA_LAMBDA_INLINE __attribute__((always_inline))
@@ -33,3 +35,18 @@
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #pragma GCC diagnostic ignored "-Wuninitialized"
 #endif
+
+#define QZRCFA_PASTE_(a, b) a##b
+#define QZRCFA_PASTE(a, b) QZRCFA_PASTE_(a, b)
+
+namespace qzrcfa::QZRCFA_TARGET {
+namespace {
+using namespace qzrcfa::detail;
+#include QZRCFA_PIXELS
+#include "isa/simd-inl.h"
+#include "isa/kernels-inl.h"
+}  // namespace
+}  // namespace qzrcfa::QZRCFA_TARGET
+
+constinit const qzrcfa::detail::KernelSet qzrcfa::detail::QZRCFA_PASTE(isa_kernels_, QZRCFA_TARGET) =
+    qzrcfa::QZRCFA_TARGET::kKernelSet;

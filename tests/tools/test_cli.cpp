@@ -215,7 +215,7 @@ const Case kCases[] = {
     // Requests the library refuses, refused before any buffer is allocated.
     {"frame below the minimum", writes("f.pgm", pgm8(1, 5, frame8(1, 5, 1))), "$T -m nearest -o o.png f.pgm", 1, "minimum"},
     {"--all: one method refuses, no file", writes("f.pgm", pgm8(3, 3, frame8(3, 3, 1))), "$T --all -d . f.pgm", 1, "4x4 minimum of laplacian"},
-    {"combination without an export", good, "$T -m edge2 -p BGGR -o o.png f.pgm", 1, "RGGB only"},
+    {"combination without an export", good, "$T -m edge2 -p BGGR -o o.png f.pgm", 1, "edge2 has RGGB top-down and RGGB bottom-up"},
     {"16-bit frame, 8-bit method", writes("f.pgm", pgm16(16, 12, frame16(16, 12, 2))), "$T -m bilinear -o o.png f.pgm", 1, "16-bit"},
     {"16-bit frame to BMP", writes("f.pgm", pgm16(16, 12, frame16(16, 12, 2))), "$T -m nearest -o o.bmp f.pgm", 1, "BMP holds 8-bit samples"},
     {"bgra to PPM", good, "$T -m nearest -f bgra -o o.ppm f.pgm", 1, "fourth channel"},

@@ -13,10 +13,11 @@
 // keeps no state of its own.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
-#include "detail/bayer.h"
+#include "kernels/bayer.h"
 
 namespace qzrcfa::detail {
 
@@ -33,8 +34,8 @@ struct Row {
     int c_first, c_last;    // inclusive column range to compute
     RowPhase phase;         // colours of raw row r
     int height;             // raw rows in the frame
-    bool white;             // write 255 into every element of a computed pixel that the
-                            // method leaves alone (the pre-fill, fused into the row)
+    bool fill255;           // write 255 into every element of a computed pixel that the
+                            // method leaves alone (the 255 pre-fill, fused into the row)
     bool stream;            // whole pixels may be stored past the cache: nothing reads this
                             // row back during the call, and the output outgrows the cache
 };
@@ -43,7 +44,10 @@ struct Row {
 template <class T, class Params>
 using ColumnKernel = int (*)(const Row<T>& row, const Params& params, int c);
 
-struct NoParams {};
+// Grey and bilinear have nothing per member; each its own type, so that no kernel of one
+// can stand in another's slot.
+struct GreyParams {};
+struct BilinearParams {};
 
 // Nearest neighbour: the two-by-two neighbourhood a member takes its colours from, the
 // pixel, its horizontal neighbour on one side, and the two samples below them.
@@ -111,26 +115,57 @@ struct GbriRow {
 
 using GbriKernel = int (*)(const GbriRow& row, int x);
 
-// The kernels of one instruction set. Grey rows: row.s is the upper of the two raw rows
-// averaged, row.d the output row, one element per pixel.
+// A column kernel that computes nothing: every column is left to the reference. Every
+// slot of a kernel set starts as this, so a set names only the kernels it has.
+template <class T, class Params>
+int leave_all(const Row<T>&, const Params&, int c) {
+    return c;
+}
+inline int gbri_leave_all(const GbriRow&, int x) { return x; }
+
+constexpr std::array<GbriKernel, kGbriPasses> gbri_leave_all_passes() {
+    std::array<GbriKernel, kGbriPasses> all{};
+    for (GbriKernel& k : all) k = gbri_leave_all;
+    return all;
+}
+
+// The kernels of one instruction set, by family. Grey rows: row.s is the upper of the
+// two raw rows averaged, row.d the output row, one element per pixel.
 struct KernelSet {
-    ColumnKernel<std::uint8_t, NearestForm> nearest;
-    ColumnKernel<std::uint16_t, NearestForm> nearest16;
-    ColumnKernel<std::uint8_t, NoParams> grey;
-    ColumnKernel<std::uint16_t, NoParams> grey16;
-    ColumnKernel<std::uint8_t, NoParams> bilinear;
-    ColumnKernel<std::uint8_t, EdgeSensingRule> edge_sensing;
-    ColumnKernel<std::uint8_t, LaplacianParams> laplacian_green;
-    ColumnKernel<std::uint8_t, LaplacianParams> laplacian_colour;
-    ColumnKernel<std::uint8_t, SmoothHueRule> smooth_hue_green;
-    ColumnKernel<std::uint8_t, SmoothHueRule> smooth_hue_colour;
-    GbriKernel gbri[kGbriPasses];  // extended library only (null in libqzrcfa)
+    ColumnKernel<std::uint8_t, NearestForm> nearest = leave_all;
+    ColumnKernel<std::uint16_t, NearestForm> nearest16 = leave_all;
+    ColumnKernel<std::uint8_t, GreyParams> grey = leave_all;
+    ColumnKernel<std::uint16_t, GreyParams> grey16 = leave_all;
+    ColumnKernel<std::uint8_t, BilinearParams> bilinear = leave_all;
+    ColumnKernel<std::uint8_t, EdgeSensingRule> edge_sensing = leave_all;
+    ColumnKernel<std::uint8_t, LaplacianParams> laplacian_green = leave_all;
+    ColumnKernel<std::uint8_t, LaplacianParams> laplacian_colour = leave_all;
+    ColumnKernel<std::uint8_t, SmoothHueRule> smooth_hue_green = leave_all;
+    ColumnKernel<std::uint8_t, SmoothHueRule> smooth_hue_colour = leave_all;
+    std::array<GbriKernel, kGbriPasses> gbri = gbri_leave_all_passes();
 };
 
-// Instruction sets with kernel sets, narrowest first.
-enum class Isa : std::uint8_t { Scalar, SSE2, AVX2, AVX512BW, AVX512VBMI, NEON };
+// Instruction sets with kernel sets (isa/targets.def), narrowest first, after the
+// scalar references.
+#define QZRCFA_ISA(name, architecture, flags, features) name,
+enum class Isa : std::uint8_t {
+    scalar,
+#include "isa/targets.def"
+};
+#undef QZRCFA_ISA
 
-inline constexpr Isa kIsas[] = {Isa::Scalar, Isa::SSE2, Isa::AVX2, Isa::AVX512BW, Isa::AVX512VBMI, Isa::NEON};
+#define QZRCFA_ISA(name, architecture, flags, features) Isa::name,
+inline constexpr Isa kIsas[] = {
+    Isa::scalar,
+#include "isa/targets.def"
+};
+#undef QZRCFA_ISA
+
+// The kernel sets of the instruction sets (isa/target.h defines those of the build's
+// architecture).
+#define QZRCFA_ISA(name, architecture, flags, features) extern const KernelSet isa_kernels_##name;
+#include "isa/targets.def"
+#undef QZRCFA_ISA
 
 const char* isa_name(Isa isa);
 
@@ -149,15 +184,12 @@ std::size_t streaming_threshold();
 // every column to the reference) for any other.
 const KernelSet& kernel_set(Isa isa);
 
-// The kernel sets of the instruction sets this build targets (src/isa/<set>.cpp).
-extern const KernelSet kSse2Kernels, kAvx2Kernels, kAvx512bwKernels, kAvx512vbmiKernels, kNeonKernels;
-
 // The references, one per family slot of a kernel set.
 int nearest_columns(const Row<std::uint8_t>& row, const NearestForm& form, int c);
 int nearest_columns(const Row<std::uint16_t>& row, const NearestForm& form, int c);
-int grey_columns(const Row<std::uint8_t>& row, const NoParams&, int c);
-int grey_columns(const Row<std::uint16_t>& row, const NoParams&, int c);
-int bilinear_columns(const Row<std::uint8_t>& row, const NoParams&, int c);
+int grey_columns(const Row<std::uint8_t>& row, const GreyParams&, int c);
+int grey_columns(const Row<std::uint16_t>& row, const GreyParams&, int c);
+int bilinear_columns(const Row<std::uint8_t>& row, const BilinearParams&, int c);
 int edge_sensing_columns(const Row<std::uint8_t>& row, const EdgeSensingRule& rule, int c);
 int laplacian_green_columns(const Row<std::uint8_t>& row, const LaplacianParams& params, int c);
 int laplacian_colour_columns(const Row<std::uint8_t>& row, const LaplacianParams& params, int c);

@@ -1,0 +1,89 @@
+// The frame driver shared by the colour members.
+//
+// An exported entry point names one member description and hands it, with its five
+// arguments, to demosaic(). The driver does what every colour member does around its
+// kernels: the optional pre-fill, the call of the member's border fill through its
+// exported entry point, the height guard and the row passes (frame.h, on one thread;
+// schedules.h, on several). It picks the kernel set of the processor's instruction set
+// once per call; row kernels compute one output row and know nothing about frames.
+//
+// Pre-fill with 255. Filling the whole output and then computing it writes the frame
+// twice. When the border fill the member calls is the library's own (an application
+// may interpose it), the driver fills only what no later write covers: the rows and
+// columns outside the first pass's interior, and what the fill reaches past the image.
+// The first pass then writes every element of its pixels, 255 where the method leaves
+// an element alone. The bytes come out as the literal sequence leaves them: the border
+// fill writes nothing inside that interior and reads nothing, the passes read only
+// what the literal sequence had written or filled when they read it. An interposed
+// border fill may write and read anything, so for it the literal sequence runs.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "driver/fill.h"
+#include "driver/frame.h"
+#include "driver/schedules.h"
+#include "kernels/kernels.h"
+
+namespace qzrcfa::detail {
+
+// Where the first pass may write the 255 pre-fill itself, when it may: the member's
+// border fill is the library's own, the pixels are three or four bytes (the wide
+// stores' layouts), the fill covers the whole image without a wrapped product, and the
+// first pass has an interior inside the border fill's ring (its own margin).
+template <class T, class Params>
+bool plan_fused_fill(const ColourMember<T, Params>& m, const Call& call, int width, int height, int stride,
+                     Region& covered) {
+    if (m.prefill != Prefill::Bytes255 || (stride != 3 && stride != 4)) return false;
+    if (call.own_definition == nullptr || call.own_definition(m.border_id) != reinterpret_cast<const void*>(m.border))
+        return false;
+    if (height < m.min_height || width < 1) return false;
+    if (std::int64_t(width) * height * 8 * stride >= (std::int64_t(1) << 31)) return false;
+    const Pass<T, Params>& p = m.passes[0];
+    if (width <= 2 * p.margin) return false;
+    const int ring = p.margin;
+    covered = {std::max(ring, p.margin + p.shift), std::min(height - 1 - ring, height - 1 - p.margin + p.shift),
+               std::max(ring, p.margin + p.shift), std::min(width - 1 - ring, width - 1 - p.margin + p.shift)};
+    return covered.r0 <= covered.r1 && covered.c0 <= covered.c1;
+}
+
+// One call of a colour member: on the calling thread alone, or with the call's tasks on
+// several threads, with the same bytes (the pre-fill and the border fill stay on the
+// calling thread; schedules.h says why the passes may run in bands).
+template <class T, class Params>
+int demosaic(const ColourMember<T, Params>& m, T* src, int width, int height, T* dst, unsigned short bitCount,
+             const Call& call) {
+    const KernelSet& kernels = kernel_set(best_isa());
+    const int stride = pixel_stride(bitCount);
+    Frame<T, Params> frame{m, kernels, src, width, height, dst, stride, false, {}, false};
+    // A single pass is the last writer of its pixels and reads none of them.
+    if (!m.two_passes() && (stride == 3 || stride == 4)) {
+        const std::size_t threshold = streaming_threshold();
+        frame.stream = threshold > 0 && std::size_t(width) * std::size_t(height) * std::size_t(stride) * sizeof(T) > threshold;
+    }
+    if (m.prefill == Prefill::Bytes255) {
+        const std::size_t fill = fill255_bytes(width, height, bitCount);
+        if constexpr (sizeof(T) == 1) frame.fused = plan_fused_fill(m, call, width, height, stride, frame.covered);
+        if (frame.fused) {
+            fill255_outside(reinterpret_cast<std::uint8_t*>(dst), width, height, m.flip, stride, fill, frame.covered);
+        } else {
+            std::memset(dst, 255, fill);
+        }
+    } else if (m.prefill == Prefill::ZeroRgb) {
+        std::memset(dst, 0, zero_fill_bytes(width, height));
+    }
+    // Through the exported entry point: an interposed border fill is honoured.
+    m.border(src, width, height, dst, bitCount);
+    if (height < m.min_height) return 0;
+    if (call.tasks != nullptr && call.tasks->threads() > 1 && (stride == 3 || stride == 4)) {
+        run_parallel(frame, *call.tasks);
+        return 0;
+    }
+    frame.run_rows(0, height);
+    if (frame.stream) store_fence();
+    return 0;
+}
+
+}  // namespace qzrcfa::detail
