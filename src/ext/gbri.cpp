@@ -22,20 +22,24 @@
 // width reads width - 2, with period 2 (width - 1)); reflection keeps the Bayer phase,
 // so the border is computed like the interior. Smallest frame: 2 x 2.
 //
-// Passes. Each computes its row r from rows of earlier passes; its lead is how far ahead
-// of the output row it runs, which is also how far beyond a row it is read:
+// Passes, as stages of one sweep over the rows. Each computes its row r from rows of
+// earlier stages (kReads lists every read, with the rows and columns it reaches):
 //
-//   M    lead 14  samples                                  raw row reflect(r)
-//   dV   lead 12  vertical colour difference               M rows r-2..r+2
-//   DV   lead 11  |dV(r-1) - dV(r+1)|                      dV rows r-1, r+1
-//   dH   lead  9  horizontal colour difference, and DH     M row r
-//   SV   lead  9  5x5 sum of DV                            DV rows r-2..r+2
-//   SH   lead  7  5x5 sum of DH                            DH rows r-2..r+2
-//   G    lead  7  fused green at red/blue sites            SH r, SV r-2 and r+2, dH r, dV r-3..r+3
-//   PQ   lead  5  Laplacian products at lattice sites      M, G rows r-2, r, r+2
-//   AB   lead  3  slope a and offset b of the chroma model PQ, M, G rows r-2, r, r+2
-//   ABS  lead  1  3x3 lattice means of a, b; residual      AB rows r-2, r, r+2; G, M row r
-//   out  lead  0  bilinear a, b, residual; B, G, R         ABS rows y-1, y, y+1; G row y
+//   M    samples                                  raw row reflect(r)
+//   DV   vertical colour difference               M rows r-2..r+2
+//   DVd  |DV(r-1) - DV(r+1)|                      DV rows r-1, r+1
+//   DH   horizontal colour difference, and DHd    M row r
+//   SV   5x5 sum of DVd                           DVd rows r-2..r+2
+//   SH   5x5 sum of DHd                           DHd rows r-2..r+2
+//   G    fused green at red/blue sites            SH r, SV r-2 and r+2, DH r, DV r-3..r+3
+//   PQ   Laplacian products at lattice sites      M, G rows r-2, r, r+2
+//   AB   slope a and offset b of the chroma model PQ, M, G rows r-2, r, r+2
+//   ABS  3x3 lattice means of a, b; residual      AB rows r-2, r, r+2; G, M row r
+//   Out  bilinear a, b, residual; B, G, R         ABS rows y-1, y, y+1; G row y
+//
+// From those reads the sweep's geometry follows (derive()): how far ahead of the output
+// row each stage runs, how many of its rows a rolling buffer keeps, and how many
+// columns beyond the frame it computes.
 //
 // Lattice quantities (P, Q, a, b, their means, the residual) are kept in full rows and
 // computed at every column: at the lattice sites their values are the method's, the
@@ -65,15 +69,68 @@ constexpr float kNinth = 1.0f / 9.0f;
 
 constexpr int kPad = 16;  // columns of padding on each side of every row buffer
 
-// Columns each pass computes: [-C, width + C).
-constexpr int kColM = 14, kColDV = 9, kColDVd = 9, kColDH = 12, kColDHd = 11, kColSV = 7, kColSH = 9, kColG = 7,
-              kColPQ = 5, kColAB = 3, kColABS = 1;
-// Leads, and the rows each rolling buffer holds (the lead of its pass less the lowest
-// row a consumer still reads, plus one).
-constexpr int kLeadM = 14, kLeadDV = 12, kLeadDVd = 11, kLeadDH = 9, kLeadSV = 9, kLeadSH = 7, kLeadG = 7,
-              kLeadPQ = 5, kLeadAB = 3, kLeadABS = 1;
-constexpr int kRingM = 14, kRingDV = 9, kRingDVd = 5, kRingDH = 3, kRingDHd = 5, kRingSV = 5, kRingSH = 1, kRingG = 8,
-              kRingPQ = 5, kRingAB = 5, kRingABS = 3;
+// The passes, as stages of one sweep; Out is the output pixels. DH computes the
+// horizontal difference and, in the same pass, DHd from it.
+enum Stage : int { M, DV, DVd, DH, DHd, SV, SH, G, PQ, AB, ABS, Out, kStages };
+
+// Stage `by`, computing its row r, reads rows r + first .. r + last of stage `from`, at
+// up to `columns` columns either side of the column it computes.
+struct Read {
+    Stage from, by;
+    int first, last, columns;
+};
+
+constexpr Read kReads[] = {
+    {M, DV, -2, 2, 0},    {DV, DVd, -1, 1, 0},  {M, DH, 0, 0, 2},     {DH, DHd, 0, 0, 1},   {DVd, SV, -2, 2, 2},
+    {DHd, SH, -2, 2, 2},  {M, G, 0, 0, 0},      {DH, G, 0, 0, 3},     {DV, G, -3, 3, 0},    {SH, G, 0, 0, 2},
+    {SV, G, -2, 2, 0},    {M, PQ, -2, 2, 2},    {G, PQ, -2, 2, 2},    {PQ, AB, -2, 2, 2},   {M, AB, -2, 2, 2},
+    {G, AB, -2, 2, 2},    {AB, ABS, -2, 2, 2},  {M, ABS, 0, 0, 0},    {G, ABS, 0, 0, 0},    {G, Out, 0, 0, 0},
+    {ABS, Out, -1, 1, 1},
+};
+
+// What the reads make of each stage: its lead (at step t it computes row t + lead, far
+// enough ahead of every stage that reads it), the rows its rolling buffer holds (from its
+// newest row back to the oldest any reader still needs) and the columns it computes
+// beyond the frame on each side (as many as its readers reach for).
+struct Geometry {
+    int lead[kStages] = {}, rows[kStages] = {}, columns[kStages] = {};
+};
+
+constexpr Geometry derive() {
+    Geometry g;
+    // Readers come after what they read in the stage order, so one walk back from the
+    // output settles every lead and column count.
+    for (int s = kStages - 1; s >= 0; --s)
+        for (const Read& r : kReads)
+            if (r.from == s) {
+                g.lead[s] = std::max(g.lead[s], g.lead[r.by] + r.last);
+                g.columns[s] = std::max(g.columns[s], g.columns[r.by] + r.columns);
+            }
+    for (int s = 0; s < kStages; ++s) {
+        int oldest = g.lead[s];
+        for (const Read& r : kReads)
+            if (r.from == s) oldest = std::min(oldest, g.lead[r.by] + r.first);
+        g.rows[s] = g.lead[s] - oldest + 1;
+    }
+    return g;
+}
+
+constexpr Geometry kGeometry = derive();
+
+constexpr bool consistent() {
+    for (const Read& r : kReads) {
+        if (r.from >= r.by) return false;                                            // a stage reads earlier stages
+        if (kGeometry.lead[r.from] < kGeometry.lead[r.by] + r.last) return false;    // computed before it is read
+        if (kGeometry.lead[r.from] - kGeometry.rows[r.from] + 1 > kGeometry.lead[r.by] + r.first) return false;  // still held
+        if (kGeometry.columns[r.from] < kGeometry.columns[r.by] + r.columns) return false;
+        if (kGeometry.columns[r.by] + r.columns > kPad) return false;                // reads within the padding
+    }
+    for (int s = 0; s < kStages; ++s)
+        if (kGeometry.rows[s] < 1) return false;
+    return kGeometry.lead[Out] == 0 && kGeometry.columns[Out] == 0;
+}
+static_assert(consistent(), "every stage is computed, held and padded for what reads it");
+static_assert(kGeometry.lead[DH] == kGeometry.lead[DHd], "DH and DHd are one pass");
 
 // Reflection about the edge pixels, period 2 (n - 1); keeps the parity of i (n >= 2).
 int reflect(int i, int n) {
@@ -272,8 +329,9 @@ class Pipeline {
     Pipeline(const T* raw, int width, int height, detail::Pattern pattern, const detail::KernelSet& kernels, std::vector<float>& memory)
         : raw_(raw), w_(width), h_(height), pattern_(pattern), kernels_(kernels) {
         Ring* rings[] = {&m_, &dv_, &dvd_, &dh_, &dhd_, &sv_, &sh_, &g_, &p_, &q_, &a_, &b_, &am_, &bm_, &res_};
-        const int rows[] = {kRingM, kRingDV, kRingDVd, kRingDH, kRingDHd, kRingSV, kRingSH, kRingG,
-                            kRingPQ, kRingPQ, kRingAB, kRingAB, kRingABS, kRingABS, kRingABS};
+        const Stage stage_of[] = {M, DV, DVd, DH, DHd, SV, SH, G, PQ, PQ, AB, AB, ABS, ABS, ABS};
+        int rows[std::size(stage_of)];
+        for (std::size_t i = 0; i < std::size(stage_of); ++i) rows[i] = kGeometry.rows[stage_of[i]];
         const int stride = width + 2 * kPad;
         std::size_t total = std::size_t(stride);  // one row of column sums
         for (int r : rows) total += std::size_t(r) * std::size_t(stride);
@@ -288,20 +346,21 @@ class Pipeline {
 
     // Output rows y0 .. y1 - 1 (raw rows; bottom_up stores row y at height - 1 - y).
     void run(int y0, int y1, T* out, int stride, bool bottom_up) {
-        struct Stage {
+        struct Pass {
             int lead;
             void (Pipeline::*pass)(int);
         };
-        static constexpr Stage kStages[] = {
-            {kLeadM, &Pipeline::pass_m},   {kLeadDV, &Pipeline::pass_dv}, {kLeadDVd, &Pipeline::pass_dvd},
-            {kLeadDH, &Pipeline::pass_dh}, {kLeadSV, &Pipeline::pass_sv}, {kLeadSH, &Pipeline::pass_sh},
-            {kLeadG, &Pipeline::pass_g},   {kLeadPQ, &Pipeline::pass_pq}, {kLeadAB, &Pipeline::pass_ab},
-            {kLeadABS, &Pipeline::pass_abs},
+        static constexpr Pass kPasses[] = {
+            {kGeometry.lead[M], &Pipeline::pass_m},   {kGeometry.lead[DV], &Pipeline::pass_dv},
+            {kGeometry.lead[DVd], &Pipeline::pass_dvd}, {kGeometry.lead[DH], &Pipeline::pass_dh},
+            {kGeometry.lead[SV], &Pipeline::pass_sv}, {kGeometry.lead[SH], &Pipeline::pass_sh},
+            {kGeometry.lead[G], &Pipeline::pass_g},   {kGeometry.lead[PQ], &Pipeline::pass_pq},
+            {kGeometry.lead[AB], &Pipeline::pass_ab}, {kGeometry.lead[ABS], &Pipeline::pass_abs},
         };
         // At step t every pass computes its row t + lead, so each ring holds exactly the
         // rows its consumers still read; a pass starts at the first row the band needs.
-        for (int t = y0 - 2 * kLeadM; t < y1; ++t) {
-            for (const Stage& s : kStages)
+        for (int t = y0 - 2 * kGeometry.lead[M]; t < y1; ++t) {
+            for (const Pass& s : kPasses)
                 if (t + s.lead >= y0 - s.lead) (this->*s.pass)(t + s.lead);
             if (t >= y0) pass_out(t, out + std::ptrdiff_t(bottom_up ? h_ - 1 - t : t) * w_ * stride, stride);
         }
@@ -328,33 +387,33 @@ class Pipeline {
     void pass_m(int r) {
         float* o = m_.row(r);
         const T* src = raw_ + std::ptrdiff_t(reflect(r, h_)) * w_;
-        for (int x = -kColM; x < 0; ++x) o[x] = internal(src[reflect(x, w_)]);
+        for (int x = -kGeometry.columns[M]; x < 0; ++x) o[x] = internal(src[reflect(x, w_)]);
         GbriRow row = row_of(r);
         row.samples = src;
         row.out[0] = o;
         compute(sizeof(T) == 1 ? detail::kGbriSamples8 : detail::kGbriSamples16, row, 0, w_ - 1);
-        for (int x = w_; x < w_ + kColM; ++x) o[x] = internal(src[reflect(x, w_)]);
+        for (int x = w_; x < w_ + kGeometry.columns[M]; ++x) o[x] = internal(src[reflect(x, w_)]);
     }
     void pass_dv(int r) {
         GbriRow row = row_of(r);
         for (int i = 0; i < 5; ++i) row.in[i] = m_.row(r - 2 + i);
         row.out[0] = dv_.row(r);
-        compute(detail::kGbriVertical, row, -kColDV, w_ + kColDV - 1);
+        compute(detail::kGbriVertical, row, -kGeometry.columns[DV], w_ + kGeometry.columns[DV] - 1);
     }
     void pass_dvd(int r) {
         GbriRow row = row_of(r);
         row.in[0] = dv_.row(r - 1), row.in[1] = dv_.row(r + 1);
         row.out[0] = dvd_.row(r);
-        compute(detail::kGbriAcross, row, -kColDVd, w_ + kColDVd - 1);
+        compute(detail::kGbriAcross, row, -kGeometry.columns[DVd], w_ + kGeometry.columns[DVd] - 1);
     }
     void pass_dh(int r) {
         GbriRow row = row_of(r);
         row.in[0] = m_.row(r);
         row.out[0] = dh_.row(r);
-        compute(detail::kGbriHorizontal, row, -kColDH, w_ + kColDH - 1);
+        compute(detail::kGbriHorizontal, row, -kGeometry.columns[DH], w_ + kGeometry.columns[DH] - 1);
         row.in[0] = dh_.row(r);
         row.out[0] = dhd_.row(r);
-        compute(detail::kGbriAlong, row, -kColDHd, w_ + kColDHd - 1);
+        compute(detail::kGbriAlong, row, -kGeometry.columns[DHd], w_ + kGeometry.columns[DHd] - 1);
     }
     // 5x5 box sum: the five rows added top to bottom per column, then five columns.
     void box5(const Ring& src, int r, float* o, int c) {
@@ -366,8 +425,8 @@ class Pipeline {
         row.out[0] = o;
         compute(detail::kGbriRow5, row, -c, w_ + c - 1);
     }
-    void pass_sv(int r) { box5(dvd_, r, sv_.row(r), kColSV); }
-    void pass_sh(int r) { box5(dhd_, r, sh_.row(r), kColSH); }
+    void pass_sv(int r) { box5(dvd_, r, sv_.row(r), kGeometry.columns[SV]); }
+    void pass_sh(int r) { box5(dhd_, r, sh_.row(r), kGeometry.columns[SH]); }
     void pass_g(int r) {
         GbriRow row = row_of(r);
         const float* in[12] = {m_.row(r),      dh_.row(r),     dv_.row(r),     dv_.row(r - 1),
@@ -375,14 +434,14 @@ class Pipeline {
                                dv_.row(r + 3), sh_.row(r),     sv_.row(r - 2), sv_.row(r + 2)};
         std::copy(in, in + 12, row.in);
         row.out[0] = g_.row(r);
-        compute(detail::kGbriGreen, row, -kColG, w_ + kColG - 1);
+        compute(detail::kGbriGreen, row, -kGeometry.columns[G], w_ + kGeometry.columns[G] - 1);
     }
     void pass_pq(int r) {
         GbriRow row = row_of(r);
         const float* in[6] = {m_.row(r), m_.row(r - 2), m_.row(r + 2), g_.row(r), g_.row(r - 2), g_.row(r + 2)};
         std::copy(in, in + 6, row.in);
         row.out[0] = p_.row(r), row.out[1] = q_.row(r);
-        compute(detail::kGbriLaplacians, row, -kColPQ, w_ + kColPQ - 1);
+        compute(detail::kGbriLaplacians, row, -kGeometry.columns[PQ], w_ + kGeometry.columns[PQ] - 1);
     }
     void pass_ab(int r) {
         GbriRow row = row_of(r);
@@ -393,14 +452,14 @@ class Pipeline {
             row.in[3 * i + 2] = rings[i]->row(r + 2);
         }
         row.out[0] = a_.row(r), row.out[1] = b_.row(r);
-        compute(detail::kGbriModel, row, -kColAB, w_ + kColAB - 1);
+        compute(detail::kGbriModel, row, -kGeometry.columns[AB], w_ + kGeometry.columns[AB] - 1);
     }
     void pass_abs(int r) {
         GbriRow row = row_of(r);
         const float* in[8] = {a_.row(r - 2), a_.row(r), a_.row(r + 2), b_.row(r - 2), b_.row(r), b_.row(r + 2), m_.row(r), g_.row(r)};
         std::copy(in, in + 8, row.in);
         row.out[0] = am_.row(r), row.out[1] = bm_.row(r), row.out[2] = res_.row(r);
-        compute(detail::kGbriMeans, row, -kColABS, w_ + kColABS - 1);
+        compute(detail::kGbriMeans, row, -kGeometry.columns[ABS], w_ + kGeometry.columns[ABS] - 1);
     }
     void pass_out(int y, T* out, int stride) {
         GbriRow row = row_of(y);
