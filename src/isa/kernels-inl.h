@@ -238,9 +238,9 @@ QZRCFA_INLINE Wide absolute(const Wide& x) {
     return (x ^ sign) - sign;
 }
 
-template <int K>
+template <int Shift>
 QZRCFA_INLINE Wide divide_pow2(const Wide& x) {
-    return (x + ((x >> 15) & (Wide{} + std::int16_t((1 << K) - 1)))) >> K;
+    return (x + ((x >> 15) & (Wide{} + std::int16_t((1 << Shift) - 1)))) >> Shift;
 }
 
 // `first` where a < b, `second` where b < a, `tie` elsewhere.
@@ -255,39 +255,39 @@ QZRCFA_INLINE int last_colour_column(const Row<uint8_t>& row) {
 }
 
 // Only the red and blue sites of a block compute: a block of kLanes columns holds
-// kLanes / 2 of them, one to each 16-bit lane of a vector of samples read as pairs,
-// in the low byte of the pair where the block's first column is such a site (K = 0)
-// and in the high byte where it is green (K = 1). The green sites between them come
-// from the pairs' other bytes, and the results return to their bytes in place, so no
-// lane is widened or narrowed.
-template <int K>
+// kLanes / 2 of them, one to each 16-bit lane of a vector of samples read as pairs, in
+// the low byte of the pair where the block's first column is such a site (SiteByte =
+// 0) and in the high byte where it is green (SiteByte = 1). The green sites between
+// them come from the pairs' other bytes, and the results return to their bytes in
+// place, so no lane is widened or narrowed.
+template <int SiteByte>
 QZRCFA_INLINE Wide colour_sites(const Words& pairs) {
-    return (Wide)(K == 0 ? pairs & 0xFF : pairs >> 8);
+    return (Wide)(SiteByte == 0 ? pairs & 0xFF : pairs >> 8);
 }
 
-template <int K>
+template <int SiteByte>
 QZRCFA_INLINE Wide colour_sites(const uint8_t* p) {
-    return colour_sites<K>(load<Words>(p));
+    return colour_sites<SiteByte>(load<Words>(p));
 }
 
-template <int K>
+template <int SiteByte>
 QZRCFA_INLINE Wide green_sites(const uint8_t* p) {
-    return colour_sites<1 - K>(p);
+    return colour_sites<1 - SiteByte>(p);
 }
 
 // Bytes of the block: the sites' results (0 .. 255) in their bytes, the green sites'
 // bytes from `greens`.
-template <int K>
+template <int SiteByte>
 QZRCFA_INLINE Bytes with_greens(const Wide& sites, const Bytes& greens) {
     const Words g = (Words)greens;
-    return (Bytes)(K == 0 ? (Words)sites | (g & 0xFF00) : (g & 0xFF) | ((Words)sites << 8));
+    return (Bytes)(SiteByte == 0 ? (Words)sites | (g & 0xFF00) : (g & 0xFF) | ((Words)sites << 8));
 }
 
 QZRCFA_INLINE Wide clamp_byte(const Wide& x) { return lesser(greater(x, Wide{}), Wide{} + 255); }
 
-template <int P, int K>
+template <int P, int SiteByte>
 QZRCFA_INLINE int laplacian_green_blocks(const Row<uint8_t>& row, int c, int end) {
-    const Bytes colour8 = parity_lanes<Bytes>(K);
+    const Bytes colour8 = parity_lanes<Bytes>(SiteByte);
     const Bytes all = ~Bytes{};
     const bool red = row.phase.colour == kRed, fill255 = row.fill255;
     // G everywhere; the sample into its own colour and, in red rows, into B as well.
@@ -303,12 +303,12 @@ QZRCFA_INLINE int laplacian_green_blocks(const Row<uint8_t>& row, int c, int end
         [&](int x) QZRCFA_LAMBDA_INLINE {
             const uint8_t* s = src + x;
             const Bytes x8 = load<Bytes>(s);
-            const Wide v0 = colour_sites<K>((Words)x8);
+            const Wide v0 = colour_sites<SiteByte>((Words)x8);
             // The horizontal neighbours, in either order: both formulas are symmetric in them.
-            const Wide left = green_sites<K>(s - 2 + 2 * K), right = green_sites<K>(s + 2 * K);
-            const Wide left2 = colour_sites<K>(s - 2), right2 = colour_sites<K>(s + 2);
-            const Wide up = colour_sites<K>(s - w), down = colour_sites<K>(s + w);
-            const Wide up2 = colour_sites<K>(s - 2 * w), down2 = colour_sites<K>(s + 2 * w);
+            const Wide left = green_sites<SiteByte>(s - 2 + 2 * SiteByte), right = green_sites<SiteByte>(s + 2 * SiteByte);
+            const Wide left2 = colour_sites<SiteByte>(s - 2), right2 = colour_sites<SiteByte>(s + 2);
+            const Wide up = colour_sites<SiteByte>(s - w), down = colour_sites<SiteByte>(s + w);
+            const Wide up2 = colour_sites<SiteByte>(s - 2 * w), down2 = colour_sites<SiteByte>(s + 2 * w);
             const Wide across = left + right, along = up + down;
             const Wide dh = v0 + v0 - left2 - right2;
             const Wide dv = v0 + v0 - up2 - down2;
@@ -316,7 +316,7 @@ QZRCFA_INLINE int laplacian_green_blocks(const Row<uint8_t>& row, int c, int end
             const Wide v = absolute(up - down) + absolute(dv);
             const Wide g = pick(h, v, divide_pow2<2>(dh) + (across >> 1), divide_pow2<2>(dv) + (along >> 1),
                                 divide_pow2<3>(dh + dv) + ((across + along) >> 2));
-            return Green{x8, with_greens<K>(clamp_byte(g), x8)};
+            return Green{x8, with_greens<SiteByte>(clamp_byte(g), x8)};
         },
         [&](const Green& v, int x, bool) QZRCFA_LAMBDA_INLINE {
             uint8_t* out = d + std::ptrdiff_t(x) * P;
@@ -338,9 +338,9 @@ int laplacian_green_wide(const Row<uint8_t>& row, const LaplacianParams&, int c)
     });
 }
 
-template <int P, int K>
+template <int P, int SiteByte>
 QZRCFA_INLINE int laplacian_colour_blocks(const Row<uint8_t>& row, const LaplacianParams& params, int c, int end) {
-    const Bytes green8 = parity_lanes<Bytes>(1 - K);
+    const Bytes green8 = parity_lanes<Bytes>(1 - SiteByte);
     const Bytes all = ~Bytes{};
     const bool red = row.phase.colour == kRed;
     // The row's own colour at green sites, the other colour everywhere.
@@ -359,12 +359,12 @@ QZRCFA_INLINE int laplacian_colour_blocks(const Row<uint8_t>& row, const Laplaci
         [&](int x) QZRCFA_LAMBDA_INLINE {
             const uint8_t* s = src + x;
             const uint8_t* px = d + std::ptrdiff_t(x) * P;
-            const Wide ul = colour_sites<K>(s - w - 1), ur = colour_sites<K>(s - w + 1);
-            const Wide ll = colour_sites<K>(s + w - 1), lr = colour_sites<K>(s + w + 1);
+            const Wide ul = colour_sites<SiteByte>(s - w - 1), ur = colour_sites<SiteByte>(s - w + 1);
+            const Wide ll = colour_sites<SiteByte>(s + w - 1), lr = colour_sites<SiteByte>(s + w + 1);
             // Greens at fixed three-byte spacing from the pixels above and below.
-            const Wide g = colour_sites<K>((Words)gather<P>(px + kGreen));
-            const Wide gul = colour_sites<K>((Words)gather<P>(px + upper - 2)), glr = colour_sites<K>((Words)gather<P>(px + lower + 4));
-            const Wide gur = colour_sites<K>((Words)gather<P>(px + upper + 4)), gll = colour_sites<K>((Words)gather<P>(px + lower - 2));
+            const Wide g = colour_sites<SiteByte>((Words)gather<P>(px + kGreen));
+            const Wide gul = colour_sites<SiteByte>((Words)gather<P>(px + upper - 2)), glr = colour_sites<SiteByte>((Words)gather<P>(px + lower + 4));
+            const Wide gur = colour_sites<SiteByte>((Words)gather<P>(px + upper + 4)), gll = colour_sites<SiteByte>((Words)gather<P>(px + lower - 2));
             const Wide d1 = g + g - gul - glr;
             const Wide d2 = g + g - gur - gll;
             const Wide e1 = absolute(ul - lr) + absolute(d1);
@@ -372,7 +372,7 @@ QZRCFA_INLINE int laplacian_colour_blocks(const Row<uint8_t>& row, const Laplaci
             const Wide first = ul + lr, second = ur + ll;
             const Wide v = pick(e1, e2, divide_pow2<1>(first + d1), divide_pow2<1>(second + d2), divide_pow2<2>(first + second + d1 + d2));
             const Bytes own = mean2(load<Bytes>(s - 1), load<Bytes>(s + 1));
-            return Colours{own, with_greens<K>(clamp_byte(v), mean2(load<Bytes>(s - w), load<Bytes>(s + w)))};
+            return Colours{own, with_greens<SiteByte>(clamp_byte(v), mean2(load<Bytes>(s - w), load<Bytes>(s + w)))};
         },
         [&](const Colours& v, int x, bool) QZRCFA_LAMBDA_INLINE {
             store_masked<P>(d + std::ptrdiff_t(x) * P, red ? v.other : v.own, Bytes{}, red ? v.own : v.other, mask);
