@@ -18,11 +18,18 @@ template <class T>
 void demosaic(int method, int threads, const Size& s, int bits, benchmark::State& state) {
     const std::vector<T>& raw = sizeof(T) == 1 ? reinterpret_cast<const std::vector<T>&>(mosaic8(s.width, s.height))
                                                : reinterpret_cast<const std::vector<T>&>(mosaic16(s.width, s.height));
-    qzrcfa_request request{raw.data(), raw.size(), s.width, s.height, int(8 * sizeof(T)), nullptr, 0, int(8 * sizeof(T)),
-                           method, QZRCFA_PATTERN_RGGB, QZRCFA_ORDER_TOP_DOWN, bits, threads};
+    qzrcfa_request request = QZRCFA_REQUEST_INIT;
+    request.samples = raw.data();
+    request.samples_bytes = raw.size() * sizeof(T);
+    request.width = s.width;
+    request.height = s.height;
+    request.depth = int(8 * sizeof(T));
+    request.method = method;
+    request.format = bits;
+    request.threads = threads;
     std::vector<T> out(qzrcfa_output_elements(&request));
     request.output = out.data();
-    request.output_count = out.size();
+    request.output_bytes = out.size() * sizeof(T);
     char message[256];
     if (qzrcfa_check(&request, message, sizeof message) != 0) return state.SkipWithError(message);
     for (auto _ : state) {
@@ -38,7 +45,8 @@ void gbri_on(detail::Isa isa, const Size& s, int bits, benchmark::State& state) 
     const int stride = bits / 8;
     std::vector<std::uint8_t> out(std::size_t(s.width) * std::size_t(s.height) * std::size_t(stride));
     for (auto _ : state) {
-        ext::gbri(raw.data(), s.width, s.height, detail::Pattern::RGGB, out.data(), stride, false, nullptr, isa);
+        ext::gbri(raw.data(), s.width, s.height, detail::Pattern::RGGB, out.data(), stride, false, nullptr,
+                  detail::compact(s.width, stride), isa);
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();
     }

@@ -83,7 +83,7 @@ const RawFormat* find_raw(const char* name) {
 }
 
 qzrcfa_request make_request(const BayerFormat& in, const RawFormat& out, int method, int order, int width, int height) {
-    qzrcfa_request q{};
+    qzrcfa_request q = QZRCFA_REQUEST_INIT;
     q.width = width;
     q.height = height;
     q.depth = in.depth;
@@ -478,9 +478,9 @@ static GstFlowReturn transform(GstBaseTransform* trans, GstBuffer* inbuf, GstBuf
     if (qzrcfa_output_defined(&q) == 0) std::memset(target, 0xFF, out_row * gsize(neg.height));
 
     q.samples = samples;
-    q.sample_count = gsize(neg.width) * gsize(neg.height);
+    q.samples_bytes = gsize(neg.width) * gsize(neg.height) * sample_bytes;
     q.output = target;
-    q.output_count = need;
+    q.output_bytes = need * element_bytes;
     char why[256];
     const int status = qzrcfa_demosaic(&q, why, sizeof why);
     if (status == 0 && !direct)

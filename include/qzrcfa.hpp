@@ -74,12 +74,17 @@ enum class Format : unsigned short { Grey = QZRCFA_FORMAT_GREY, Bgr24 = QZRCFA_F
 // Largest thread count a request may ask for.
 inline constexpr int kMaxThreads = 1024;
 
+// Which rule runs (QZRCFA_RULE_*): the interface's member, byte for byte with its
+// export, or the method's general rule; by default the member for 8-bit samples.
+enum class Rule { Default = QZRCFA_RULE_DEFAULT, Member = QZRCFA_RULE_MEMBER, General = QZRCFA_RULE_GENERAL };
+
 struct Options {
     Method method = Method::Bilinear;
     Pattern pattern = Pattern::RGGB;
     RowOrder order = RowOrder::TopDown;
     Format format = Format::Bgr24;
     int threads = 1;  // 1: the calling thread only, exactly a direct call; 0: every processor; N: up to N
+    Rule rule = Rule::Default;
 };
 
 // Names, as the library spells them ("smoothhue", "RGGB", "top-down", "bgr24"), and
@@ -116,14 +121,16 @@ std::optional<E> from_string(std::string_view text) {
     return E(v);
 }
 
-// A raw frame: width * height samples, row-major, no padding, 8- or 16-bit. The view
-// may cover more than the frame; the samples after it are never read.
+// A raw frame: height rows of width samples, 8- or 16-bit, `stride` bytes from a row to
+// the next (0: rows back to back). 16-bit samples may have fewer significant bits
+// (`bits`, 9 to 16; 0: all 16). `count` is how many samples (8- or 16-bit elements)
+// the view covers; the samples after the frame are never read.
 class RawFrame {
   public:
-    RawFrame(const std::uint8_t* samples, std::size_t count, int width, int height)
-        : data_(samples), count_(count), width_(width), height_(height), depth_(8) {}
-    RawFrame(const std::uint16_t* samples, std::size_t count, int width, int height)
-        : data_(samples), count_(count), width_(width), height_(height), depth_(16) {}
+    RawFrame(const std::uint8_t* samples, std::size_t count, int width, int height, std::ptrdiff_t stride = 0)
+        : data_(samples), count_(count), width_(width), height_(height), depth_(8), stride_(stride) {}
+    RawFrame(const std::uint16_t* samples, std::size_t count, int width, int height, std::ptrdiff_t stride = 0, int bits = 0)
+        : data_(samples), count_(count), width_(width), height_(height), depth_(16), stride_(stride), bits_(bits) {}
     RawFrame(std::span<const std::uint8_t> samples, int width, int height)
         : RawFrame(samples.data(), samples.size(), width, height) {}
     RawFrame(std::span<const std::uint16_t> samples, int width, int height)
@@ -134,6 +141,8 @@ class RawFrame {
     int width() const { return width_; }
     int height() const { return height_; }
     int depth() const { return depth_; }  // bits per sample
+    std::ptrdiff_t stride() const { return stride_; }
+    int bits() const { return bits_; }
     std::size_t sample_bytes() const { return depth_ == 16 ? 2 : 1; }
 
   private:
@@ -141,25 +150,34 @@ class RawFrame {
     std::size_t count_;
     int width_, height_;
     int depth_;
+    std::ptrdiff_t stride_ = 0;
+    int bits_ = 0;
 };
 
-// The caller's output buffer: `count` elements of 8 or 16 bits.
+// The caller's output buffer: `count` elements of 8 or 16 bits, rows `stride` bytes
+// apart (0: back to back).
 class OutputImage {
   public:
-    OutputImage(std::uint8_t* data, std::size_t count) : data_(data), count_(count), depth_(8) {}
-    OutputImage(std::uint16_t* data, std::size_t count) : data_(data), count_(count), depth_(16) {}
-    OutputImage(std::span<std::uint8_t> elements) : OutputImage(elements.data(), elements.size()) {}
-    OutputImage(std::span<std::uint16_t> elements) : OutputImage(elements.data(), elements.size()) {}
+    OutputImage(std::uint8_t* data, std::size_t count, std::ptrdiff_t stride = 0)
+        : data_(data), count_(count), depth_(8), stride_(stride) {}
+    OutputImage(std::uint16_t* data, std::size_t count, std::ptrdiff_t stride = 0)
+        : data_(data), count_(count), depth_(16), stride_(stride) {}
+    OutputImage(std::span<std::uint8_t> elements, std::ptrdiff_t stride = 0)
+        : OutputImage(elements.data(), elements.size(), stride) {}
+    OutputImage(std::span<std::uint16_t> elements, std::ptrdiff_t stride = 0)
+        : OutputImage(elements.data(), elements.size(), stride) {}
 
     void* data() const { return data_; }
     std::size_t count() const { return count_; }
     int depth() const { return depth_; }  // bits per element
+    std::ptrdiff_t stride() const { return stride_; }
     std::size_t element_bytes() const { return depth_ == 16 ? 2 : 1; }
 
   private:
     void* data_;
     std::size_t count_;
     int depth_;
+    std::ptrdiff_t stride_;
 };
 
 // Outcome of a checked call: success, or the reason the request was refused.
@@ -188,14 +206,31 @@ struct Size {
 
 namespace detail {
 
-inline qzrcfa_request to_request(const RawFrame& raw, const OutputImage& out, const Options& o) {
-    return qzrcfa_request{raw.data(),  raw.count(),    raw.width(),       raw.height(),     raw.depth(),    out.data(), out.count(),
-                          out.depth(), int(o.method), int(o.pattern), int(o.order), int(o.format), o.threads};
+inline qzrcfa_request to_request(int width, int height, const Options& o, int depth, int output_depth = 0) {
+    qzrcfa_request q = QZRCFA_REQUEST_INIT;
+    q.width = width;
+    q.height = height;
+    q.depth = depth;
+    q.output_depth = output_depth;
+    q.method = int(o.method);
+    q.pattern = int(o.pattern);
+    q.order = int(o.order);
+    q.format = int(o.format);
+    q.threads = o.threads;
+    q.rule = int(o.rule);
+    return q;
 }
 
-inline qzrcfa_request to_request(int width, int height, const Options& o, int depth) {
-    return qzrcfa_request{nullptr, 0, width, height, depth, nullptr, 0, depth,
-                          int(o.method), int(o.pattern), int(o.order), int(o.format), o.threads};
+inline qzrcfa_request to_request(const RawFrame& raw, const OutputImage& out, const Options& o) {
+    qzrcfa_request q = to_request(raw.width(), raw.height(), o, raw.depth(), out.depth());
+    q.samples = raw.data();
+    q.samples_bytes = raw.count() * raw.sample_bytes();
+    q.samples_stride = raw.stride();
+    q.bits = raw.bits();
+    q.output = out.data();
+    q.output_bytes = out.count() * out.element_bytes();
+    q.output_stride = out.stride();
+    return q;
 }
 
 }  // namespace detail
@@ -207,10 +242,11 @@ inline Size minimum_size(const Options& options, int depth = 8) {
     return s;
 }
 
-// Elements the output buffer must hold for a width x height frame, slack included;
-// 0 when demosaic() would refuse the request whatever the buffers (see check()).
-inline std::size_t output_elements(int width, int height, const Options& options, int depth = 8) {
-    const qzrcfa_request q = detail::to_request(width, height, options, depth);
+// Elements the output buffer must hold for a width x height frame with rows back to
+// back, slack included; 0 when demosaic() would refuse the request whatever the buffers
+// (see check()). output_depth 0: the samples' depth.
+inline std::size_t output_elements(int width, int height, const Options& options, int depth = 8, int output_depth = 0) {
+    const qzrcfa_request q = detail::to_request(width, height, options, depth, output_depth);
     return qzrcfa_output_elements(&q);
 }
 

@@ -49,20 +49,66 @@ enum { QZRCFA_PATTERN_RGGB = 0, QZRCFA_PATTERN_BGGR = 1, QZRCFA_PATTERN_GRBG = 2
 enum { QZRCFA_ORDER_TOP_DOWN = 0, QZRCFA_ORDER_BOTTOM_UP = 1 };
 enum { QZRCFA_FORMAT_GREY = 0, QZRCFA_FORMAT_BGR24 = 24, QZRCFA_FORMAT_BGRA32 = 32 };
 
-/* One request. samples: width*height samples of `depth` bits (8 or 16), row-major;
- * sample_count: how many the buffer holds. output: the caller's buffer of
- * output_count elements of output_depth bits (16-bit frames give 16-bit elements).
- * threads: 1 runs on the calling thread exactly as a direct call of the export; 0
- * takes every processor; N > 1 up to N threads (at most 1024). */
+/* Which rule a request runs: the interface's member, byte for byte with its export
+ * (every asymmetry of the member included), or the method's general rule (the formulas
+ * the method states for every pixel, on every pattern and row order, the border computed
+ * from the frame mirrored about its edges, 8- or 16-bit samples of any significant bits;
+ * see README). The default: the member for 8-bit samples, and for 16-bit samples where
+ * one serves the request as it is (nearest neighbour, grey); the general rule otherwise.
+ * gbri, the extended library's own method, has one rule. */
+enum { QZRCFA_RULE_DEFAULT = 0, QZRCFA_RULE_MEMBER = 1, QZRCFA_RULE_GENERAL = 2 };
+
+/* One request. It can grow: `size` says how much of it the caller's header knew, the
+ * library reads that much, and takes every field past it as zero; zero always means
+ * what a request without the field has always meant. A request larger than this
+ * library knows is taken when its unknown fields are all zero. Set it up with
+ * QZRCFA_REQUEST_INIT (size = sizeof(qzrcfa_request), the rest zero) and fill in
+ * what the call needs:
+ *   samples, samples_bytes: the raw frame and how many bytes the buffer holds;
+ *   samples_stride: bytes from one row's first sample to the next row's (a padded row),
+ *     0 for rows back to back; at least a row's bytes, a multiple of the sample size;
+ *   width, height: pixels;
+ *   depth: bits per sample, 8 or 16 (16-bit samples in the machine's byte order, the
+ *     buffer aligned to 2 bytes);
+ *   bits: significant bits of 16-bit samples, 9 to 16, 0 for 16 (values above
+ *     2^bits - 1 are taken as 2^bits - 1); 0 for 8-bit samples;
+ *   output, output_bytes, output_stride: the caller's image buffer, its size in bytes,
+ *     and bytes from one output row to the next (0: rows back to back);
+ *   output_depth: bits per output element, 8 or 16; 0 for the samples' depth. 8-bit
+ *     elements from 16-bit samples are rounded to nearest from `bits` bits (general
+ *     rule only);
+ *   method, pattern, order, format: what to run and what to write;
+ *   threads: 1 runs on the calling thread (a member: exactly a direct call of its
+ *     export); 0 takes every processor; N > 1 up to N threads (at most 1024);
+ *   rule: QZRCFA_RULE_*. */
 typedef struct qzrcfa_request {
+    size_t size;
     const void* samples;
-    size_t sample_count;
-    int width, height, depth;
+    size_t samples_bytes;
+    ptrdiff_t samples_stride;
+    int width, height;
+    int depth;
+    int bits;
     void* output;
-    size_t output_count;
+    size_t output_bytes;
+    ptrdiff_t output_stride;
     int output_depth;
-    int method, pattern, order, format, threads;
+    int method, pattern, order, format;
+    int threads;
+    int rule;
 } qzrcfa_request;
+
+/* A request with its size set and every other field zero. */
+static inline qzrcfa_request qzrcfa_request_init(void) {
+#ifdef __cplusplus
+    qzrcfa_request r = {};
+#else
+    qzrcfa_request r = {0};
+#endif
+    r.size = sizeof r;
+    return r;
+}
+#define QZRCFA_REQUEST_INIT qzrcfa_request_init()
 
 /* Checks the request and, if it is sound, runs it. Returns 0, or -1 when refused:
  * then nothing was written and `message` (when not null) holds the reason, cut to
@@ -72,9 +118,14 @@ QZRCFA_EXT_API int qzrcfa_demosaic(const qzrcfa_request* request, char* message,
 /* Every check qzrcfa_demosaic makes, without running anything. */
 QZRCFA_EXT_API int qzrcfa_check(const qzrcfa_request* request, char* message, size_t message_size);
 
-/* Elements the output buffer must hold for the request's size, method, pattern, order,
- * format and depth, slack included; 0 when qzrcfa_demosaic would refuse those. The
- * buffer pointers and counts of the request are not looked at. */
+/* Bytes the output buffer must hold for the request (its size, strides, method, rule
+ * and formats), slack included; 0 when qzrcfa_demosaic would refuse those. The buffer
+ * pointers and sizes of the request are not looked at. */
+QZRCFA_EXT_API size_t qzrcfa_output_bytes(const qzrcfa_request* request);
+
+/* Elements of output_depth bits the output buffer must hold for the request with rows
+ * back to back (the output stride taken as 0), slack included; 0 when qzrcfa_demosaic
+ * would refuse the request's size, method, rule and formats. */
 QZRCFA_EXT_API size_t qzrcfa_output_elements(const qzrcfa_request* request);
 
 /* Smallest width and height the request's method, pattern, order, format and depth

@@ -18,7 +18,7 @@ namespace qzrcfa::detail {
 // diagonals. At a green site: the row's colour = mean of left and right, the other
 // colour = mean of above and below.
 int bilinear_columns(const Row<std::uint8_t>& row, const BilinearParams&, int c) {
-    const std::ptrdiff_t w = row.width;
+    const std::ptrdiff_t w = row.pitch;
     const int colour = row.phase.colour;
     const int other = row.phase.other();
     for (; c <= row.c_last; ++c) {

@@ -35,7 +35,7 @@ inline std::uint8_t quieter_pair(int a, int b, int c, int d) {
 
 // Reference row kernel, columns c .. c_last.
 int edge_sensing_columns(const Row<std::uint8_t>& row, const EdgeSensingRule& rule, int c) {
-    const std::ptrdiff_t w = row.width;
+    const std::ptrdiff_t w = row.pitch;
     const int colour = row.phase.colour;
     const int other = row.phase.other();
     // Elements that take the left/right and the above/below means at a green site.

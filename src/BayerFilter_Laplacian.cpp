@@ -53,18 +53,27 @@ constexpr int clamp_byte(int x) { return x > 255 ? 255 : (x < 0 ? 0 : x); }
 
 constexpr int absolute(int x) { return x < 0 ? -x : x; }
 
-// Samples of the frame, read by linear offset from the start of a raw row.
+// Samples of the frame around a raw row: S(dr, c) is column c of row r + dr.
 struct Direct {
     const std::uint8_t* s;
-    int operator[](std::ptrdiff_t i) const { return s[i]; }
+    std::ptrdiff_t pitch;
+    int operator()(int dr, int c) const { return s[dr * pitch + c]; }
 };
 
-// The same for a row whose reads reach past the end of the frame: every sample at or
-// past the end reads as 0.
-struct PastEndIsZero {
+// The same where reads reach past the row's end or the frame's: a column beyond the
+// row is read, as the interface reads samples, by its linear offset (it is the next
+// row's first samples), and every sample at or past the end of the frame reads as 0.
+// Rows may be padded (pitch above the width).
+struct Resolved {
     const std::uint8_t* s;
-    std::ptrdiff_t available;  // samples from s to the end of the frame
-    int operator[](std::ptrdiff_t i) const { return i < available ? s[i] : 0; }
+    std::ptrdiff_t pitch;
+    int width, rows_left;  // rows from r to the end of the frame
+    int operator()(int dr, int c) const {
+        const int past = c >= width ? 1 : c < 0 ? -1 : 0;  // columns reach at most one row either way
+        dr += past;
+        c -= past * width;
+        return dr < rows_left ? s[dr * pitch + c] : 0;
+    }
 };
 
 // Visits the columns c .. c_last of a row two at a time, one green site and one red or
@@ -122,7 +131,6 @@ inline void with_layout(const Row<std::uint8_t>& row, F f) {
 
 template <class Samples, class Colour, class Stride>
 inline void green_row(const Row<std::uint8_t>& row, int c, Samples S, Colour colour_, Stride stride_) {
-    const std::ptrdiff_t w = row.width;
     constexpr bool red_row = Colour::value == kRed;
     const int colour = colour_;
     const std::ptrdiff_t stride = stride_;
@@ -131,11 +139,11 @@ inline void green_row(const Row<std::uint8_t>& row, int c, Samples S, Colour col
 
     auto colour_site = [&](int col) LAPLACIAN_INLINE {
         std::uint8_t* px = d + col * stride;
-        const int x = S[col];
-        const int left = S[col - 1], right = S[col + 1];
-        const int up = S[col - w], down = S[col + w];
-        const int dh = 2 * x - S[col - 2] - S[col + 2];
-        const int dv = 2 * x - S[col - 2 * w] - S[col + 2 * w];
+        const int x = S(0, col);
+        const int left = S(0, col - 1), right = S(0, col + 1);
+        const int up = S(-1, col), down = S(1, col);
+        const int dh = 2 * x - S(0, col - 2) - S(0, col + 2);
+        const int dv = 2 * x - S(-2, col) - S(2, col);
         const int h = absolute(left - right) + absolute(dh);
         const int v = absolute(up - down) + absolute(dv);
         const int g = pick(h, v, dh / 4 + ((left + right) >> 1), dv / 4 + ((up + down) >> 1),
@@ -150,7 +158,7 @@ inline void green_row(const Row<std::uint8_t>& row, int c, Samples S, Colour col
     };
     auto green_site = [&](int col) LAPLACIAN_INLINE {
         std::uint8_t* px = d + col * stride;
-        px[kGreen] = std::uint8_t(S[col]);
+        px[kGreen] = std::uint8_t(S(0, col));
         if (fill255) {
             px[kBlue] = px[kRed] = 255;
             if (stride == 4) px[3] = 255;
@@ -162,12 +170,12 @@ inline void green_row(const Row<std::uint8_t>& row, int c, Samples S, Colour col
 }  // namespace
 
 int laplacian_green_columns(const Row<std::uint8_t>& row, const LaplacianParams&, int c) {
-    // Rows up to height - 3 read no further than the last sample of the frame; the two
-    // rows below (reached only by the displaced pass) take the guarded path.
-    if (row.r + 2 < row.height) {
-        with_layout(row, [&](auto colour, auto stride) { green_row(row, c, Direct{row.s}, colour, stride); });
+    // Rows up to height - 3 read no further than the last sample of the frame, and only
+    // the displaced pass reads past a row's end; those take the resolved path.
+    if (row.r + 2 < row.height && (row.pitch == row.width || row.c_last + 2 < row.width)) {
+        with_layout(row, [&](auto colour, auto stride) { green_row(row, c, Direct{row.s, row.pitch}, colour, stride); });
     } else {
-        const PastEndIsZero samples{row.s, std::ptrdiff_t(row.height - row.r) * row.width};
+        const Resolved samples{row.s, row.pitch, row.width, row.height - row.r};
         with_layout(row, [&](auto colour, auto stride) { green_row(row, c, samples, colour, stride); });
     }
     return row.c_last + 1;
@@ -177,7 +185,7 @@ namespace {
 
 template <class Colour, class Stride>
 inline void rb_row(const Row<std::uint8_t>& row, int c, const LaplacianParams& params, Colour colour_, Stride stride_) {
-    const std::ptrdiff_t w = row.width;
+    const std::ptrdiff_t w = row.pitch;
     const int colour = colour_;
     const int other = 2 - colour;
     const std::ptrdiff_t stride = stride_;

@@ -35,7 +35,7 @@ static int nearest(const Row<T>& row, const NearestForm& form, int c) {
     const int other = row.phase.other();
     for (; c <= row.c_last; ++c) {
         const T* s = row.s + c;
-        const T* below = s + row.width;
+        const T* below = s + row.pitch;
         T* px = row.d + std::ptrdiff_t(c) * row.stride;
         if (row.phase.green_at(c)) {
             px[colour] = s[dc];
@@ -59,7 +59,7 @@ int nearest_columns(const Row<std::uint16_t>& row, const NearestForm& form, int 
 template <class T>
 static int grey_reference(const Row<T>& row, int c) {
     const T* upper = row.s;
-    const T* lower = row.s + row.width;
+    const T* lower = row.s + row.pitch;
     for (; c <= row.c_last; ++c) row.d[c] = T((upper[c] + upper[c + 1] + lower[c] + lower[c + 1]) >> 2);
     return c;
 }

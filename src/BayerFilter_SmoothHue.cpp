@@ -61,15 +61,15 @@ inline std::uint8_t to_byte(float x, Saturation form) {
 // `down` elements away; g is the pixel's own green.
 struct Around {
     const std::uint8_t* s;
-    int width;
+    std::ptrdiff_t pitch;  // elements to the raw rows around
     const std::uint8_t* px;
     const std::uint8_t* above;  // pixel computed from raw (r - 1, c)
     const std::uint8_t* below;  // pixel computed from raw (r + 1, c)
     float g;
 
     float vertical() const {
-        const float up = ratio(s[-width], above[kGreen]);
-        const float down = ratio(s[width], below[kGreen]);
+        const float up = ratio(s[-pitch], above[kGreen]);
+        const float down = ratio(s[pitch], below[kGreen]);
         return (up + down) * (g * 0.5f);
     }
     float horizontal() const {
@@ -78,10 +78,10 @@ struct Around {
         return (left + right) * (g * 0.5f);
     }
     float diagonal() const {
-        const float up_left = ratio(s[-width - 1], above[kLeftByte]);
-        const float up_right = ratio(s[-width + 1], above[kRightByte]);
-        const float down_left = ratio(s[width - 1], below[kLeftByte]);
-        const float down_right = ratio(s[width + 1], below[kRightByte]);
+        const float up_left = ratio(s[-pitch - 1], above[kLeftByte]);
+        const float up_right = ratio(s[-pitch + 1], above[kRightByte]);
+        const float down_left = ratio(s[pitch - 1], below[kLeftByte]);
+        const float down_right = ratio(s[pitch + 1], below[kRightByte]);
         return (((up_left + up_right) + down_left) + down_right) * (g * 0.25f);
     }
 };
@@ -92,7 +92,7 @@ namespace {
 
 // Pass 1 from column c to the end of the row, one pixel at a time.
 void green_columns_scalar(const Row<std::uint8_t>& row, int c) {
-    const int w = row.width;
+    const std::ptrdiff_t w = row.pitch;
     for (; c <= row.c_last; ++c) {
         const std::uint8_t* s = row.s + c;
         std::uint8_t* px = row.d + std::ptrdiff_t(c) * row.stride;
@@ -115,7 +115,7 @@ int smooth_hue_green_columns(const Row<std::uint8_t>& row, const SmoothHueRule&,
 int smooth_hue_colour_columns(const Row<std::uint8_t>& row, const SmoothHueRule& rule, int c) {
     for (; c <= row.c_last; ++c) {
         std::uint8_t* px = row.d + std::ptrdiff_t(c) * row.stride;
-        const Around a{row.s + c, row.width, px, px + row.up, px + row.down, float(px[kGreen])};
+        const Around a{row.s + c, row.pitch, px, px + row.up, px + row.down, float(px[kGreen])};
         Site site = row.phase.site(c);
         if (site == Site::GreenOnBlue) site = rule.green_on_blue_as;
         switch (site) {

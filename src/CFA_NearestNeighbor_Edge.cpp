@@ -62,50 +62,69 @@ constexpr Edge1Table with_diagonal_last_pixel(Edge1Table t) {
 constexpr Edge1Table kEdge1RGGB_Flip8 = with_diagonal_last_pixel(kEdge1RGGB);
 constexpr Edge1Table kEdge1BGGR_Flip8 = with_diagonal_last_pixel(kEdge1BGGR);
 
+// The raw frame as the border fills read it: sample (r, c) by its linear offset r *
+// width + c, as the interface reads samples (a column beyond a row is in the row after
+// it), from rows `pitch` elements apart.
 template <class T>
-inline void copy_taps(T* out, const T* at, int width, const Taps& taps) {
-    for (int i = 0; i < 3; ++i) out[i] = at[std::ptrdiff_t(taps[i].dr) * width + taps[i].dc];
+struct Raw {
+    const T* base;
+    std::ptrdiff_t pitch;
+    std::ptrdiff_t width;
+    T at(std::ptrdiff_t r, std::ptrdiff_t c) const {
+        if (c < 0 || c >= width) {
+            const std::ptrdiff_t linear = r * width + c;
+            r = linear >= 0 ? linear / width : -((width - 1 - linear) / width);
+            c = linear - r * width;
+        }
+        return base[r * pitch + c];
+    }
+};
+
+template <class T>
+inline void copy_taps(T* out, const Raw<T>& raw, std::ptrdiff_t r, std::ptrdiff_t c, const Taps& taps) {
+    for (int i = 0; i < 3; ++i) out[i] = raw.at(r + taps[i].dr, c + taps[i].dc);
 }
 
 // Fills one whole row (top or bottom) from raw row s, choosing the case by column parity.
 template <class T>
-void edge1_full_row(const T* src, int width, int s, T* out, int stride, const Taps (&cases)[3]) {
-    const T* row = src + std::ptrdiff_t(s) * width;
-    for (int c = 0; c < width; ++c) {
+void edge1_full_row(const Raw<T>& raw, int s, T* out, int stride, const Taps (&cases)[3]) {
+    for (int c = 0; c < raw.width; ++c) {
         const Taps& taps = c == 0 ? cases[0] : (c & 1) ? cases[1] : cases[2];
-        copy_taps(out + std::ptrdiff_t(c) * stride, row + c, width, taps);
+        copy_taps(out + std::ptrdiff_t(c) * stride, raw, s, c, taps);
     }
 }
 
 template <class T>
-int edge1(const Edge1Member& m, T* src, int width, int height, T* dst, unsigned short bitCount) {
+int edge1(const Edge1Member& m, const T* src, int width, int height, T* dst, unsigned short bitCount, Pitches pitches) {
     const Edge1Table& t = *m.table;
     const int stride = pixel_stride(bitCount);
-    auto out_row = [&](int s) { return dst + row_offset(output_row(s, height, m.flip), width, stride); };
+    const Raw<T> raw{src, pitches.src, width};
+    auto out_row = [&](int s) { return dst + std::ptrdiff_t(output_row(s, height, m.flip)) * pitches.dst; };
 
-    if (width > 0) edge1_full_row(src, width, 0, out_row(0), stride, t.top);
+    if (width > 0) edge1_full_row(raw, 0, out_row(0), stride, t.top);
     if (height - 2 >= 1) {
         const std::ptrdiff_t row_elements = std::ptrdiff_t(width) * stride;
         for (int s = 1; s <= height - 2; ++s) {
-            const T* row = src + std::ptrdiff_t(s) * width;
             T* out = out_row(s);
-            copy_taps(out, row, width, t.middle[s & 1][0]);
-            copy_taps(out + row_elements - 3, row + (width - 1), width, t.middle[s & 1][1]);
+            copy_taps(out, raw, s, 0, t.middle[s & 1][0]);
+            copy_taps(out + row_elements - 3, raw, s, width - 1, t.middle[s & 1][1]);
         }
     }
     // With fewer than three rows the bottom row is raw row 1, whatever the height.
     const int bottom = height >= 3 ? height - 1 : 1;
-    if (width > 0) edge1_full_row(src, width, bottom, out_row(bottom), stride, t.bottom);
+    if (width > 0) edge1_full_row(raw, bottom, out_row(bottom), stride, t.bottom);
     return 0;
 }
 
 }  // namespace
 
-int border_fill(const Edge1Member& m, std::uint8_t* src, int width, int height, std::uint8_t* dst, unsigned short bitCount) {
-    return edge1(m, src, width, height, dst, bitCount);
+int border_fill(const Edge1Member& m, const std::uint8_t* src, int width, int height, std::uint8_t* dst,
+                unsigned short bitCount, Pitches pitches) {
+    return edge1(m, src, width, height, dst, bitCount, pitches);
 }
-int border_fill(const Edge1Member& m, std::uint16_t* src, int width, int height, std::uint16_t* dst, unsigned short bitCount) {
-    return edge1(m, src, width, height, dst, bitCount);
+int border_fill(const Edge1Member& m, const std::uint16_t* src, int width, int height, std::uint16_t* dst,
+                unsigned short bitCount, Pitches pitches) {
+    return edge1(m, src, width, height, dst, bitCount, pitches);
 }
 
 }  // namespace qzrcfa::detail
@@ -197,52 +216,54 @@ constexpr RightPick kGreenRowInner{-3, -2, -2};  // green row, pixel width - 2
 constexpr RightPick kGreenRowOuter{-1, -2, -2};  // green row, pixel width - 1
 constexpr RightPick kColourRowOuter{-2, -1, -1}; // colour row, pixel width - 1
 
-inline void put_pick(std::uint8_t* out, const std::uint8_t* row_end, std::ptrdiff_t width, RowPhase ph, RightPick k) {
-    out[ph.colour] = row_end[k.x];
-    out[kGreen] = row_end[k.g];
-    out[ph.other()] = row_end[width + k.y];
+inline void put_pick(std::uint8_t* out, const Raw<std::uint8_t>& raw, int r, RowPhase ph, RightPick k) {
+    const std::ptrdiff_t end = raw.width;
+    out[ph.colour] = raw.at(r, end + k.x);
+    out[kGreen] = raw.at(r, end + k.g);
+    out[ph.other()] = raw.at(r + 1, end + k.y);
 }
 
-int edge2(const Edge2Member& m, std::uint8_t* src, int width, int height, std::uint8_t* dst, unsigned short bitCount) {
+int edge2(const Edge2Member& m, const std::uint8_t* src, int width, int height, std::uint8_t* dst, unsigned short bitCount,
+          Pitches pitches) {
     const int stride = pixel_stride(bitCount);
-    auto out_row = [&](int s) { return dst + row_offset(output_row(s, height, m.flip), width, stride); };
+    const Raw<std::uint8_t> raw{src, pitches.src, width};
+    auto out_row = [&](int s) { return dst + std::ptrdiff_t(output_row(s, height, m.flip)) * pitches.dst; };
     const Pattern p = m.pattern;
 
     if (width >= 1) {
         constexpr int kBelow = 1;
-        edge1_full_row(src, width, 0, out_row(0), stride, block_row(p, 0, kBelow).cases);
-        edge1_full_row(src, width, 1, out_row(1), stride, block_row(p, 1, kBelow).cases);
+        edge1_full_row(raw, 0, out_row(0), stride, block_row(p, 0, kBelow).cases);
+        edge1_full_row(raw, 1, out_row(1), stride, block_row(p, 1, kBelow).cases);
     }
     if (height >= 5) {
         const Taps left[2] = {block_taps(p, 0, 1, 0, 0), block_taps(p, 1, 1, 0, 0)};
         const std::ptrdiff_t row_bytes = std::ptrdiff_t(width) * stride;
         for (int r = 2; r <= height - 3; ++r) {
-            const std::uint8_t* row = src + std::ptrdiff_t(r) * width;
             std::uint8_t* out = out_row(r);
             // Left pair: one value written twice, three bytes apart.
             std::uint8_t v[3];
-            copy_taps(v, row, width, left[r & 1]);
+            copy_taps(v, raw, r, 0, left[r & 1]);
             for (int i = 0; i < 6; ++i) out[i] = v[i % 3];
             // Right pair: the six bytes that end the output row.
             const RowPhase ph = row_phase(p, r);
             const bool green_row = ph.green_even;
-            const std::uint8_t* row_end = row + width;
             std::uint8_t* tail = out + row_bytes - 6;
-            put_pick(tail, row_end, width, ph, green_row ? kGreenRowInner : m.colour_row_inner);
-            put_pick(tail + 3, row_end, width, ph, green_row ? kGreenRowOuter : kColourRowOuter);
+            put_pick(tail, raw, r, ph, green_row ? kGreenRowInner : m.colour_row_inner);
+            put_pick(tail + 3, raw, r, ph, green_row ? kGreenRowOuter : kColourRowOuter);
         }
     }
     if (width <= 0) return 0;
     const int bottom = height >= 5 ? height - 2 : 2;
-    edge1_full_row(src, width, bottom, out_row(bottom), stride, block_row(p, 0, +1).cases);
-    edge1_full_row(src, width, bottom + 1, out_row(bottom + 1), stride, block_row(p, 1, -1).cases);
+    edge1_full_row(raw, bottom, out_row(bottom), stride, block_row(p, 0, +1).cases);
+    edge1_full_row(raw, bottom + 1, out_row(bottom + 1), stride, block_row(p, 1, -1).cases);
     return 0;
 }
 
 }  // namespace
 
-int border_fill(const Edge2Member& m, std::uint8_t* src, int width, int height, std::uint8_t* dst, unsigned short bitCount) {
-    return edge2(m, src, width, height, dst, bitCount);
+int border_fill(const Edge2Member& m, const std::uint8_t* src, int width, int height, std::uint8_t* dst,
+                unsigned short bitCount, Pitches pitches) {
+    return edge2(m, src, width, height, dst, bitCount, pitches);
 }
 
 }  // namespace qzrcfa::detail

@@ -93,22 +93,22 @@ struct Member {
     }
     unsigned flags_of() const {
         const std::string p = pattern();
-        const bool rggb = p == "RGGB", bggr = p == "BGGR";
+        const bool rggb = p == "RGGB", bggr = p == "BGGR", gbrg = p == "GBRG";
+        auto when = [](bool condition, unsigned flag) { return condition ? flag : 0u; };
         switch (family) {
         case Family::Edge1:  // the 8-bit bottom-up RGGB and BGGR members take the diagonal instead
-            return ((rggb || bggr) && (!flip() || wide()) ? kStraightBelow : 0) | (bggr ? kRightDiagonalTop : 0);
-        case Family::Edge2: return rggb ? kInnerGreenLast : bggr ? 0 : kInnerLowerLast;
+            return when((rggb || bggr) && (!flip() || wide()), kStraightBelow) | when(bggr, kRightDiagonalTop);
+        case Family::Edge2: return when(rggb, kInnerGreenLast) | when(!rggb && !bggr, kInnerLowerLast);
         case Family::Nearest:  // 16-bit: the block on the left; 8-bit: each member its own
             if (wide() || (bggr && !flip())) return kLeftBlock;
-            return (p == "GBRG" ? 0 : kAverageGreen) | (rggb && !flip() ? kPrefill : 0);
-        case Family::Grey: return !wide() && (rggb || flip()) ? 0 : kShuffle;  // _Flip forwards to RGGB
+            return when(!gbrg, kAverageGreen) | when(rggb && !flip(), kPrefill);
+        case Family::Grey: return when(wide() || !(rggb || flip()), kShuffle);  // _Flip forwards to RGGB
         case Family::Bilinear:
-        case Family::Gate: return flip() ? 0 : kPrefill;
+        case Family::Gate: return when(!flip(), kPrefill);
         case Family::EdgeSensing:  // method 1's RGGB members forward to method 2
-            return (named("EdgeSensing2") || rggb ? kQuieterDiagonal : 0) | (p == "GBRG" && !flip() ? kExchanged : 0);
-        case Family::Laplacian:
-            return kPrefill | (rggb && flip() ? kCrossed : 0) | (named("Laplacian2") ? kDisplaced : 0);
-        case Family::SmoothHue: return bggr ? (flip() ? kZeroFillNaN255 : kGreenOnBlueAsRed) : 0;
+            return when(named("EdgeSensing2") || rggb, kQuieterDiagonal) | when(gbrg && !flip(), kExchanged);
+        case Family::Laplacian: return kPrefill | when(rggb && flip(), kCrossed) | when(named("Laplacian2"), kDisplaced);
+        case Family::SmoothHue: return when(bggr && flip(), kZeroFillNaN255) | when(bggr && !flip(), kGreenOnBlueAsRed);
         }
         return 0;
     }

@@ -213,9 +213,9 @@ TEST_F(Element, OutputIsTheLibrarysBytesForTheFrameThatEnteredIt) {
             GstVideoInfo info;
             ASSERT_TRUE(gst_video_info_from_caps(&info, r.out[n].caps));
             const int out_depth = GST_VIDEO_INFO_COMP_DEPTH(&info, 0);
-            qzrcfa_request q{};
+            qzrcfa_request q = QZRCFA_REQUEST_INIT;
             q.samples = samples.data();
-            q.sample_count = std::size_t(c.width) * c.height;
+            q.samples_bytes = samples.size();
             q.width = c.width;
             q.height = c.height;
             q.depth = b.depth;
@@ -228,9 +228,8 @@ TEST_F(Element, OutputIsTheLibrarysBytesForTheFrameThatEnteredIt) {
                            ? QZRCFA_FORMAT_BGRA32
                            : QZRCFA_FORMAT_BGR24;
             q.threads = 1;
-            q.output_count = qzrcfa_output_elements(&q);
-            const std::size_t element_bytes = out_depth / 8;
-            std::vector<std::uint8_t> expected(q.output_count * element_bytes, 0xFF);  // the element's start
+            q.output_bytes = qzrcfa_output_bytes(&q);
+            std::vector<std::uint8_t> expected(q.output_bytes, 0xFF);  // the element's start
             q.output = expected.data();
             char why[256];
             ASSERT_EQ(qzrcfa_demosaic(&q, why, sizeof why), 0) << why;

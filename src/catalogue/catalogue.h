@@ -202,7 +202,9 @@ class SymbolName {
     constexpr const char* c_str() const { return text_; }
 
   private:
-    constexpr void put(char c) { text_[size_++] = c, text_[size_] = '\0'; }
+    constexpr void put(char c) {
+        if (size_ + 1 < sizeof text_) text_[size_++] = c, text_[size_] = '\0';
+    }
     constexpr void append(std::string_view s) {
         for (char c : s) put(c);
     }

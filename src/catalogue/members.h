@@ -38,26 +38,49 @@ namespace qzrcfa::detail {
 int fast_bilinear_gate(ColourFn<std::uint8_t> bilinear, unsigned char* src, int width, int height, unsigned char* dst,
                        unsigned short bitCount);
 
-// One call of a member, by its description, with the arguments of its export.
+// One call of a member, by its description, with the arguments of its export; rows
+// back to back unless `pitches` says otherwise (the extended library's padded rows).
+template <class T, class Params>
+int run(const ColourMember<T, Params>& m, T* src, int width, int height, T* dst, unsigned short bitCount,
+        const Call& call, Pitches pitches) {
+    return demosaic(m, src, width, height, dst, bitCount, call, pitches);
+}
+
 template <class T, class Params>
 int run(const ColourMember<T, Params>& m, T* src, int width, int height, T* dst, unsigned short bitCount,
         const Call& call) {
-    return demosaic(m, src, width, height, dst, bitCount, call);
+    return demosaic(m, src, width, height, dst, bitCount, call, compact(width, pixel_stride(bitCount)));
+}
+
+template <class T>
+int run(const GreyMember& m, T* src, int width, int height, T* dst, const Call& call, Pitches pitches) {
+    return grey(m, src, width, height, dst, call, pitches);
 }
 
 template <class T>
 int run(const GreyMember& m, T* src, int width, int height, T* dst, const Call& call) {
-    return grey(m, src, width, height, dst, call);
+    return grey(m, src, width, height, dst, call, compact(width, 1));
 }
 
 template <class T>
-int run(const Edge1Member& m, T* src, int width, int height, T* dst, unsigned short bitCount, const Call&) {
-    return border_fill(m, src, width, height, dst, bitCount);
+int run(const Edge1Member& m, T* src, int width, int height, T* dst, unsigned short bitCount, const Call&,
+        Pitches pitches) {
+    return border_fill(m, src, width, height, dst, bitCount, pitches);
+}
+
+template <class T>
+int run(const Edge1Member& m, T* src, int width, int height, T* dst, unsigned short bitCount, const Call& call) {
+    return run(m, src, width, height, dst, bitCount, call, compact(width, pixel_stride(bitCount)));
 }
 
 inline int run(const Edge2Member& m, std::uint8_t* src, int width, int height, std::uint8_t* dst,
-               unsigned short bitCount, const Call&) {
-    return border_fill(m, src, width, height, dst, bitCount);
+               unsigned short bitCount, const Call&, Pitches pitches) {
+    return border_fill(m, src, width, height, dst, bitCount, pitches);
+}
+
+inline int run(const Edge2Member& m, std::uint8_t* src, int width, int height, std::uint8_t* dst,
+               unsigned short bitCount, const Call& call) {
+    return run(m, src, width, height, dst, bitCount, call, compact(width, pixel_stride(bitCount)));
 }
 
 }  // namespace qzrcfa::detail

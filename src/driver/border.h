@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 
+#include "driver/fill.h"
 #include "kernels/bayer.h"
 
 namespace qzrcfa::detail {
@@ -42,11 +43,13 @@ struct Edge2Member {
     RightPick colour_row_inner;  // colour row, pixel width - 2: each pattern's own choice
 };
 
-int border_fill(const Edge1Member& m, std::uint8_t* src, int width, int height, std::uint8_t* dst,
-                unsigned short bitCount);
-int border_fill(const Edge1Member& m, std::uint16_t* src, int width, int height, std::uint16_t* dst,
-                unsigned short bitCount);
-int border_fill(const Edge2Member& m, std::uint8_t* src, int width, int height, std::uint8_t* dst,
-                unsigned short bitCount);
+// Runs a border fill on rows `pitches` elements apart (the exports: their width and
+// width * bitCount / 8).
+int border_fill(const Edge1Member& m, const std::uint8_t* src, int width, int height, std::uint8_t* dst,
+                unsigned short bitCount, Pitches pitches);
+int border_fill(const Edge1Member& m, const std::uint16_t* src, int width, int height, std::uint16_t* dst,
+                unsigned short bitCount, Pitches pitches);
+int border_fill(const Edge2Member& m, const std::uint8_t* src, int width, int height, std::uint8_t* dst,
+                unsigned short bitCount, Pitches pitches);
 
 }  // namespace qzrcfa::detail

@@ -29,16 +29,19 @@
 
 namespace qzrcfa::detail {
 
-// Where the first pass may write the 255 pre-fill itself, when it may: the member's
-// border fill is the library's own, the pixels are three or four bytes (the wide
+// The library's own border fill of export `id`, on rows `pitches` apart (the call of a
+// member whose rows are padded, which the exported border fill cannot take).
+int own_border_fill(catalogue::Id id, const void* src, int width, int height, void* dst, unsigned short bitCount,
+                    Pitches pitches);
+
+// Where the first pass may write the 255 pre-fill itself, when it may: the border fill
+// the call runs is the library's own, the pixels are three or four bytes (the wide
 // stores' layouts), the fill covers the whole image without a wrapped product, and the
 // first pass has an interior inside the border fill's ring (its own margin).
 template <class T, class Params>
-bool plan_fused_fill(const ColourMember<T, Params>& m, const Call& call, int width, int height, int stride,
+bool plan_fused_fill(const ColourMember<T, Params>& m, bool own_border, int width, int height, int stride,
                      Region& covered) {
-    if (m.prefill != Prefill::Bytes255 || (stride != 3 && stride != 4)) return false;
-    if (call.own_definition == nullptr || call.own_definition(m.border_id) != reinterpret_cast<const void*>(m.border))
-        return false;
+    if (m.prefill != Prefill::Bytes255 || (stride != 3 && stride != 4) || !own_border) return false;
     if (height < m.min_height || width < 1) return false;
     if (std::int64_t(width) * height * 8 * stride >= (std::int64_t(1) << 31)) return false;
     const Pass<T, Params>& p = m.passes[0];
@@ -51,31 +54,41 @@ bool plan_fused_fill(const ColourMember<T, Params>& m, const Call& call, int wid
 
 // One call of a colour member: on the calling thread alone, or with the call's tasks on
 // several threads, with the same bytes (the pre-fill and the border fill stay on the
-// calling thread; schedules.h says why the passes may run in bands).
+// calling thread; schedules.h says why the passes may run in bands). Rows may be padded
+// (the extended library's requests): each pixel then has the value it has with the
+// rows back to back, and the border fill is the library's own, called directly.
 template <class T, class Params>
 int demosaic(const ColourMember<T, Params>& m, T* src, int width, int height, T* dst, unsigned short bitCount,
-             const Call& call) {
+             const Call& call, Pitches pitches) {
     const KernelSet& kernels = kernel_set(best_isa());
     const int stride = pixel_stride(bitCount);
-    Frame<T, Params> frame{m, kernels, src, width, height, dst, stride, false, {}, false};
+    const bool padded = pitches.src != width || pitches.dst != std::ptrdiff_t(width) * stride;
+    Frame<T, Params> frame{m, kernels, src, width, height, dst, stride, pitches, false, {}, false};
     // A single pass is the last writer of its pixels and reads none of them.
     if (!m.two_passes() && (stride == 3 || stride == 4)) {
         const std::size_t threshold = streaming_threshold();
         frame.stream = threshold > 0 && std::size_t(width) * std::size_t(height) * std::size_t(stride) * sizeof(T) > threshold;
     }
+    const bool own_border = padded || (call.own_definition != nullptr &&
+                                       call.own_definition(m.border_id) == reinterpret_cast<const void*>(m.border));
+    auto* bytes = reinterpret_cast<std::uint8_t*>(dst);
+    const std::size_t row_bytes = std::size_t(width) * std::size_t(stride) * sizeof(T);
+    const std::ptrdiff_t pitch_bytes = pitches.dst * std::ptrdiff_t(sizeof(T));
     if (m.prefill == Prefill::Bytes255) {
         const std::size_t fill = fill255_bytes(width, height, bitCount);
-        if constexpr (sizeof(T) == 1) frame.fused = plan_fused_fill(m, call, width, height, stride, frame.covered);
+        if constexpr (sizeof(T) == 1) frame.fused = plan_fused_fill(m, own_border, width, height, stride, frame.covered);
         if (frame.fused) {
-            fill255_outside(reinterpret_cast<std::uint8_t*>(dst), width, height, m.flip, stride, fill, frame.covered);
+            fill255_outside(bytes, width, height, m.flip, stride, pitch_bytes, fill, frame.covered);
         } else {
-            std::memset(dst, 255, fill);
+            fill_prefix(bytes, row_bytes, pitch_bytes, fill, 255);
         }
     } else if (m.prefill == Prefill::ZeroRgb) {
-        std::memset(dst, 0, zero_fill_bytes(width, height));
+        fill_prefix(bytes, row_bytes, pitch_bytes, zero_fill_bytes(width, height), 0);
     }
-    // Through the exported entry point: an interposed border fill is honoured.
-    m.border(src, width, height, dst, bitCount);
+    // Through the exported entry point, so that an interposed border fill is honoured;
+    // padded rows, which it cannot take, the library's own.
+    if (padded) own_border_fill(m.border_id, src, width, height, dst, bitCount, pitches);
+    else m.border(src, width, height, dst, bitCount);
     if (height < m.min_height) return 0;
     if (call.tasks != nullptr && call.tasks->threads() > 1 && (stride == 3 || stride == 4)) {
         run_parallel(frame, *call.tasks);

@@ -44,29 +44,53 @@ constexpr int output_row(int r, int height, bool flip) { return flip ? height - 
 // value as the 32-bit products the interface describes.
 constexpr std::ptrdiff_t row_offset(int row, int width, int stride) { return std::ptrdiff_t(row) * width * stride; }
 
+// Where a call's rows lie: elements from a raw row to the next, and from an output row
+// to the next. The exports' rows lie back to back: the width, and the width times the
+// pixel stride.
+struct Pitches {
+    std::ptrdiff_t src, dst;
+};
+
+constexpr Pitches compact(int width, int stride) { return {width, std::ptrdiff_t(width) * stride}; }
+
 // Raw rows and columns, inclusive.
 struct Region {
     int r0, r1, c0, c1;
     bool contains_row(int r) const { return r >= r0 && r <= r1; }
 };
 
-// Fills with 255 every byte of the first `fill` bytes of dst except the pixels of
-// `covered`, which a pass writes whole.
-inline void fill255_outside(std::uint8_t* dst, int width, int height, bool flip, int stride, std::size_t fill,
-                            const Region& covered) {
+// Fills with 255 every byte of the first `fill` bytes of the image except the pixels of
+// `covered`, which a pass writes whole. Output rows lie `pitch` bytes apart; with rows
+// back to back the fill may reach past the image (bitCount 25..31).
+inline void fill255_outside(std::uint8_t* dst, int width, int height, bool flip, int stride, std::ptrdiff_t pitch,
+                            std::size_t fill, const Region& covered) {
     const std::size_t row = std::size_t(width) * std::size_t(stride);
     const int first = std::min(output_row(covered.r0, height, flip), output_row(covered.r1, height, flip));
     const int last = std::max(output_row(covered.r0, height, flip), output_row(covered.r1, height, flip));
     const std::size_t left = std::size_t(covered.c0) * std::size_t(stride);
     const std::size_t right = std::size_t(covered.c1 + 1) * std::size_t(stride);
-    std::memset(dst, 255, std::size_t(first) * row);
-    for (int y = first; y <= last; ++y) {
-        std::uint8_t* line = dst + std::size_t(y) * row;
-        std::memset(line, 255, left);
-        std::memset(line + right, 255, row - right);
+    for (int y = 0; y < height; ++y) {
+        std::uint8_t* line = dst + std::ptrdiff_t(y) * pitch;
+        if (y < first || y > last) {
+            std::memset(line, 255, row);
+        } else {
+            std::memset(line, 255, left);
+            std::memset(line + right, 255, row - right);
+        }
     }
-    const std::size_t done = std::size_t(last + 1) * row;
-    std::memset(dst + done, 255, fill - done);
+    const std::size_t image = std::size_t(height) * row;
+    if (std::size_t(pitch) == row && fill > image) std::memset(dst + image, 255, fill - image);
+}
+
+// Sets the first `count` bytes of the image, as they lie with rows back to back, on
+// rows `pitch` bytes apart: whole rows, then part of one.
+inline void fill_prefix(std::uint8_t* dst, std::size_t row, std::ptrdiff_t pitch, std::size_t count, std::uint8_t value) {
+    if (std::size_t(pitch) == row) return void(std::memset(dst, value, count));
+    for (; count > 0; dst += pitch) {
+        const std::size_t n = std::min(row, count);
+        std::memset(dst, value, n);
+        count -= n;
+    }
 }
 
 }  // namespace qzrcfa::detail

@@ -75,6 +75,7 @@ struct Frame {
     int width, height;
     T* dst;
     int stride;
+    Pitches pitches;
     bool fused;      // the 255 pre-fill is left to the first pass inside `covered`
     Region covered;  // where the first pass writes whole pixels
     bool stream;     // whole-pixel stores may bypass the cache
@@ -89,12 +90,12 @@ struct Frame {
 
     void run(const Pass<T, Params>& pass, int r, int c_first, int c_last, bool fill255) const {
         if (c_first > c_last) return;
-        const std::ptrdiff_t out_row = row_offset(1, width, stride);
         Row<T> row;
-        row.s = src + std::ptrdiff_t(r) * width;
+        row.s = src + std::ptrdiff_t(r) * pitches.src;
         row.width = width;
-        row.d = dst + row_offset(output_row(r, height, m.flip), width, stride);
-        row.up = m.flip ? out_row : -out_row;
+        row.pitch = pitches.src;
+        row.d = dst + std::ptrdiff_t(output_row(r, height, m.flip)) * pitches.dst;
+        row.up = m.flip ? pitches.dst : -pitches.dst;
         row.down = -row.up;
         row.stride = stride;
         row.r = r;

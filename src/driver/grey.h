@@ -36,15 +36,17 @@ struct GreyMember {
     GreyRightEdge right;
 };
 
+// Finishes a row's right-hand columns; `after` is where the elements after the row lie
+// (the next row in memory, or past the image: with rows back to back, out + width).
 template <class T>
-void grey_finish_row(GreyRightEdge right, T* out, int width, bool spill = true) {
+void grey_finish_row(GreyRightEdge right, T* out, int width, T* after) {
     if (right == GreyRightEdge::TwoColumnCopy) {
         for (int c = width >= 2 ? width - 2 : 0; c < width; ++c) out[c] = out[c - 1];
     } else {
         const int c = width - 1;
-        if (spill) {
-            out[c + 1] = out[c - 2];
-            out[c + 2] = out[c - 1];
+        if (after != nullptr) {
+            after[0] = out[c - 2];
+            after[1] = out[c - 1];
         }
         out[c] = out[c - 3];
     }
@@ -55,9 +57,12 @@ void grey_finish_row(GreyRightEdge right, T* out, int width, bool spill = true) 
 // other row writes except through the last-column shuffle's two elements spilled into
 // the next row in memory: top-down, the next row overwrites them, so the bands leave
 // them out; bottom-up, they stand in the row below, so they are copied in once every
-// row is done (with width 5 or more, what a spill copies is no spill's).
+// row is done (with width 5 or more, what a spill copies is no spill's). Rows may be
+// padded (the extended library's requests, which have at least two rows and the
+// member's smallest width): a spill then goes where the next row in memory begins, or,
+// from the last row, right after it.
 template <class T>
-int grey(const GreyMember& m, const T* src, int width, int height, T* dst, const Call& call) {
+int grey(const GreyMember& m, const T* src, int width, int height, T* dst, const Call& call, Pitches pitches) {
     const std::size_t row_bytes = std::size_t(std::ptrdiff_t(width)) * sizeof(T);
     if (height < 1) return 0;
     if (height == 1) {
@@ -68,11 +73,17 @@ int grey(const GreyMember& m, const T* src, int width, int height, T* dst, const
     }
     const int averaged = m.right == GreyRightEdge::TwoColumnCopy ? width - 2 : width - 1;
     const KernelSet& kernels = kernel_set(best_isa());
-    auto out_row = [&](int s) { return dst + row_offset(output_row(s, height, m.flip), width, 1); };
+    auto out_row = [&](int s) { return dst + std::ptrdiff_t(output_row(s, height, m.flip)) * pitches.dst; };
+    // Where the elements after the row of raw row s lie.
+    auto after = [&](int s) {
+        const int y = output_row(s, height, m.flip);
+        return y + 1 < height ? dst + std::ptrdiff_t(y + 1) * pitches.dst : dst + std::ptrdiff_t(y) * pitches.dst + width;
+    };
     auto average = [&](int s, bool spill) {
         Row<T> row{};
-        row.s = src + std::ptrdiff_t(s) * width;
+        row.s = src + std::ptrdiff_t(s) * pitches.src;
         row.width = width;
+        row.pitch = pitches.src;
         row.d = out_row(s);
         row.c_first = 0;
         row.c_last = averaged - 1;
@@ -81,7 +92,7 @@ int grey(const GreyMember& m, const T* src, int width, int height, T* dst, const
         } else {
             grey_columns(row, GreyParams{}, kernels.grey16(row, GreyParams{}, 0));
         }
-        grey_finish_row(m.right, row.d, width, spill);
+        grey_finish_row(m.right, row.d, width, spill ? after(s) : nullptr);
     };
     const Tasks* tasks = call.tasks;
     if (tasks != nullptr && tasks->threads() > 1 && width >= 5) {
@@ -92,17 +103,16 @@ int grey(const GreyMember& m, const T* src, int width, int height, T* dst, const
         if (m.flip && m.right == GreyRightEdge::LastColumnShuffle) {
             for (int s = 0; s <= height - 2; ++s) {
                 T* out = out_row(s);
-                out[width] = out[width - 3];
-                out[width + 1] = out[width - 2];
+                T* next = after(s);
+                next[0] = out[width - 3];
+                next[1] = out[width - 2];
             }
         }
     } else {
         for (int s = 0; s <= height - 2; ++s)
             if (width >= 1) average(s, true);
     }
-    const int last = output_row(height - 1, height, m.flip);
-    const int before = output_row(height - 2, height, m.flip);
-    std::memcpy(dst + row_offset(last, width, 1), dst + row_offset(before, width, 1), row_bytes);
+    std::memcpy(out_row(height - 1), out_row(height - 2), row_bytes);
     return 0;
 }
 

@@ -1,16 +1,17 @@
-// The extended library's C interface (qzrcfa_ext.h): requests checked against what the
-// member they name needs, then run.
+// The extended library's C interface (qzrcfa_ext.h): requests read, checked against
+// what the rule they run needs, then run.
 //
-// A request names a method, a pattern, a row order, a format and a sample depth. For the
-// interface's methods that is one member of the catalogue, found by the interface's
+// A request names a method, a pattern, a row order, a format, a sample depth and a rule.
+// Under the member rule that is one member of the catalogue, found by the interface's
 // naming rule (catalogue/methods.h gives each method's export prefix); what it needs of
 // the frame and the buffers is read off its description (ext/runners.cpp). A sound
-// request on one thread calls the export itself, exactly as a direct call would. On
-// several threads it runs the member, built into this library from the same family
-// files, over bands of rows; when the application has interposed that export (or, for
-// a member that forwards to another, either of them), the export is called instead, on
-// the calling thread, so that the interposer sees the call. Nothing throws across the C
-// interface: a failure comes back as -1 and its message.
+// member request with rows back to back on one thread calls the export itself, exactly
+// as a direct call would; on several threads, or with padded rows, it runs the member,
+// built into this library from the same family files, and when the application has
+// interposed that export (or one it calls) the export is called instead, so that the
+// interposer sees the call. Under the general rule (src/general/) every method serves
+// every pattern, order and depth. Nothing throws across the C interface: a failure comes
+// back as -1 and its message.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -23,7 +24,9 @@
 #include "catalogue/catalogue.h"
 #include "catalogue/methods.h"
 #include "ext/names.h"
+#include "ext/pool.h"
 #include "ext/runners.h"
+#include "general/general.h"
 #include "qzrcfa_ext.h"
 
 namespace qzrcfa::ext {
@@ -33,19 +36,58 @@ using catalogue::Id;
 
 constexpr int kMaxThreads = 1024;
 
+// The first layout of a request that can grow: every field up to `rule`. Requests of
+// this size stay valid whatever fields later layouts add.
+constexpr std::size_t kFirstRequestSize = offsetof(qzrcfa_request, rule) + sizeof(int);
+
 // A refusal, or nothing.
 using Why = std::optional<std::string>;
+
+std::string str(std::size_t v) { return std::to_string(v); }
 
 bool colour(int format) { return format == QZRCFA_FORMAT_BGR24 || format == QZRCFA_FORMAT_BGRA32; }
 
 std::size_t elements_per_pixel(int format) { return format == QZRCFA_FORMAT_BGRA32 ? 4 : format == QZRCFA_FORMAT_BGR24 ? 3 : 1; }
 
-// What a request's method, pattern, order, format and depth come to.
-struct Resolved {
+enum class Engine { Member, General, Gbri };
+
+// What a request comes to: its fields (those past the caller's size zero) with the
+// defaults settled, and what runs it.
+struct Plan {
+    qzrcfa_request q{};
+    int bits = 8;                 // significant bits of the samples
+    int output_depth = 8;
     const catalogue::Method* method = nullptr;
-    std::optional<Id> member;  // none for the extended library's own methods
-    MemberFacts facts;
+    Engine engine = Engine::Member;
+    std::optional<Id> member;     // Engine::Member
+    MemberFacts facts;            // what the member or rule needs of a frame
+    general::Method general = general::Method::Bilinear;
+
+    std::size_t sample_bytes() const { return std::size_t(q.depth / 8); }
+    std::size_t element_bytes() const { return std::size_t(output_depth / 8); }
+    std::size_t in_row() const { return std::size_t(q.width) * sample_bytes(); }
+    std::size_t out_row() const { return std::size_t(q.width) * elements_per_pixel(q.format) * element_bytes(); }
+    std::size_t in_stride() const { return q.samples_stride ? std::size_t(q.samples_stride) : in_row(); }
+    std::size_t out_stride() const { return q.output_stride ? std::size_t(q.output_stride) : out_row(); }
+    bool compact() const { return in_stride() == in_row() && out_stride() == out_row(); }
 };
+
+// The caller's request as this library's layout.
+Why read(const qzrcfa_request* request, Plan& p) {
+    if (request == nullptr) return "the request is null";
+    const std::size_t size = request->size;
+    if (size < kFirstRequestSize)
+        return "the request's size is " + str(size) + " bytes, below the " + str(kFirstRequestSize) +
+               " of the smallest request this library takes (set size = sizeof(qzrcfa_request))";
+    std::memcpy(&p.q, request, std::min(size, sizeof p.q));
+    const auto* bytes = reinterpret_cast<const unsigned char*>(request);
+    for (std::size_t i = sizeof p.q; i < size; ++i)
+        if (bytes[i] != 0)
+            return "the request has fields this library does not know (it is " + str(size) + " bytes, this library knows " +
+                   str(sizeof p.q) + "): a newer qzrcfa_ext.h than libqzrcfa-ext";
+    p.q.size = sizeof p.q;
+    return std::nullopt;
+}
 
 // The export a member of `method` for the rest of the request would have, by the
 // interface's naming rule.
@@ -65,9 +107,8 @@ std::optional<Id> find_member(const catalogue::Method& m, int pattern, int order
     return Id(i);
 }
 
-// Whether a method takes the depth, and writes the format's kind, with some member.
-bool serves(const catalogue::Method& m, int format, int depth) {
-    if (m.members.empty()) return colour(format) || m.grey;
+// Whether a method has some member for a format and depth.
+bool has_members(const catalogue::Method& m, int format, int depth) {
     for (const qzrcfa_name& p : names_of(QZRCFA_NAMES_PATTERN))
         for (const qzrcfa_name& o : names_of(QZRCFA_NAMES_ORDER))
             if (find_member(m, p.value, o.value, format, depth)) return true;
@@ -81,14 +122,6 @@ std::string joined(const std::vector<std::string>& words) {
     return out;
 }
 
-// The methods that serve a format and depth.
-std::string methods_serving(int format, int depth) {
-    std::vector<std::string> names;
-    for (const catalogue::Method& m : catalogue::kMethods)
-        if (serves(m, format, depth)) names.emplace_back(m.name.name);
-    return joined(names);
-}
-
 // The members a method has for a format and depth: "RGGB top-down and RGGB bottom-up".
 std::string members_of(const catalogue::Method& m, int format, int depth) {
     std::vector<std::string> names;
@@ -98,53 +131,132 @@ std::string members_of(const catalogue::Method& m, int format, int depth) {
     return joined(names);
 }
 
-Why resolve(const qzrcfa_request& q, Resolved& r) {
-    r.method = catalogue::find_method(q.method);
-    if (r.method == nullptr)
+// The general rule of a method of the interface.
+general::Method general_of(int method) {
+    switch (method) {
+    case QZRCFA_METHOD_NEAREST: return general::Method::Nearest;
+    case QZRCFA_METHOD_EDGE_SENSING_1: return general::Method::EdgeSensing1;
+    case QZRCFA_METHOD_EDGE_SENSING_2: return general::Method::EdgeSensing2;
+    case QZRCFA_METHOD_LAPLACIAN:
+    case QZRCFA_METHOD_LAPLACIAN_2: return general::Method::Laplacian;  // its one difference is its member's
+    case QZRCFA_METHOD_SMOOTH_HUE: return general::Method::SmoothHue;
+    default: return general::Method::Bilinear;
+    }
+}
+
+Why resolve_member(Plan& p) {
+    const qzrcfa_request& q = p.q;
+    const std::string method(p.method->name.name);
+    if (p.output_depth != q.depth)
+        return "the members write elements of their samples' depth, not " + std::to_string(p.output_depth) + "-bit from " +
+               std::to_string(q.depth) + "-bit samples (the general rule does: rule general)";
+    if (!has_members(*p.method, q.format, q.depth)) {
+        if (q.format == QZRCFA_FORMAT_GREY) return "no member of " + method + " writes grey (nearest's do; or rule general)";
+        return "no member of " + method + " takes " + std::to_string(q.depth) + "-bit samples (the general rule does: rule general)";
+    }
+    p.member = find_member(*p.method, q.pattern, q.order, q.format, q.depth);
+    if (!p.member)
+        return "no member of " + method + " for " + name_of(QZRCFA_NAMES_PATTERN, q.pattern) + " " +
+               name_of(QZRCFA_NAMES_ORDER, q.order) + ": " + method + " has " + members_of(*p.method, q.format, q.depth) +
+               " (the general rule serves every pattern and order: rule general)";
+    p.engine = Engine::Member;
+    p.facts = facts(*p.member);
+    return std::nullopt;
+}
+
+// Settles the request's method, rule, depths and formats.
+Why resolve(Plan& p) {
+    const qzrcfa_request& q = p.q;
+    p.method = catalogue::find_method(q.method);
+    if (p.method == nullptr)
         return "unknown method (value " + std::to_string(q.method) + "; " + name_list(QZRCFA_NAMES_METHOD) + ")";
     if (q.pattern < 0 || q.pattern > 3) return "unknown Bayer pattern (value " + std::to_string(q.pattern) + ")";
     if (q.order != QZRCFA_ORDER_TOP_DOWN && q.order != QZRCFA_ORDER_BOTTOM_UP)
         return "unknown row order (value " + std::to_string(q.order) + ")";
     if (!colour(q.format) && q.format != QZRCFA_FORMAT_GREY)
-        return "bitCount " + std::to_string(q.format) + " is not supported: colour output takes 24 (bgr24) or 32 (bgra32)";
+        return "format " + std::to_string(q.format) + " is not one of " + name_list(QZRCFA_NAMES_FORMAT) +
+               " (bitCount 24, 32, or 0 for grey)";
+    if (q.rule < QZRCFA_RULE_DEFAULT || q.rule > QZRCFA_RULE_GENERAL)
+        return "unknown rule (value " + std::to_string(q.rule) + "; default, member or general)";
     if (q.depth != 8 && q.depth != 16) return "samples must be 8 or 16 bits, not " + std::to_string(q.depth);
-    const std::string method(r.method->name.name);
-    if (!serves(*r.method, q.format, q.depth)) {
-        if (q.format == QZRCFA_FORMAT_GREY && !serves(*r.method, q.format, 8))
-            return "no grey output from " + method + " (grey output: " + methods_serving(q.format, 8) + ")";
-        return "no member of " + method + " takes " + std::to_string(q.depth) + "-bit samples (" +
-               std::to_string(q.depth) + "-bit samples: " + methods_serving(QZRCFA_FORMAT_BGR24, q.depth) + ")";
+    if (q.depth == 8 && q.bits != 0) return "bits " + std::to_string(q.bits) + " given with 8-bit samples (bits is for 16-bit samples)";
+    if (q.depth == 16 && q.bits != 0 && (q.bits < 9 || q.bits > 16))
+        return "bits " + std::to_string(q.bits) + " is outside 9..16 (the significant bits of 16-bit samples)";
+    p.bits = q.bits ? q.bits : q.depth;
+    p.output_depth = q.output_depth ? q.output_depth : q.depth;
+    if (p.output_depth != 8 && p.output_depth != 16)
+        return "output elements must be 8 or 16 bits, not " + std::to_string(q.output_depth);
+    if (p.output_depth > q.depth) return "16-bit output elements from 8-bit samples: the output takes the samples' depth or 8 bits";
+    const std::string method(p.method->name.name);
+    if (p.method->members.empty()) {  // the extended library's own method
+        if (q.rule == QZRCFA_RULE_MEMBER) return method + " has no member: it is the extended library's own method";
+        if (q.format == QZRCFA_FORMAT_GREY) return "no grey output from " + method + " (nearest writes grey)";
+        if (p.output_depth != q.depth) return method + " writes elements of its samples' depth";
+        if (p.bits != q.depth) return method + " takes samples of their full depth (bits 16)";
+        p.engine = Engine::Gbri;
+        return std::nullopt;
     }
-    if (r.method->members.empty()) return std::nullopt;
-    r.member = find_member(*r.method, q.pattern, q.order, q.format, q.depth);
-    if (!r.member)
-        return "no member of " + method + " for " + name_of(QZRCFA_NAMES_PATTERN, q.pattern) + " " +
-               name_of(QZRCFA_NAMES_ORDER, q.order) + ": " + method + " has " + members_of(*r.method, q.format, q.depth);
-    r.facts = facts(*r.member);
+    const bool member = q.rule == QZRCFA_RULE_MEMBER ||
+                        (q.rule == QZRCFA_RULE_DEFAULT &&
+                         (q.depth == 8 || (p.output_depth == q.depth &&
+                                           find_member(*p.method, q.pattern, q.order, q.format, q.depth))));
+    if (member) return resolve_member(p);
+    if (q.format == QZRCFA_FORMAT_GREY && q.method != QZRCFA_METHOD_NEAREST)
+        return "no grey output from " + method + " (nearest writes grey)";
+    p.engine = Engine::General;
+    p.general = general_of(q.method);
     return std::nullopt;
 }
 
-// The checks on the frame size alone: the member's minimum and the interface's signed
-// 32-bit products.
-Why check_size(const qzrcfa_request& q, const Resolved& r) {
+std::string size_of(const qzrcfa_request& q) { return std::to_string(q.width) + "x" + std::to_string(q.height); }
+
+// The checks on the frame size alone: the minimum, and for the members the interface's
+// signed 32-bit products.
+Why check_size(const Plan& p) {
+    const qzrcfa_request& q = p.q;
     const int w = q.width, h = q.height;
-    const std::string size = std::to_string(w) + "x" + std::to_string(h);
+    const std::string size = size_of(q);
     if (w < 0 || h < 0) return "frame size " + size + " is negative";
-    const MemberFacts& f = r.facts;
+    const MemberFacts& f = p.facts;
     if (w < f.min_width || h < f.min_height)
         return "frame size " + size + " is below the " + std::to_string(f.min_width) + "x" + std::to_string(f.min_height) +
-               " minimum of " + std::string(r.method->name.name) + (q.format == QZRCFA_FORMAT_GREY ? " grey " : " ") +
+               " minimum of " + std::string(p.method->name.name) + (q.format == QZRCFA_FORMAT_GREY ? " grey " : " ") +
                name_of(QZRCFA_NAMES_PATTERN, q.pattern) + " " + name_of(QZRCFA_NAMES_ORDER, q.order);
     if (f.odd_width_needs_three_rows && (w % 2) != 0 && h < 3)
         return "frame size " + size + ": an odd width needs at least 3 rows";
     constexpr std::uint64_t kInt32Max = std::uint64_t(std::numeric_limits<std::int32_t>::max());
     const std::uint64_t pixels = std::uint64_t(w) * std::uint64_t(h);
-    const std::uint64_t sample_bytes = q.depth == 16 ? 2 : 1;
-    const std::uint64_t image_bytes = pixels * elements_per_pixel(q.format) * sample_bytes;
-    if (image_bytes + f.dst_tail * sample_bytes > kInt32Max || pixels * sample_bytes > kInt32Max)
-        return "frame size " + size + " is too large: the image must stay below 2^31 bytes";
+    if (p.engine != Engine::Member) {
+        // Any frame whose buffers fit in memory; the row sizes in size_t.
+        if (pixels > std::uint64_t(std::numeric_limits<std::ptrdiff_t>::max() / 16))
+            return "frame size " + size + " is too large for this machine's memory";
+        return std::nullopt;
+    }
+    const std::uint64_t image_bytes = pixels * elements_per_pixel(q.format) * p.element_bytes();
+    if (image_bytes + f.dst_tail * p.element_bytes() > kInt32Max || pixels * p.sample_bytes() > kInt32Max)
+        return "frame size " + size + " is too large: the interface's members take images below 2^31 bytes (the general rule takes any size)";
     if (f.fill255 && pixels * unsigned(q.format) > kInt32Max)
-        return "frame size " + size + " is too large: width x height x bitCount must stay below 2^31";
+        return "frame size " + size + " is too large: width x height x bitCount must stay below 2^31 for this member (the general rule takes any size)";
+    return std::nullopt;
+}
+
+// Bytes from the first row's first element to the end of the last row, slack included.
+std::size_t span(std::size_t rows, std::size_t stride, std::size_t row, std::size_t tail) {
+    return rows == 0 ? 0 : (rows - 1) * stride + row + tail;
+}
+
+std::size_t output_bytes(const Plan& p) {
+    return span(std::size_t(p.q.height), p.out_stride(), p.out_row(), p.facts.dst_tail * p.element_bytes());
+}
+
+// A stride: 0, or at least a row and a whole number of elements.
+Why check_stride(const char* what, std::ptrdiff_t stride, std::size_t row, std::size_t element) {
+    if (stride == 0) return std::nullopt;
+    if (stride < 0) return std::string(what) + " stride " + std::to_string(stride) + " is negative (the row order says which way the rows go)";
+    if (std::size_t(stride) < row)
+        return std::string(what) + " stride " + std::to_string(stride) + " is below a row's " + str(row) + " bytes";
+    if (std::size_t(stride) % element != 0)
+        return std::string(what) + " stride " + std::to_string(stride) + " is not a multiple of the " + str(element) + "-byte elements";
     return std::nullopt;
 }
 
@@ -154,39 +266,45 @@ bool overlaps(const void* a, std::size_t a_bytes, const void* b, std::size_t b_b
     return a0 < b0 + b_bytes && b0 < a0 + a_bytes;
 }
 
-std::size_t output_elements(const qzrcfa_request& q, const Resolved& r) {
-    return std::size_t(q.width) * std::size_t(q.height) * elements_per_pixel(q.format) + r.facts.dst_tail;
+// Everything but the buffers.
+Why plan(const qzrcfa_request* request, Plan& p) {
+    if (Why why = read(request, p)) return why;
+    if (Why why = resolve(p)) return why;
+    return check_size(p);
 }
 
 // Every check qzrcfa_demosaic makes.
-Why check(const qzrcfa_request* q, Resolved& r) {
-    if (q == nullptr) return "the request is null";
-    if (Why why = resolve(*q, r)) return why;
-    if (q->threads < 0 || q->threads > kMaxThreads)
-        return "thread count " + std::to_string(q->threads) + " is " +
-               (q->threads < 0 ? std::string("negative") : "above the limit of " + std::to_string(kMaxThreads)) +
+Why check(const qzrcfa_request* request, Plan& p) {
+    if (Why why = plan(request, p)) return why;
+    const qzrcfa_request& q = p.q;
+    if (q.threads < 0 || q.threads > kMaxThreads)
+        return "thread count " + std::to_string(q.threads) + " is " +
+               (q.threads < 0 ? std::string("negative") : "above the limit of " + std::to_string(kMaxThreads)) +
                ": use 1 for the calling thread, 0 for every processor, or up to " + std::to_string(kMaxThreads);
-    if (Why why = check_size(*q, r)) return why;
-    if (q->output_depth != 8 && q->output_depth != 16)
-        return "output elements must be 8 or 16 bits, not " + std::to_string(q->output_depth);
-    if (q->samples == nullptr) return "the raw frame is null";
-    if (q->output == nullptr) return "the output buffer is null";
-    if (q->output_depth != q->depth)
-        return "output elements are " + std::to_string(q->output_depth) + "-bit but the samples are " +
-               std::to_string(q->depth) + "-bit";
-    const std::string size = std::to_string(q->width) + "x" + std::to_string(q->height);
-    const std::size_t need_raw = std::size_t(q->width) * std::size_t(q->height);
-    if (q->sample_count < need_raw)
-        return "raw frame holds " + std::to_string(q->sample_count) + " samples, " + size + " needs " + std::to_string(need_raw);
-    const std::size_t need_out = output_elements(*q, r);
-    if (q->output_count < need_out) {
-        std::string why = "output holds " + std::to_string(q->output_count) + " elements, " + size + " " +
-                          name_of(QZRCFA_NAMES_FORMAT, q->format) + " needs " + std::to_string(need_out);
-        if (r.facts.dst_tail) why += " (the image and the 2 elements after it, which this member writes)";
+    if (Why why = check_stride("the raw frame's", q.samples_stride, p.in_row(), p.sample_bytes())) return why;
+    if (Why why = check_stride("the output's", q.output_stride, p.out_row(), p.element_bytes())) return why;
+    if (q.samples == nullptr) return "the raw frame is null";
+    if (q.output == nullptr) return "the output buffer is null";
+    if (reinterpret_cast<std::uintptr_t>(q.samples) % p.sample_bytes() != 0)
+        return "the raw frame's 16-bit samples are not aligned to 2 bytes";
+    if (reinterpret_cast<std::uintptr_t>(q.output) % p.element_bytes() != 0)
+        return "the output's 16-bit elements are not aligned to 2 bytes";
+    const std::string size = size_of(q);
+    const std::size_t need_in = span(std::size_t(q.height), p.in_stride(), p.in_row(), 0);
+    if (q.samples_bytes < need_in)
+        return "raw frame holds " + str(q.samples_bytes) + " bytes, " + size + " of " + std::to_string(q.depth) +
+               "-bit samples" + (q.samples_stride ? " with rows " + std::to_string(q.samples_stride) + " bytes apart" : "") +
+               " needs " + str(need_in);
+    const std::size_t need_out = output_bytes(p);
+    if (q.output_bytes < need_out) {
+        std::string why = "output holds " + str(q.output_bytes) + " bytes, " + size + " " + name_of(QZRCFA_NAMES_FORMAT, q.format) +
+                          " of " + std::to_string(p.output_depth) + "-bit elements" +
+                          (q.output_stride ? " with rows " + std::to_string(q.output_stride) + " bytes apart" : "") + " needs " +
+                          str(need_out);
+        if (p.facts.dst_tail) why += " (the image and the 2 elements after it, which this member writes)";
         return why;
     }
-    const std::size_t bytes = q->depth / 8;
-    if (overlaps(q->samples, need_raw * bytes, q->output, need_out * bytes)) return "the raw frame and the output buffer overlap";
+    if (overlaps(q.samples, need_in, q.output, need_out)) return "the raw frame and the output buffer overlap";
     return std::nullopt;
 }
 
@@ -198,17 +316,34 @@ int useful_threads(int requested, int width, int height, const catalogue::Method
     return int(std::max<std::int64_t>(1, std::min<std::int64_t>(wanted, pixels / m.pixels_per_thread)));
 }
 
-void run(const qzrcfa_request& q, const Resolved& r) {
-    const int threads = useful_threads(q.threads, q.width, q.height, *r.method);
-    if (!r.member) {
-        run_gbri(q.samples, q.depth, q.width, q.height, q.pattern, q.output, int(elements_per_pixel(q.format)),
-                 q.order == QZRCFA_ORDER_BOTTOM_UP, threads);
+void run(const Plan& p) {
+    const qzrcfa_request& q = p.q;
+    const int threads = useful_threads(q.threads, q.width, q.height, *p.method);
+    const CallTasks tasks(threads);
+    const bool bottom_up = q.order == QZRCFA_ORDER_BOTTOM_UP;
+    switch (p.engine) {
+    case Engine::Gbri:
+        run_gbri(q.samples, p.in_stride(), q.depth, q.width, q.height, q.pattern, q.output, p.out_stride(),
+                 int(elements_per_pixel(q.format)), bottom_up, threads);
         return;
+    case Engine::General: {
+        const general::Frame frame{static_cast<const std::uint8_t*>(q.samples), std::ptrdiff_t(p.in_stride()), q.depth, p.bits,
+                                   q.width, q.height, detail::Pattern(q.pattern)};
+        const general::Image image{static_cast<std::uint8_t*>(q.output), std::ptrdiff_t(p.out_stride()),
+                                   int(elements_per_pixel(q.format)), p.output_depth, bottom_up};
+        general::demosaic(p.general, frame, image, &tasks);
+        return;
+    }
+    case Engine::Member: break;
     }
     auto* src = const_cast<void*>(q.samples);  // the exports take non-const pointers; they only read
     const auto bits = static_cast<unsigned short>(q.format);
-    if (threads > 1 && run_member(*r.member, src, q.width, q.height, q.output, bits, threads)) return;
-    call_export(*r.member, src, q.width, q.height, q.output, bits);
+    if (!p.compact()) {
+        run_member_padded(*p.member, q.samples, p.in_stride(), q.width, q.height, q.output, p.out_stride(), bits, threads);
+        return;
+    }
+    if (threads > 1 && run_member(*p.member, src, q.width, q.height, q.output, bits, threads)) return;
+    call_export(*p.member, src, q.width, q.height, q.output, bits);
 }
 
 void tell(const std::string& text, char* message, std::size_t size) {
@@ -245,25 +380,37 @@ extern "C" {
 
 QZRCFA_EXT_API int qzrcfa_check(const qzrcfa_request* request, char* message, std::size_t message_size) {
     return ext::guarded(message, message_size, [&] {
-        ext::Resolved r;
-        return ext::check(request, r);
+        ext::Plan p;
+        return ext::check(request, p);
     });
 }
 
 QZRCFA_EXT_API int qzrcfa_demosaic(const qzrcfa_request* request, char* message, std::size_t message_size) {
     return ext::guarded(message, message_size, [&]() -> ext::Why {
-        ext::Resolved r;
-        if (ext::Why why = ext::check(request, r)) return why;
-        ext::run(*request, r);
+        ext::Plan p;
+        if (ext::Why why = ext::check(request, p)) return why;
+        ext::run(p);
         return std::nullopt;
     });
 }
 
+QZRCFA_EXT_API std::size_t qzrcfa_output_bytes(const qzrcfa_request* request) {
+    try {
+        ext::Plan p;
+        if (ext::plan(request, p)) return 0;
+        if (ext::check_stride("", p.q.output_stride, p.out_row(), p.element_bytes())) return 0;
+        return ext::output_bytes(p);
+    } catch (...) {
+        return 0;
+    }
+}
+
 QZRCFA_EXT_API std::size_t qzrcfa_output_elements(const qzrcfa_request* request) {
     try {
-        ext::Resolved r;
-        if (request == nullptr || ext::resolve(*request, r) || ext::check_size(*request, r)) return 0;
-        return ext::output_elements(*request, r);
+        ext::Plan p;
+        if (ext::plan(request, p)) return 0;
+        p.q.output_stride = 0;
+        return ext::output_bytes(p) / p.element_bytes();
     } catch (...) {
         return 0;
     }
@@ -272,8 +419,8 @@ QZRCFA_EXT_API std::size_t qzrcfa_output_elements(const qzrcfa_request* request)
 QZRCFA_EXT_API void qzrcfa_minimum_size(const qzrcfa_request* request, int* width, int* height) {
     int w = 0, h = 0;
     try {
-        ext::Resolved r;
-        if (request != nullptr && !ext::resolve(*request, r)) w = r.facts.min_width, h = r.facts.min_height;
+        ext::Plan p;
+        if (!ext::read(request, p) && !ext::resolve(p)) w = p.facts.min_width, h = p.facts.min_height;
     } catch (...) {
     }
     if (width) *width = w;
@@ -282,9 +429,9 @@ QZRCFA_EXT_API void qzrcfa_minimum_size(const qzrcfa_request* request, int* widt
 
 QZRCFA_EXT_API int qzrcfa_output_defined(const qzrcfa_request* request) {
     try {
-        ext::Resolved r;
-        if (request == nullptr || ext::resolve(*request, r)) return -1;
-        return request->format != QZRCFA_FORMAT_BGRA32 || !r.member || r.facts.fill255 ? 1 : 0;
+        ext::Plan p;
+        if (ext::read(request, p) || ext::resolve(p)) return -1;
+        return p.q.format != QZRCFA_FORMAT_BGRA32 || p.engine != ext::Engine::Member || p.facts.fill255 ? 1 : 0;
     } catch (...) {
         return -1;
     }

@@ -326,8 +326,9 @@ struct Ring {
 template <class T>
 class Pipeline {
   public:
-    Pipeline(const T* raw, int width, int height, detail::Pattern pattern, const detail::KernelSet& kernels, std::vector<float>& memory)
-        : raw_(raw), w_(width), h_(height), pattern_(pattern), kernels_(kernels) {
+    Pipeline(const T* raw, int width, int height, detail::Pattern pattern, const detail::KernelSet& kernels,
+             detail::Pitches pitches, std::vector<float>& memory)
+        : raw_(raw), w_(width), h_(height), pattern_(pattern), kernels_(kernels), pitches_(pitches) {
         Ring* rings[] = {&m_, &dv_, &dvd_, &dh_, &dhd_, &sv_, &sh_, &g_, &p_, &q_, &a_, &b_, &am_, &bm_, &res_};
         const Stage stage_of[] = {M, DV, DVd, DH, DHd, SV, SH, G, PQ, PQ, AB, AB, ABS, ABS, ABS};
         int rows[std::size(stage_of)];
@@ -362,7 +363,7 @@ class Pipeline {
         for (int t = y0 - 2 * kGeometry.lead[M]; t < y1; ++t) {
             for (const Pass& s : kPasses)
                 if (t + s.lead >= y0 - s.lead) (this->*s.pass)(t + s.lead);
-            if (t >= y0) pass_out(t, out + std::ptrdiff_t(bottom_up ? h_ - 1 - t : t) * w_ * stride, stride);
+            if (t >= y0) pass_out(t, out + std::ptrdiff_t(bottom_up ? h_ - 1 - t : t) * pitches_.dst, stride);
         }
     }
 
@@ -386,7 +387,7 @@ class Pipeline {
 
     void pass_m(int r) {
         float* o = m_.row(r);
-        const T* src = raw_ + std::ptrdiff_t(reflect(r, h_)) * w_;
+        const T* src = raw_ + std::ptrdiff_t(reflect(r, h_)) * pitches_.src;
         for (int x = -kGeometry.columns[M]; x < 0; ++x) o[x] = internal(src[reflect(x, w_)]);
         GbriRow row = row_of(r);
         row.samples = src;
@@ -466,7 +467,7 @@ class Pipeline {
         const float* in[10] = {g_.row(y),      am_.row(y),     bm_.row(y),      res_.row(y),     am_.row(y - 1),
                                bm_.row(y - 1), res_.row(y - 1), am_.row(y + 1), bm_.row(y + 1), res_.row(y + 1)};
         std::copy(in, in + 10, row.in);
-        row.samples = raw_ + std::ptrdiff_t(y) * w_;
+        row.samples = raw_ + std::ptrdiff_t(y) * pitches_.src;
         row.pixels = out;
         row.stride = stride;
         row.colour = detail::row_phase(pattern_, y).colour;
@@ -477,6 +478,7 @@ class Pipeline {
     int w_, h_;
     detail::Pattern pattern_;
     const detail::KernelSet& kernels_;
+    detail::Pitches pitches_;
     float* columns_ = nullptr;
     Ring m_, dv_, dvd_, dh_, dhd_, sv_, sh_, g_, p_, q_, a_, b_, am_, bm_, res_;
 };
@@ -498,19 +500,22 @@ namespace qzrcfa::ext {
 
 template <class T>
 void gbri(const T* raw, int width, int height, detail::Pattern pattern, T* out, int stride, bool bottom_up,
-          const detail::Tasks* tasks, detail::Isa isa) {
+          const detail::Tasks* tasks, detail::Pitches pitches, detail::Isa isa) {
     const detail::KernelSet& kernels = detail::kernel_set(isa);
     const int threads = tasks != nullptr ? tasks->threads() : 1;
     const detail::Bands bands{0, height, std::max(1, std::min(threads, height / 32))};
     auto band = [&](int i) {
         std::vector<float> memory;
-        Pipeline<T>(raw, width, height, pattern, kernels, memory).run(bands.first(i), bands.first(i + 1), out, stride, bottom_up);
+        Pipeline<T>(raw, width, height, pattern, kernels, pitches, memory)
+            .run(bands.first(i), bands.first(i + 1), out, stride, bottom_up);
     };
     if (bands.count > 1) tasks->for_each(bands.count, band);
     else band(0);
 }
 
-template void gbri(const std::uint8_t*, int, int, detail::Pattern, std::uint8_t*, int, bool, const detail::Tasks*, detail::Isa);
-template void gbri(const std::uint16_t*, int, int, detail::Pattern, std::uint16_t*, int, bool, const detail::Tasks*, detail::Isa);
+template void gbri(const std::uint8_t*, int, int, detail::Pattern, std::uint8_t*, int, bool, const detail::Tasks*,
+                   detail::Pitches, detail::Isa);
+template void gbri(const std::uint16_t*, int, int, detail::Pattern, std::uint16_t*, int, bool, const detail::Tasks*,
+                   detail::Pitches, detail::Isa);
 
 }  // namespace qzrcfa::ext

@@ -7,6 +7,9 @@
 #include <dlfcn.h>
 
 #include <cstdint>
+#include <cstring>
+#include <optional>
+#include <vector>
 
 #include "catalogue/catalogue.h"
 #include "catalogue/members.h"
@@ -28,16 +31,29 @@ const void* own_definition(Id id) {
     return library != nullptr ? dlsym(library, catalogue::SymbolName(catalogue::entry(id)).c_str()) : nullptr;
 }
 
-using Runner = int (*)(void* src, int width, int height, void* dst, unsigned short bitCount, const detail::Call& call);
+// Runs a member's description; pitches in elements.
+using Runner = int (*)(void* src, int width, int height, void* dst, unsigned short bitCount, const detail::Call& call,
+                       detail::Pitches pitches);
 
 template <const auto& Description, class T>
-int run_colour(void* src, int width, int height, void* dst, unsigned short bitCount, const detail::Call& call) {
-    return detail::run(Description, static_cast<T*>(src), width, height, static_cast<T*>(dst), bitCount, call);
+int run_colour(void* src, int width, int height, void* dst, unsigned short bitCount, const detail::Call& call,
+               detail::Pitches pitches) {
+    return detail::run(Description, static_cast<T*>(src), width, height, static_cast<T*>(dst), bitCount, call, pitches);
 }
 
 template <const auto& Description, class T>
-int run_grey(void* src, int width, int height, void* dst, unsigned short, const detail::Call& call) {
-    return detail::run(Description, static_cast<T*>(src), width, height, static_cast<T*>(dst), call);
+int run_grey(void* src, int width, int height, void* dst, unsigned short, const detail::Call& call, detail::Pitches pitches) {
+    return detail::run(Description, static_cast<T*>(src), width, height, static_cast<T*>(dst), call, pitches);
+}
+
+// The border fill a member calls, if any.
+template <class T, class Params>
+std::optional<Id> border_of(const detail::ColourMember<T, Params>& m) {
+    return m.border_id;
+}
+template <class Description>
+std::optional<Id> border_of(const Description&) {
+    return std::nullopt;
 }
 
 // What a member needs of a request, from its description.
@@ -80,19 +96,26 @@ MemberFacts facts_of_description() {
     return facts_of(Description);
 }
 
+template <const auto& Description>
+std::optional<Id> border_of_description() {
+    return border_of(Description);
+}
+
 struct Member {
     const void* exported;  // the export's address, as its name resolves here
     Runner runner;         // null for members that run another export
     MemberFacts (*facts)();
+    std::optional<Id> (*border)();
 };
 
 #define QZRCFA_RUNNER_Colour8(name) run_colour<members::name, std::uint8_t>
 #define QZRCFA_RUNNER_Colour16(name) run_colour<members::name, std::uint16_t>
 #define QZRCFA_RUNNER_Grey8(name) run_grey<members::name, std::uint8_t>
 #define QZRCFA_RUNNER_Grey16(name) run_grey<members::name, std::uint16_t>
-#define QZRCFA_MEMBER_Runs(name, signature) QZRCFA_RUNNER_##signature(name), facts_of_description<members::name>
-#define QZRCFA_MEMBER_Forward(name, signature) nullptr, nullptr
-#define QZRCFA_MEMBER_Gate(name, signature) nullptr, nullptr
+#define QZRCFA_MEMBER_Runs(name, signature) \
+    QZRCFA_RUNNER_##signature(name), facts_of_description<members::name>, border_of_description<members::name>
+#define QZRCFA_MEMBER_Forward(name, signature) nullptr, nullptr, nullptr
+#define QZRCFA_MEMBER_Gate(name, signature) nullptr, nullptr, nullptr
 #define QZRCFA_MEMBER(name, linkage, signature, how, what) \
     {reinterpret_cast<const void*>(&QZRCFA_##name), QZRCFA_MEMBER_##how(name, signature)},
 const Member kMembers[] = {QZRCFA_CATALOGUE(QZRCFA_MEMBER)};
@@ -138,16 +161,67 @@ bool run_member(Id id, void* src, int width, int height, void* dst, unsigned sho
     if (member(runs).runner == nullptr || !own(id) || !own(runs)) return false;
     const CallTasks tasks(threads);
     const detail::Call call{&tasks, own_definition};
-    member(runs).runner(src, width, height, dst, bitCount, call);
+    const int stride = catalogue::grey(catalogue::entry(id).signature) ? 1 : detail::pixel_stride(bitCount);
+    member(runs).runner(src, width, height, dst, bitCount, call, detail::compact(width, stride));
     return true;
 }
 
-void run_gbri(const void* raw, int depth, int width, int height, int pattern, void* out, int stride, bool bottom_up,
-              int threads) {
+namespace {
+
+// The member on compact copies of the padded rows: the output's rows too, since members
+// keep, and some read, what the buffer held.
+template <class T>
+void run_through_copies(Id id, const void* src, std::size_t src_pitch, int width, int height, void* dst,
+                        std::size_t dst_pitch, unsigned short bitCount, int threads) {
+    const std::size_t elements = catalogue::grey(catalogue::entry(id).signature) ? 1 : std::size_t(detail::pixel_stride(bitCount));
+    const std::size_t in_row = std::size_t(width), out_row = std::size_t(width) * elements, h = std::size_t(height);
+    const std::size_t tail = facts(id).dst_tail;
+    std::vector<T> in(in_row * h), out(out_row * h + tail);
+    auto* s = static_cast<const std::uint8_t*>(src);
+    auto* d = static_cast<std::uint8_t*>(dst);
+    for (std::size_t y = 0; y < h; ++y) {
+        std::memcpy(in.data() + y * in_row, s + y * src_pitch, in_row * sizeof(T));
+        std::memcpy(out.data() + y * out_row, d + y * dst_pitch, out_row * sizeof(T));
+    }
+    T* last = reinterpret_cast<T*>(d + (h - 1) * dst_pitch) + out_row;  // where the elements after the image go
+    std::memcpy(out.data() + h * out_row, last, tail * sizeof(T));
+    if (threads <= 1 || !run_member(id, in.data(), width, height, out.data(), bitCount, threads))
+        call_export(id, in.data(), width, height, out.data(), bitCount);
+    for (std::size_t y = 0; y < h; ++y) std::memcpy(d + y * dst_pitch, out.data() + y * out_row, out_row * sizeof(T));
+    std::memcpy(last, out.data() + h * out_row, tail * sizeof(T));
+}
+
+}  // namespace
+
+void run_member_padded(Id id, const void* src, std::size_t src_pitch, int width, int height, void* dst,
+                       std::size_t dst_pitch, unsigned short bitCount, int threads) {
+    const Id runs = catalogue::runs(id);
+    const bool wide = catalogue::depth(catalogue::entry(id).signature) == 16;
+    const std::size_t bytes = wide ? 2 : 1;
+    const std::optional<Id> border = member(runs).border();
+    if (!own(id) || !own(runs) || (border && !own(*border))) {
+        if (wide) run_through_copies<std::uint16_t>(id, src, src_pitch, width, height, dst, dst_pitch, bitCount, threads);
+        else run_through_copies<std::uint8_t>(id, src, src_pitch, width, height, dst, dst_pitch, bitCount, threads);
+        return;
+    }
+    const CallTasks tasks(threads);
+    const detail::Call call{&tasks, own_definition};
+    const detail::Pitches pitches{std::ptrdiff_t(src_pitch / bytes), std::ptrdiff_t(dst_pitch / bytes)};
+    member(runs).runner(const_cast<void*>(src), width, height, dst, bitCount, call, pitches);
+}
+
+void run_gbri(const void* raw, std::size_t src_pitch, int depth, int width, int height, int pattern, void* out,
+              std::size_t dst_pitch, int elements, bool bottom_up, int threads) {
     const CallTasks tasks(threads);
     const auto p = detail::Pattern(pattern);
-    if (depth == 8) gbri(static_cast<const std::uint8_t*>(raw), width, height, p, static_cast<std::uint8_t*>(out), stride, bottom_up, &tasks);
-    else gbri(static_cast<const std::uint16_t*>(raw), width, height, p, static_cast<std::uint16_t*>(out), stride, bottom_up, &tasks);
+    const std::size_t bytes = depth / 8;
+    const detail::Pitches pitches{std::ptrdiff_t(src_pitch / bytes), std::ptrdiff_t(dst_pitch / bytes)};
+    if (depth == 8)
+        gbri(static_cast<const std::uint8_t*>(raw), width, height, p, static_cast<std::uint8_t*>(out), elements, bottom_up,
+             &tasks, pitches);
+    else
+        gbri(static_cast<const std::uint16_t*>(raw), width, height, p, static_cast<std::uint16_t*>(out), elements, bottom_up,
+             &tasks, pitches);
 }
 
 const char* instruction_set() { return detail::isa_name(detail::best_isa()); }

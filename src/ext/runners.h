@@ -27,10 +27,18 @@ int call_export(catalogue::Id id, void* src, int width, int height, void* dst, u
 // so that the interposer sees the call.
 bool run_member(catalogue::Id id, void* src, int width, int height, void* dst, unsigned short bitCount, int threads);
 
+// Runs the member on padded rows, `src_pitch` and `dst_pitch` bytes apart, on up to
+// `threads` threads: each pixel gets the value a call of the export gives it with the
+// rows back to back. When the application has interposed an export the member calls,
+// which cannot take padded rows, it is called on compact copies of the rows.
+void run_member_padded(catalogue::Id id, const void* src, std::size_t src_pitch, int width, int height, void* dst,
+                       std::size_t dst_pitch, unsigned short bitCount, int threads);
+
 // The extended library's own method on up to `threads` threads (gbri.h); samples and
-// elements of `depth` bits.
-void run_gbri(const void* raw, int depth, int width, int height, int pattern, void* out, int stride, bool bottom_up,
-              int threads);
+// elements of `depth` bits, rows `src_pitch` and `dst_pitch` bytes apart, pixels of
+// `elements` elements.
+void run_gbri(const void* raw, std::size_t src_pitch, int depth, int width, int height, int pattern, void* out,
+              std::size_t dst_pitch, int elements, bool bottom_up, int threads);
 
 // Processors this program may run on, and the instruction set of the kernels it runs.
 int processors();

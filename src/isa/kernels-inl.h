@@ -78,7 +78,7 @@ QZRCFA_INLINE int run_blocks(int first, int last, int aligned, Compute&& compute
 template <class V, class T>
 QZRCFA_INLINE Planes<V> nearest_block(const Row<T>& row, const NearestForm& form, int c, const V& green) {
     const T* s = row.s + c;
-    const T* below = s + row.width;
+    const T* below = s + row.pitch;
     const V here = load<V>(s), beside = load<V>(s + form.dc);
     const V under = load<V>(below), under_beside = load<V>(below + form.dc);
     const V colour = select(green, beside, here);
@@ -136,7 +136,7 @@ template <class V, class T>
 int grey_wide(const Row<T>& row, const GreyParams&, int c) {
     constexpr int n = int(sizeof(V) / sizeof(T));
     if (row.c_last - c + 1 < n) return c;
-    const std::ptrdiff_t w = row.width;
+    const std::ptrdiff_t w = row.pitch;
     const T* s = row.s;
     T* d = row.d;
     return run_blocks<n>(
@@ -150,7 +150,7 @@ int grey_wide(const Row<T>& row, const GreyParams&, int c) {
 
 template <class V>
 QZRCFA_INLINE Planes<V> bilinear_block(const Row<uint8_t>& row, int c, const V& green) {
-    const std::ptrdiff_t w = row.width;
+    const std::ptrdiff_t w = row.pitch;
     const uint8_t* s = row.s + c;
     const V left = load<V>(s - 1), mid = load<V>(s), right = load<V>(s + 1);
     const V up = load<V>(s - w), dn = load<V>(s + w);
@@ -189,7 +189,7 @@ QZRCFA_INLINE V quieter_pair(const V& a, const V& b, const V& c, const V& d) {
 
 template <class V>
 QZRCFA_INLINE Planes<V> edge_sensing_block(const Row<uint8_t>& row, const EdgeSensingRule& rule, int c, const V& green) {
-    const std::ptrdiff_t w = row.width;
+    const std::ptrdiff_t w = row.pitch;
     const uint8_t* s = row.s + c;
     const V left = load<V>(s - 1), mid = load<V>(s), right = load<V>(s + 1);
     const V up = load<V>(s - w), dn = load<V>(s + w);
@@ -292,7 +292,7 @@ QZRCFA_INLINE int laplacian_green_blocks(const Row<uint8_t>& row, int c, int end
     const bool red = row.phase.colour == kRed, fill255 = row.fill255;
     // G everywhere; the sample into its own colour and, in red rows, into B as well.
     const PixelMask<P> mask = pixel_mask<P>(colour8, all, red ? colour8 : Bytes{});
-    const std::ptrdiff_t w = row.width;
+    const std::ptrdiff_t w = row.pitch;
     const uint8_t* src = row.s;
     uint8_t* d = row.d;
     struct Green {
@@ -330,8 +330,10 @@ QZRCFA_INLINE int laplacian_green_blocks(const Row<uint8_t>& row, int c, int end
 }
 
 int laplacian_green_wide(const Row<uint8_t>& row, const LaplacianParams&, int c) {
-    // The last two rows of the frame (the displaced pass) read past its end.
-    const int end = last_colour_column(row);
+    // The last two rows of the frame (the displaced pass) read past its end, and its last
+    // columns the next row's first samples, which padded rows do not hold there: the
+    // reference reads those.
+    const int end = row.pitch == row.width ? last_colour_column(row) : std::min(last_colour_column(row), row.width - 3);
     if (row.r + 2 >= row.height || end - c + 1 < kLanes) return c;
     return for_stride(row.stride, c, [&]<int P>() {
         return row.phase.green_at(c) ? laplacian_green_blocks<P, 1>(row, c, end) : laplacian_green_blocks<P, 0>(row, c, end);
@@ -347,7 +349,7 @@ QZRCFA_INLINE int laplacian_colour_blocks(const Row<uint8_t>& row, const Laplaci
     const PixelMask<P> mask = red ? pixel_mask<P>(all, Bytes{}, green8) : pixel_mask<P>(green8, Bytes{}, all);
     const std::ptrdiff_t upper = params.crossed_diagonals ? row.down : row.up;
     const std::ptrdiff_t lower = params.crossed_diagonals ? row.up : row.down;
-    const std::ptrdiff_t w = row.width;
+    const std::ptrdiff_t w = row.pitch;
     const uint8_t* src = row.s;
     uint8_t* d = row.d;
     struct Colours {
@@ -396,7 +398,7 @@ int smooth_hue_green_wide(const Row<uint8_t>& row, const SmoothHueRule&, int c) 
     return for_stride(row.stride, c, [&]<int P>() {
         const Bytes green = green_lanes<Bytes>(row, c);
         const PixelMask<P> mask = pixel_mask<P>(Bytes{}, ~Bytes{}, Bytes{});
-        const std::ptrdiff_t w = row.width;
+        const std::ptrdiff_t w = row.pitch;
         const uint8_t* src = row.s;
         uint8_t* d = row.d;
         return run_blocks<kLanes>(
@@ -490,7 +492,7 @@ struct HueBlock {
     QZRCFA_INLINE HueBlock(const Row<uint8_t>& row, int c, const uint8_t* px)
         : above(px + row.up), below(px + row.down), green(gather<4>(px + kGreen)), right_bytes(gather<4>(px + 4)) {
         const uint8_t* s = row.s + c;
-        const std::ptrdiff_t w = row.width;
+        const std::ptrdiff_t w = row.pitch;
         up_left = load<Bytes>(s - w - 1), up = load<Bytes>(s - w), up_right = load<Bytes>(s - w + 1);
         left = load<Bytes>(s - 1), mid = load<Bytes>(s), right = load<Bytes>(s + 1);
         down_left = load<Bytes>(s + w - 1), down = load<Bytes>(s + w), down_right = load<Bytes>(s + w + 1);
@@ -589,7 +591,7 @@ QZRCFA_INLINE void smooth_hue_chunk3(const Row<uint8_t>& row, const SmoothHueRul
     constexpr unsigned odd = 0b1010, even = 0b0101;
     constexpr unsigned around = D == 2 ? 0b1111 : D == 0 ? odd : even;  // read above and below
     constexpr unsigned beside = D == 2 ? 0 : D == 0 ? even : odd;       // read in the row
-    const std::ptrdiff_t w = row.width;
+    const std::ptrdiff_t w = row.pitch;
     const uint8_t* d = row.d;
     Quotients up, down, here;
     up.compute(row.s - w, d + row.up, x, blocks, around);
@@ -957,4 +959,5 @@ constexpr KernelSet kKernelSet = {
     .gbri = {gbri_samples<uint8_t>, gbri_samples<uint16_t>, gbri_vertical, gbri_horizontal, gbri_across, gbri_along,
              gbri_columns5, gbri_row5, gbri_green, gbri_laplacians, gbri_model, gbri_means, gbri_pixels<uint8_t>,
              gbri_pixels<uint16_t>},
+    .general = {},
 };

@@ -24,8 +24,9 @@ namespace qzrcfa::detail {
 // One raw row handed to a row kernel.
 template <class T>
 struct Row {
-    const T* s;             // raw sample (r, 0); s[-width] and s[+width] are the rows around it
+    const T* s;             // raw sample (r, 0); s[-pitch] and s[+pitch] are the rows around it
     int width;              // samples per raw row
+    std::ptrdiff_t pitch;   // elements from a raw row to the next: the width, or more for padded rows
     T* d;                   // first element of the output row that raw row r lands in
     std::ptrdiff_t up;      // elements from d to the output row of raw row r - 1
     std::ptrdiff_t down;    // elements from d to the output row of raw row r + 1
@@ -115,6 +116,65 @@ struct GbriRow {
 
 using GbriKernel = int (*)(const GbriRow& row, int x);
 
+// The extended library's general rule of every method (src/general/): the rule each
+// method states for every pixel, without the members' asymmetries, on samples of any
+// depth. A sweep over the rows loads each raw row once into a row of 16-bit values (the
+// samples, clamped to their largest value), mirrored beyond the frame's edges, computes
+// the method's planes of blue, green and red from the rows around it (two-pass methods
+// a plane of green first), and stores the planes as the output's pixels. Rows of
+// values hold columns -kGeneralMargin .. width + kGeneralMargin - 1.
+inline constexpr int kGeneralMargin = 2;
+
+// A raw row to values.
+struct LoadRow {
+    const void* src;     // sample 0 of the raw row
+    int depth;           // 8 or 16 bits per sample
+    std::uint16_t* out;  // value 0 of the row
+    int max;             // the largest value: 2^bits - 1
+    int x_last;
+};
+
+// A row of a method's pass.
+struct PlaneRow {
+    const std::uint16_t* s[5];  // values of rows r - 2 .. r + 2
+    const std::uint16_t* g[3];  // greens of rows r - 1 .. r + 1 (second passes)
+    std::uint16_t* out[3];      // planes: blue, green, red (a green pass writes out[1])
+    RowPhase phase;             // colours of row r
+    int max;                    // the largest value
+    int variant;                // the method's own choice (edge sensing: 2 or 1)
+    int x_last;
+};
+
+// Planes to the output row's pixels.
+struct StoreRow {
+    const std::uint16_t* planes[3];  // blue, green, red; grey: planes[0]
+    void* out;                       // element 0 of the output row
+    int elements;                    // per pixel: 1, 3 or 4 (the fourth the largest value)
+    int depth;                       // bits per element: 8 or 16
+    int max;                         // the planes' largest value; 8-bit elements round from it
+    int x_last;
+};
+
+using LoadKernel = int (*)(const LoadRow& row, int x);
+using PlaneKernel = int (*)(const PlaneRow& row, int x);
+using StoreKernel = int (*)(const StoreRow& row, int x);
+
+template <class Row>
+int leave_row(const Row&, int x) {
+    return x;
+}
+
+// The general rule's kernels of one instruction set (every slot left to the reference
+// unless a set fills it).
+struct GeneralKernels {
+    LoadKernel load = leave_row;
+    PlaneKernel nearest = leave_row, bilinear = leave_row, edge_sensing = leave_row;
+    PlaneKernel laplacian_green = leave_row, laplacian_colour = leave_row;
+    PlaneKernel smooth_hue_green = leave_row, smooth_hue_colour = leave_row;
+    PlaneKernel grey = leave_row;
+    StoreKernel store = leave_row;
+};
+
 // A column kernel that computes nothing: every column is left to the reference. Every
 // slot of a kernel set starts as this, so a set names only the kernels it has.
 template <class T, class Params>
@@ -143,6 +203,7 @@ struct KernelSet {
     ColumnKernel<std::uint8_t, SmoothHueRule> smooth_hue_green = leave_all;
     ColumnKernel<std::uint8_t, SmoothHueRule> smooth_hue_colour = leave_all;
     std::array<GbriKernel, kGbriPasses> gbri = gbri_leave_all_passes();
+    GeneralKernels general;
 };
 
 // Instruction sets with kernel sets (isa/targets.def), narrowest first, after the

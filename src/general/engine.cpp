@@ -1,0 +1,180 @@
+// The general rule's sweep: each band of output rows walks down the frame once, loading
+// every raw row it needs into a ring of rows of values (mirrored beyond the frame),
+// computing a ring of green rows for the two-pass methods, and each output row's planes,
+// which it stores as the output's pixels. A band's rows depend on nothing another band
+// computes, so every split into bands gives the same elements.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "general/general.h"
+
+namespace qzrcfa::general {
+namespace {
+
+using detail::GeneralKernels;
+using detail::LoadRow;
+using detail::PlaneKernel;
+using detail::PlaneRow;
+using detail::StoreRow;
+
+// A method's passes: an optional green pass, then the pass that gives the planes.
+struct Rule {
+    PlaneKernel colour_reference;
+    PlaneKernel GeneralKernels::*colour_wide;
+    PlaneKernel green_reference = nullptr;
+    PlaneKernel GeneralKernels::*green_wide = nullptr;
+    int variant = 0;
+    int green_reach = 0;  // rows of values the green pass reads on either side of its row
+    bool grey = false;
+};
+
+Rule rule_of(Method m, bool grey) {
+    using namespace detail;
+    if (grey) return {general_grey, &GeneralKernels::grey, nullptr, nullptr, 0, 0, true};
+    switch (m) {
+    case Method::Nearest: return {general_nearest, &GeneralKernels::nearest};
+    case Method::Bilinear: return {general_bilinear, &GeneralKernels::bilinear};
+    case Method::EdgeSensing1: return {general_edge_sensing, &GeneralKernels::edge_sensing, nullptr, nullptr, 1};
+    case Method::EdgeSensing2: return {general_edge_sensing, &GeneralKernels::edge_sensing, nullptr, nullptr, 2};
+    case Method::Laplacian:
+        return {general_laplacian_colour, &GeneralKernels::laplacian_colour, general_laplacian_green,
+                &GeneralKernels::laplacian_green, 0, 2};
+    case Method::SmoothHue:
+        return {general_smooth_hue_colour, &GeneralKernels::smooth_hue_colour, general_smooth_hue_green,
+                &GeneralKernels::smooth_hue_green, 0, 1};
+    }
+    return {general_bilinear, &GeneralKernels::bilinear};
+}
+
+// Reflection about the edge pixels, period 2 (n - 1); keeps the parity of i (n >= 2).
+std::ptrdiff_t reflect(std::ptrdiff_t i, std::ptrdiff_t n) {
+    const std::ptrdiff_t period = 2 * (n - 1);
+    i %= period;
+    if (i < 0) i += period;
+    return i < n ? i : period - i;
+}
+
+constexpr int kRingRows = 8;       // rows of values a band holds: every method reads at most 7
+constexpr int kGreenRows = 4;      // rows of green: the second passes read 3
+constexpr std::ptrdiff_t kSlack = 32;  // values past each end of a row, so that rows start aligned
+
+// Rows of values of the frame's width with their margins.
+class Rows {
+  public:
+    Rows(int count, int width) : stride_(std::size_t(width) + 2 * kSlack), memory_(stride_ * std::size_t(count)) {}
+    std::uint16_t* row(std::ptrdiff_t i) { return memory_.data() + std::size_t(i) * stride_ + kSlack; }
+
+  private:
+    std::size_t stride_;
+    std::vector<std::uint16_t> memory_;
+};
+
+class Sweep {
+  public:
+    Sweep(const Rule& rule, const Frame& f, const Image& im, const detail::KernelSet& kernels)
+        : rule_(rule), f_(f), im_(im), k_(kernels.general), values_(kRingRows, f.width), greens_(kGreenRows, f.width),
+          planes_(3, f.width), max_((1 << f.bits) - 1) {}
+
+    // Output rows y0 .. y1 - 1 (raw rows).
+    void run(int y0, int y1) {
+        const bool two = rule_.green_reference != nullptr;
+        // At row y the passes read values of rows y - reach .. y + reach, reach at least 2
+        // (every pass finds its five rows of values loaded, whether it reads them or not).
+        const int reach = std::max(2, two ? 1 + rule_.green_reach : 1);
+        next_value_ = y0 - reach;
+        next_green_ = y0 - 1;
+        for (int y = y0; y < y1; ++y) {
+            while (next_value_ <= y + reach) load(next_value_++);
+            if (two)
+                while (next_green_ <= y + 1) green(next_green_++);
+            colour(y);
+            store(y);
+        }
+    }
+
+  private:
+    std::uint16_t* values(std::ptrdiff_t r) { return values_.row((r % kRingRows + kRingRows) % kRingRows); }
+    std::uint16_t* greens(std::ptrdiff_t r) { return greens_.row((r % kGreenRows + kGreenRows) % kGreenRows); }
+
+    // Values of row r beyond the frame's edges, from the columns they mirror.
+    void mirror_columns(std::uint16_t* v) const {
+        for (int x = 1; x <= detail::kGeneralMargin; ++x) {
+            v[-x] = v[reflect(-x, f_.width)];
+            v[f_.width - 1 + x] = v[reflect(f_.width - 1 + x, f_.width)];
+        }
+    }
+
+    void load(std::ptrdiff_t r) {
+        LoadRow row{};
+        row.src = f_.data + reflect(r, f_.height) * f_.pitch;
+        row.depth = f_.depth;
+        row.out = values(r);
+        row.max = max_;
+        row.x_last = f_.width - 1;
+        detail::general_load(row, k_.load(row, 0));
+        mirror_columns(row.out);
+    }
+
+    PlaneRow plane_row(std::ptrdiff_t r) {
+        PlaneRow row{};
+        for (int i = 0; i < 5; ++i) row.s[i] = values(r - 2 + i);
+        for (int i = 0; i < 3; ++i) row.g[i] = greens(r - 1 + i);
+        row.phase = detail::row_phase(f_.pattern, int(r & 1));
+        row.max = max_;
+        row.variant = rule_.variant;
+        row.x_last = f_.width - 1;
+        return row;
+    }
+
+    void green(std::ptrdiff_t r) {
+        PlaneRow row = plane_row(r);
+        std::uint16_t* g = greens(r);
+        row.out[0] = row.out[2] = nullptr;
+        row.out[1] = g;
+        rule_.green_reference(row, (k_.*rule_.green_wide)(row, 0));
+        mirror_columns(g);
+    }
+
+    void colour(std::ptrdiff_t y) {
+        PlaneRow row = plane_row(y);
+        for (int i = 0; i < 3; ++i) row.out[i] = planes_.row(i);
+        rule_.colour_reference(row, (k_.*rule_.colour_wide)(row, 0));
+    }
+
+    void store(std::ptrdiff_t y) {
+        StoreRow row{};
+        for (int i = 0; i < 3; ++i) row.planes[i] = planes_.row(i);
+        const std::ptrdiff_t out_row = im_.bottom_up ? f_.height - 1 - y : y;
+        row.out = im_.data + out_row * im_.pitch;
+        row.elements = im_.elements;
+        row.depth = im_.depth;
+        row.max = max_;
+        row.x_last = f_.width - 1;
+        detail::general_store(row, k_.store(row, 0));
+    }
+
+    const Rule& rule_;
+    const Frame& f_;
+    const Image& im_;
+    const GeneralKernels& k_;
+    Rows values_, greens_, planes_;
+    int max_;
+    std::ptrdiff_t next_value_ = 0, next_green_ = 0;
+};
+
+}  // namespace
+
+void demosaic(Method method, const Frame& frame, const Image& image, const detail::Tasks* tasks, detail::Isa isa) {
+    const Rule rule = rule_of(method, image.elements == 1);
+    const detail::KernelSet& kernels = detail::kernel_set(isa);
+    const int threads = tasks != nullptr ? tasks->threads() : 1;
+    // Bands of at least 16 rows: each loads a few rows above and below its own.
+    const detail::Bands bands{0, frame.height, std::max(1, std::min(threads * 2, frame.height / 16))};
+    auto band = [&](int i) { Sweep(rule, frame, image, kernels).run(bands.first(i), bands.first(i + 1)); };
+    if (bands.count > 1) tasks->for_each(bands.count, band);
+    else band(0);
+}
+
+}  // namespace qzrcfa::general
