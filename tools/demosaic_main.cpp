@@ -104,6 +104,9 @@ INPUT
     with --width and --height. The type is recognised by content, not by name.
     An INPUT of - is standard input, which may be a pipe.
 
+    A PGM comment runs from # to the end of its line anywhere in the header,
+    also straight after a number, which it ends.
+
     PGM maxval: above 255 means two bytes per sample. 255 and 65535 are the full
     range. A maxval below 255 is scaled to 255 on reading. A maxval from 256 to
     65534 (a 10- or 12-bit sensor) keeps the samples as they are: a PGM or PPM
@@ -386,19 +389,14 @@ Frame load(const Settings& s, const std::string& path) {
     ReadLimits limits = s.limits;
     // Once the header is read: every request this frame makes must be one the library
     // serves, or nothing more is read.
-    limits.accept = [&](int width, int height, int depth) {
+    limits.accept = [&](int width, int height, int depth, int channels) {
+        if (channels != 1)
+            throw std::runtime_error("has " + std::to_string(channels) + " channels; a raw frame has one sample per pixel");
         if (s.all && depth != 8) throw std::runtime_error("--all compares the 8-bit methods; this frame has 16-bit samples");
         for (qzrcfa::Method m : methods_for(s, depth))
             check_request(options_for(s, m, target_for(s, f.name, m), depth), width, height, depth);
     };
-    if (s.raw_width) {
-        f.image = read_raw(path, s.raw_width, s.raw_height, s.raw_depth, limits);
-    } else {
-        f.image = read_image(path, true, limits);
-        if (f.image.channels != 1)
-            throw std::runtime_error(path + ": has " + std::to_string(f.image.channels) +
-                                     " channels; a raw frame has one sample per pixel");
-    }
+    f.image = s.raw_width ? read_raw(path, s.raw_width, s.raw_height, s.raw_depth, limits) : read_image(path, true, limits);
     return f;
 }
 

@@ -37,9 +37,9 @@ struct Image {
 struct ReadLimits {
     static constexpr std::uint64_t kDefaultMaxPixels = 256'000'000;
     std::uint64_t max_pixels = kDefaultMaxPixels;  // width x height
-    // Called with the declared width, height and depth once the header is read, before
-    // the samples are; it may throw to refuse the frame.
-    std::function<void(int width, int height, int depth)> accept;
+    // Called with the declared width, height, depth (as it will be returned) and channels
+    // once the header is read, before the samples are; it may throw to refuse the frame.
+    std::function<void(int width, int height, int depth, int channels)> accept;
 };
 
 // A file written under a temporary name in the destination's directory and renamed

@@ -78,15 +78,19 @@ std::string chunk(const std::string& type, const std::string& data) {
     return be32(std::uint32_t(data.size())) + body + be32(std::uint32_t(crc32(0, reinterpret_cast<const Bytef*>(body.data()), uInt(body.size()))));
 }
 
-std::string png(std::uint32_t w, std::uint32_t h, int depth, const std::string& rows) {
+std::string deflated(const std::string& bytes) {
+    std::string out(compressBound(uLong(bytes.size())), '\0');
+    uLongf size = uLongf(out.size());
+    compress(reinterpret_cast<Bytef*>(out.data()), &size, reinterpret_cast<const Bytef*>(bytes.data()), uLong(bytes.size()));
+    return out.substr(0, size);
+}
+
+// colour: PNG colour type (0 grey, 2 RGB); `extra`: chunks between IHDR and IDAT.
+std::string png(std::uint32_t w, std::uint32_t h, int depth, const std::string& rows, char colour = 0, const std::string& extra = "") {
     std::string ihdr;
     for (std::uint32_t v : {w, h}) ihdr += {char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
-    ihdr += {char(depth), 0, 0, 0, 0};
-    std::string idat(compressBound(uLong(rows.size())), '\0');
-    uLongf size = uLongf(idat.size());
-    compress(reinterpret_cast<Bytef*>(idat.data()), &size, reinterpret_cast<const Bytef*>(rows.data()), uLong(rows.size()));
-    idat.resize(size);
-    return "\x89PNG\r\n\x1a\n" + chunk("IHDR", ihdr) + chunk("IDAT", idat) + chunk("IEND", "");
+    ihdr += {char(depth), colour, 0, 0, 0};
+    return "\x89PNG\r\n\x1a\n" + chunk("IHDR", ihdr) + extra + chunk("IDAT", deflated(rows)) + chunk("IEND", "");
 }
 
 struct Outcome {
@@ -154,6 +158,19 @@ Setup writes(const std::string& name, const std::string& bytes) {
 }
 const Setup good = writes("f.pgm", pgm8(16, 12, frame8(16, 12, 8)));
 const std::string k16k = "P5 15000 15000 255\n";  // 225 MB of samples declared
+// Headers of 12000x12000 (432 MB as RGB) with noise enough for deflate to hold them.
+std::string noise(std::size_t n) {
+    const auto v = frame8(int(n), 1, 11);
+    return {v.begin(), v.end()};
+}
+const Setup rgb12k = writes("b.png", png(12000, 12000, 8, noise(430'000), 2));
+// 30 zTXt chunks of 7 MB of text each, before a 3000x3000 frame.
+const Setup ztxt = [](const fs::path& d) {
+    const std::string text = chunk("zTXt", std::string("Comment\0\0", 9) + deflated(std::string(7'000'000, 'x')));
+    std::string texts;
+    for (int i = 0; i < 30; ++i) texts += text;
+    spit(d / "t.png", png(3000, 3000, 8, std::string(3001 * 3000, '\0'), 0, texts));
+};
 
 // A call, what is set up for it, its exit status, a fragment of its one line on
 // standard error ("" for none), and the files it must create (space separated);
@@ -261,6 +278,10 @@ const Case kCases[] = {
     {"option without its value", good, "$T f.pgm -o", 2, "-o needs a value"},
     {"no output named", good, "$T f.pgm", 2, "-o FILE or -d DIRECTORY"},
     {"-o with --all", good, "$T --all -o o.png f.pgm", 2, "-d DIRECTORY"},
+    {"PGM comments glued to numbers", writes("f.pgm", "P5\n16#w\n12 # h\n255#maxval\n" + std::string(192, 'x')), "$T -m nearest -o o.png f.pgm", 0, "", "o.png"},
+    // Decompression bombs.
+    {"colour PNG as a raw frame, from its header", rgb12k, "$T -o o.png b.png", 1, "b.png: has 3 channels"},
+    {"210 MB of zTXt skipped", ztxt, "$T -m nearest -f gray -o o.png t.png", 0, "", "o.png"},
 };
 
 TEST_F(Cli, HostileAndCarelessCallsFailCleanlyAndLeaveEveryFileAlone) {
