@@ -445,43 +445,50 @@ Output run(const Frame& frame, const qzrcfa::Options& o, int repeat, bool time) 
     return out;
 }
 
-// The output as an upright RGB(A) or grey image for PNG and netpbm files, with the
-// frame's maxval.
-Image upright(const Output& out, const Image& frame, const qzrcfa::Options& o, bool depth16) {
-    const int width = frame.width, height = frame.height;
-    const int stride = o.format == qzrcfa::Format::Bgra32 ? 4 : o.format == qzrcfa::Format::Bgr24 ? 3 : 1;
-    Image im;
-    if (o.format == qzrcfa::Format::Grey) {
-        im = Image{width, height, 1, depth16 ? 16 : 8, {}, {}, 0};
-        const std::size_t n = std::size_t(width) * std::size_t(height);
-        if (depth16) im.wide.assign(out.wide.begin(), out.wide.begin() + std::ptrdiff_t(n));
-        else im.pixels.assign(out.bytes.begin(), out.bytes.begin() + std::ptrdiff_t(n));
-    } else {
-        im = depth16 ? from_bgr16(out.wide.data(), width, height, stride, stride == 4)
-                     : from_bgr(out.bytes.data(), width, height, stride, stride == 4);
-    }
-    im.maxval = frame.maxval;
-    if (o.order == qzrcfa::RowOrder::BottomUp) {
-        const std::size_t row = std::size_t(width) * std::size_t(im.channels);
-        for (int y = 0; y < height / 2; ++y) {
-            const std::size_t a = std::size_t(y) * row, b = std::size_t(height - 1 - y) * row;
-            if (depth16) std::swap_ranges(im.wide.begin() + std::ptrdiff_t(a), im.wide.begin() + std::ptrdiff_t(a + row), im.wide.begin() + std::ptrdiff_t(b));
-            else std::swap_ranges(im.pixels.begin() + std::ptrdiff_t(a), im.pixels.begin() + std::ptrdiff_t(a + row), im.pixels.begin() + std::ptrdiff_t(b));
-        }
-    }
-    return im;
+int elements_per_pixel(const qzrcfa::Options& o) {
+    return o.format == qzrcfa::Format::Bgra32 ? 4 : o.format == qzrcfa::Format::Bgr24 ? 3 : 1;
 }
 
+// PNG and netpbm files get the upright picture, converted from the buffer a row at a
+// time as it is written; a BMP takes the buffer as it lies.
 void write_output(const std::string& path, const Output& out, const Frame& frame, const qzrcfa::Options& o) {
     const Image& im = frame.image;
     const bool depth16 = im.depth == 16;
+    const bool bottom_up = o.order == qzrcfa::RowOrder::BottomUp;
+    const int elements = elements_per_pixel(o);
     if (extension(path) == "bmp") {
         if (depth16) throw std::runtime_error(path + ": BMP holds 8-bit samples; write 16-bit output as .png or .ppm/.pgm");
-        const int bpp = o.format == qzrcfa::Format::Bgra32 ? 4 : o.format == qzrcfa::Format::Bgr24 ? 3 : 1;
-        write_bmp(path, out.bytes.data(), im.width, im.height, bpp, o.order == qzrcfa::RowOrder::BottomUp);
+        write_bmp(path, out.bytes.data(), im.width, im.height, elements, bottom_up);
         return;
     }
-    write_image(path, upright(out, im, o, depth16));
+    BufferView view;
+    if (depth16) view.wide = out.wide.data();
+    else view.bytes = out.bytes.data();
+    view.width = im.width;
+    view.height = im.height;
+    view.elements = elements;
+    view.bottom_up = bottom_up;
+    view.keep_fourth = elements == 4;
+    view.maxval = im.maxval;
+    write_image(path, view);
+}
+
+// The montage's crop of an 8-bit colour output, upright R, G, B.
+Image crop_of(const Output& out, const Image& frame, const qzrcfa::Options& o, const Crop& crop) {
+    const std::size_t n = std::size_t(crop.size), elements = std::size_t(elements_per_pixel(o));
+    Image tile{crop.size, crop.size, 3, 8, std::vector<std::uint8_t>(n * n * 3), {}, 0};
+    for (std::size_t y = 0; y < n; ++y) {
+        const std::size_t fy = std::size_t(crop.y) + y;
+        const std::size_t row = o.order == qzrcfa::RowOrder::BottomUp ? std::size_t(frame.height) - 1 - fy : fy;
+        const std::uint8_t* in = out.bytes.data() + (row * std::size_t(frame.width) + std::size_t(crop.x)) * elements;
+        std::uint8_t* px = tile.pixels.data() + y * n * 3;
+        for (std::size_t x = 0; x < n; ++x, in += elements, px += 3) {
+            px[0] = in[2];
+            px[1] = in[1];
+            px[2] = in[0];
+        }
+    }
+    return tile;
 }
 
 // Time and written files go to standard output, unless the image does.
@@ -553,7 +560,12 @@ void process(const Settings& s, const std::string& path, Progress& progress) {
         const std::string pattern(qzrcfa::to_string(s.options.pattern));
         std::string label = "raw ";
         label += pattern;
-        tiles.push_back({label, enlarge(mosaic_view(frame.image.pixels.data(), w, h, pattern), crop, 1)});
+        // The crop starts on an even row and column: its pattern is the frame's.
+        const std::size_t n = std::size_t(crop.size);
+        std::vector<std::uint8_t> window(n * n);
+        for (std::size_t y = 0; y < n; ++y)
+            std::copy_n(frame.image.pixels.data() + (std::size_t(crop.y) + y) * std::size_t(w) + std::size_t(crop.x), n, window.data() + y * n);
+        tiles.push_back({label, mosaic_view(window.data(), crop.size, crop.size, pattern)});
     }
     // Every method runs before anything is written, so a request that is refused
     // leaves no files at all.
@@ -575,7 +587,7 @@ void process(const Settings& s, const std::string& path, Progress& progress) {
         report_time(s, frame, d.method, d.out);
         report_written(s, d.target);
         if (s.all)
-            tiles.push_back({method_name(d.method).label, enlarge(upright(d.out, frame.image, d.options, false), crop, 1)});
+            tiles.push_back({method_name(d.method).label, crop_of(d.out, frame.image, d.options, crop)});
     }
     if (s.all) {
         // Enlarged so single pixels stay visible: tiles of about 256 pixels.

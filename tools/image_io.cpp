@@ -304,21 +304,59 @@ Image read_png(Source& in, bool keep_16, const ReadLimits& limits) {
     return image;
 }
 
-std::size_t sample_count(const Image& image) {
-    return std::size_t(image.width) * std::size_t(image.height) * std::size_t(image.channels);
+std::string shown(const std::string& path) { return path == "-" ? "standard output" : path; }
+
+// An image to write, a row at a time: fill(y, out) puts row y (the top row first) in
+// `out` as width x channels samples, R, G, B(, A) or grey.
+struct Rows {
+    int width = 0, height = 0, channels = 0, depth = 8;
+    unsigned maxval = 255;  // the samples' range: the depth's full range or less
+    std::function<void(std::size_t y, std::uint16_t* out)> fill;
+    std::size_t samples() const { return std::size_t(width) * std::size_t(channels); }
+};
+
+unsigned full_range(int depth) { return depth == 16 ? 65535 : 255; }
+unsigned range_of(int depth, int maxval) {
+    return maxval > 0 && unsigned(maxval) < full_range(depth) ? unsigned(maxval) : full_range(depth);
 }
 
-void check_image(const std::string& path, const Image& image) {
-    if (path == "-") return check_image("standard output", image);
-    if (image.width <= 0 || image.height <= 0) fail(path, "cannot write an empty image");
-    if (image.depth != 8 && image.depth != 16) fail(path, "cannot write " + std::to_string(image.depth) + "-bit samples");
+Rows rows_of(const std::string& path, const Image& image) {
+    if (image.width <= 0 || image.height <= 0) fail(shown(path), "cannot write an empty image");
+    if (image.depth != 8 && image.depth != 16) fail(shown(path), "cannot write " + std::to_string(image.depth) + "-bit samples");
+    const std::size_t row = std::size_t(image.width) * std::size_t(image.channels);
     const std::size_t have = image.depth == 8 ? image.pixels.size() : image.wide.size();
-    if (have < sample_count(image)) fail(path, "image data is shorter than its size");
+    if (have < row * std::size_t(image.height)) fail(shown(path), "image data is shorter than its size");
+    return {image.width, image.height, image.channels, image.depth, range_of(image.depth, image.maxval),
+            [&image, row](std::size_t y, std::uint16_t* out) {
+                if (image.depth == 8) std::copy_n(image.pixels.data() + row * y, row, out);
+                else std::copy_n(image.wide.data() + row * y, row, out);
+            }};
 }
 
-unsigned full_range(const Image& image) { return image.depth == 16 ? 65535 : 255; }
-unsigned maxval_of(const Image& image) {
-    return image.maxval > 0 && unsigned(image.maxval) < full_range(image) ? unsigned(image.maxval) : full_range(image);
+Rows rows_of(const std::string& path, const BufferView& b) {
+    if (b.width <= 0 || b.height <= 0) fail(shown(path), "cannot write an empty image");
+    if (b.elements != 1 && b.elements != 3 && b.elements != 4) fail(shown(path), "a buffer has 1, 3 or 4 elements per pixel");
+    if (!b.bytes == !b.wide) fail(shown(path), "the buffer needs either 8-bit or 16-bit elements");
+    const int depth = b.wide ? 16 : 8;
+    const int channels = b.elements == 1 ? 1 : b.elements == 4 && b.keep_fourth ? 4 : 3;
+    return {b.width, b.height, channels, depth, range_of(depth, b.maxval), [b, channels](std::size_t y, std::uint16_t* out) {
+                const std::size_t row = b.bottom_up ? std::size_t(b.height) - 1 - y : y;
+                const std::size_t pixels = std::size_t(b.width), at = row * pixels * std::size_t(b.elements);
+                auto convert = [&](const auto* in) {
+                    if (channels == 1) {
+                        std::copy_n(in, pixels, out);
+                        return;
+                    }
+                    for (std::size_t x = 0; x < pixels; ++x, in += b.elements, out += channels) {
+                        out[0] = in[2];  // B, G, R to R, G, B
+                        out[1] = in[1];
+                        out[2] = in[0];
+                        if (channels == 4) out[3] = in[3];
+                    }
+                };
+                if (b.wide) convert(b.wide + at);
+                else convert(b.bytes + at);
+            }};
 }
 
 // Temporary files being written, removed by the signal handler. Written only while the
@@ -490,8 +528,9 @@ Image read_raw(const std::string& path, int width, int height, int depth, const 
     return read_raw(file, input_name(path), width, height, depth, limits);
 }
 
-void write_png(const std::string& path, const Image& image) {
-    check_image(path, image);
+namespace {
+
+void write_png_rows(const std::string& path, const Rows& image) {
     AtomicFile out(path);
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, const_cast<char*>(path.c_str()), png_write_fail, png_write_warn);
     png_infop info = png_create_info_struct(png);
@@ -504,24 +543,21 @@ void write_png(const std::string& path, const Image& image) {
                      PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
         // Samples of a smaller range are scaled to the full one, and sBIT keeps how many
         // bits are significant.
-        const unsigned full = full_range(image), maxval = maxval_of(image);
+        const unsigned full = full_range(image.depth), maxval = image.maxval;
         if (maxval != full) {
             const auto bits = png_byte(std::bit_width(maxval));
             png_color_8 sig{bits, bits, bits, bits, bits};
             png_set_sBIT(png, info, &sig);
         }
         png_write_info(png, info);
-        const std::size_t row_samples = std::size_t(image.width) * std::size_t(image.channels);
-        std::vector<std::uint8_t> row(row_samples * std::size_t(image.depth / 8));
+        const std::size_t n = image.samples();
+        std::vector<std::uint16_t> samples(n);
+        std::vector<std::uint8_t> row(n * std::size_t(image.depth / 8));
         for (std::size_t y = 0; y < std::size_t(image.height); ++y) {
-            if (image.depth == 8 && maxval == full) {
-                png_write_row(png, const_cast<png_bytep>(image.pixels.data() + row_samples * y));
-                continue;
-            }
-            for (std::size_t i = 0; i < row_samples; ++i) {
-                const std::size_t at = row_samples * y + i;
-                unsigned v = std::min<unsigned>(image.depth == 8 ? image.pixels[at] : image.wide[at], maxval);
-                v = (v * full + maxval / 2) / maxval;
+            image.fill(y, samples.data());
+            for (std::size_t i = 0; i < n; ++i) {
+                unsigned v = std::min<unsigned>(samples[i], maxval);
+                if (maxval != full) v = (v * full + maxval / 2) / maxval;
                 if (image.depth == 8) {
                     row[i] = std::uint8_t(v);
                 } else {  // most significant byte first
@@ -540,33 +576,52 @@ void write_png(const std::string& path, const Image& image) {
     out.commit();
 }
 
-void write_pnm(const std::string& path, const Image& image) {
-    check_image(path, image);
+void write_pnm_rows(const std::string& path, const Rows& image) {
     if (image.channels != 1 && image.channels != 3)
-        fail(path == "-" ? "standard output" : path, image.channels == 4 ? "PPM has no fourth channel: use --format bgr or a .png or .bmp file"
-                                       : "PGM/PPM take 1 or 3 channels");
+        fail(shown(path), image.channels == 4 ? "PPM has no fourth channel: use --format bgr or a .png or .bmp file"
+                                              : "PGM/PPM take 1 or 3 channels");
     const std::string ext = extension(path);
     if (ext == "pgm" && image.channels != 1) fail(path, "a PGM file holds grey images: use .ppm for colour");
     if (ext == "ppm" && image.channels != 3) fail(path, "a PPM file holds colour images: use .pgm for grey");
     AtomicFile out(path);
-    const unsigned maxval = maxval_of(image);
+    const unsigned maxval = image.maxval;
     const std::string header = std::string(image.channels == 1 ? "P5" : "P6") + "\n" + std::to_string(image.width) +
                                " " + std::to_string(image.height) + "\n" + std::to_string(maxval) + "\n";
     out.write(header.data(), header.size());
-    if (image.depth == 8 && maxval == 255) {
-        out.write(image.pixels.data(), sample_count(image));
-    } else {
-        std::vector<std::uint8_t> bytes;
-        bytes.reserve(sample_count(image) * std::size_t(image.depth / 8));
-        for (std::size_t i = 0; i < sample_count(image); ++i) {
-            const unsigned v = std::min<unsigned>(image.depth == 8 ? image.pixels[i] : image.wide[i], maxval);
-            if (maxval > 255) bytes.push_back(std::uint8_t(v >> 8));
-            bytes.push_back(std::uint8_t(v));
+    const std::size_t n = image.samples();
+    std::vector<std::uint16_t> samples(n);
+    std::vector<std::uint8_t> row;
+    row.reserve(n * (maxval > 255 ? 2 : 1));
+    for (std::size_t y = 0; y < std::size_t(image.height); ++y) {
+        image.fill(y, samples.data());
+        row.clear();
+        for (std::size_t i = 0; i < n; ++i) {
+            const unsigned v = std::min<unsigned>(samples[i], maxval);
+            if (maxval > 255) row.push_back(std::uint8_t(v >> 8));
+            row.push_back(std::uint8_t(v));
         }
-        out.write(bytes.data(), bytes.size());
+        out.write(row.data(), row.size());
     }
     out.commit();
 }
+
+void write_rows(const std::string& path, const Rows& image) {
+    const std::string ext = extension(path);
+    if (ext == "png") return write_png_rows(path, image);
+    if (ext == "pgm" || ext == "ppm" || ext == "pnm" || path == "-") return write_pnm_rows(path, image);
+    std::error_code ec;
+    if (std::filesystem::is_directory(path, ec)) fail(path, "is a directory");
+    fail(path, "unknown image type (use .png, .pgm or .ppm)");
+}
+
+}  // namespace
+
+void write_png(const std::string& path, const Image& image) { write_png_rows(path, rows_of(path, image)); }
+void write_png(const std::string& path, const BufferView& buffer) { write_png_rows(path, rows_of(path, buffer)); }
+void write_pnm(const std::string& path, const Image& image) { write_pnm_rows(path, rows_of(path, image)); }
+void write_pnm(const std::string& path, const BufferView& buffer) { write_pnm_rows(path, rows_of(path, buffer)); }
+void write_image(const std::string& path, const Image& image) { write_rows(path, rows_of(path, image)); }
+void write_image(const std::string& path, const BufferView& buffer) { write_rows(path, rows_of(path, buffer)); }
 
 void write_bmp(const std::string& path, const std::uint8_t* rows, int width, int height, int bytes_per_pixel,
                bool bottom_up) {
@@ -617,35 +672,12 @@ void write_bmp(const std::string& path, const std::uint8_t* rows, int width, int
     out.commit();
 }
 
-void write_image(const std::string& path, const Image& image) {
-    const std::string ext = extension(path);
-    if (ext == "png") return write_png(path, image);
-    if (ext == "pgm" || ext == "ppm" || ext == "pnm" || path == "-") return write_pnm(path, image);
-    std::error_code ec;
-    if (std::filesystem::is_directory(path, ec)) fail(path, "is a directory");
-    fail(path, "unknown image type (use .png, .pgm or .ppm)");
-}
-
 Image from_bgr(const std::uint8_t* bgr, int width, int height, int stride, bool keep_fourth) {
     const int channels = keep_fourth && stride >= 4 ? 4 : 3;
     Image image{width, height, channels, 8, std::vector<std::uint8_t>(std::size_t(width) * std::size_t(height) * std::size_t(channels)), {}, 0};
     for (std::size_t p = 0; p < std::size_t(width) * std::size_t(height); ++p) {
         const std::uint8_t* px = bgr + p * std::size_t(stride);
         std::uint8_t* out = &image.pixels[p * std::size_t(channels)];
-        out[0] = px[2];
-        out[1] = px[1];
-        out[2] = px[0];
-        if (channels == 4) out[3] = px[3];
-    }
-    return image;
-}
-
-Image from_bgr16(const std::uint16_t* bgr, int width, int height, int stride, bool keep_fourth) {
-    const int channels = keep_fourth && stride >= 4 ? 4 : 3;
-    Image image{width, height, channels, 16, {}, std::vector<std::uint16_t>(std::size_t(width) * std::size_t(height) * std::size_t(channels)), 0};
-    for (std::size_t p = 0; p < std::size_t(width) * std::size_t(height); ++p) {
-        const std::uint16_t* px = bgr + p * std::size_t(stride);
-        std::uint16_t* out = &image.wide[p * std::size_t(channels)];
         out[0] = px[2];
         out[1] = px[1];
         out[2] = px[0];
