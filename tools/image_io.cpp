@@ -439,10 +439,19 @@ AtomicFile::AtomicFile(const std::string& path) : path_(path) {
             slot_ = i;
         }
     }
-    // mkstemp makes the file private; give it the permissions a new file gets.
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    ::fchmod(fd, 0666 & ~mask);
+    // mkstemp makes the file private. A file it replaces keeps its permissions (a
+    // private file stays private, a read-only one read-only); a new file gets the
+    // permissions a new file gets.
+    struct stat old{};
+    mode_t mode = 0;
+    if (::lstat(path.c_str(), &old) == 0 && S_ISREG(old.st_mode)) {
+        mode = old.st_mode & 0777;
+    } else {
+        const mode_t mask = ::umask(0);
+        ::umask(mask);
+        mode = 0666 & ~mask;
+    }
+    ::fchmod(fd, mode);
     file_ = ::fdopen(fd, "wb");
     if (!file_) {
         ::close(fd);

@@ -8,7 +8,8 @@
 // AtomicFile: the data lands in a temporary file in the destination's directory and is
 // renamed over the destination only once it is complete, so a failed write never leaves
 // a partial file behind. The path "-" is standard input for the readers and standard
-// output for write_image (PGM or PPM).
+// output for write_image (PGM or PPM). An existing destination keeps its permission bits
+// (a read-only file stays read-only); callers decide beforehand whether to replace it.
 #pragma once
 
 #include <cstdint>
