@@ -189,6 +189,7 @@ std::string noise(std::size_t n) {
     return {v.begin(), v.end()};
 }
 const Setup rgb12k = writes("b.png", png(12000, 12000, 8, noise(430'000), 2));
+const Setup grey12k = writes("b.png", png(12000, 12000, 8, noise(150'000)));
 // 30 zTXt chunks of 7 MB of text each, before a 3000x3000 frame.
 const Setup ztxt = [](const fs::path& d) {
     const std::string text = chunk("zTXt", std::string("Comment\0\0", 9) + deflated(std::string(7'000'000, 'x')));
@@ -324,6 +325,15 @@ const Case kCases[] = {
     // Decompression bombs.
     {"colour PNG as a raw frame, from its header", rgb12k, "$T -o o.png b.png", 1, "b.png: has 3 channels"},
     {"210 MB of zTXt skipped", ztxt, "$T -m nearest -f gray -o o.png t.png", 0, "", "o.png"},
+    // The quality tool.
+    {"quality: too large, from the header", rgb12k, "$Q b.png", 1, "b.png: frame size 12000x12000 is too large"},
+    {"quality: grey, from the header", grey12k, "$Q b.png", 1, "b.png: not a colour image"},
+    {"quality: --max-megapixels", rgb12k, "$Q --depth 16 --max-megapixels=100 b.png", 1,
+     "b.png: IHDR declares 12000x12000, 144000000 pixels, above the limit of 100000000 (--max-megapixels raises it)"},
+    {"quality: 1x1", writes("c.ppm", header("P6", 1, 1, 255) + "abc"), "$Q c.ppm", 1,
+     "c.ppm: 1x1 is too small: the smallest image it measures with --border 4 is 9x9"},
+    {"quality: 8x8, nothing inside the border", writes("c.ppm", header("P6", 8, 8, 255) + std::string(192, 'x')), "$Q c.ppm", 1,
+     "c.ppm: 8x8 is too small: the smallest image it measures with --border 4 is 9x9"},
 };
 
 TEST_F(Cli, HostileAndCarelessCallsFailCleanlyAndLeaveEveryFileAlone) {
@@ -336,7 +346,8 @@ TEST_F(Cli, HostileAndCarelessCallsFailCleanlyAndLeaveEveryFileAlone) {
         const Outcome r = run(c.command, c.kill_when);
         EXPECT_EQ(r.status, c.status) << r.err;
         if (*c.message) {
-            EXPECT_EQ(r.err.rfind("qzrcfa-demosaic: ", 0), 0u) << r.err;
+            const char* tool = std::string(c.command).rfind("$Q", 0) == 0 ? "qzrcfa-quality: " : "qzrcfa-demosaic: ";
+            EXPECT_EQ(r.err.rfind(tool, 0), 0u) << r.err;
             EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
             EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
         } else {
