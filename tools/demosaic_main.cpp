@@ -46,14 +46,21 @@ DESCRIPTION
     crop of every result side by side, labelled, for comparison at a glance.
 
 OPTIONS
+    An option's value may also be given as --option=value.
+
     -o, --output FILE
         Output file for a single INPUT. Its extension picks the file type: .png,
         .ppm (colour), .pgm (grey) or .bmp. -o - writes a PPM (colour) or PGM
         (grey) to standard output.
     -d, --output-dir DIRECTORY
         Write STEM.TYPE (with --all, STEM-METHOD.TYPE and STEM-montage.png) into
-        DIRECTORY, created if missing. STEM is the input's name without extension
-        (stdin for standard input).
+        DIRECTORY, created if missing (a path that is not a directory, and -, are
+        refused). STEM is the input's name without extension (stdin for standard
+        input).
+    --force
+        Replace an output that is a symbolic link (the link, not what it points
+        to) or a read-only file (which stays read-only). Without it both are
+        refused; a device, pipe or socket is never replaced.
     -t, --type png|ppm|pgm|bmp
         File type for the files -d names (default png).
     -m, --method nearest|bilinear|edge1|edge2|laplacian|laplacian2|smoothhue|gbri
@@ -104,6 +111,9 @@ INPUT
     with --width and --height. The type is recognised by content, not by name.
     An INPUT of - is standard input, which may be a pipe.
 
+    A PGM comment runs from # to the end of its line anywhere in the header,
+    also straight after a number, which it ends.
+
     PGM maxval: above 255 means two bytes per sample. 255 and 65535 are the full
     range. A maxval below 255 is scaled to 255 on reading. A maxval from 256 to
     65534 (a 10- or 12-bit sensor) keeps the samples as they are: a PGM or PPM
@@ -122,9 +132,13 @@ OUTPUT
     comes; laplacian2, which has no bottom-up member, is stored as a top-down BMP.
     Every file is written under a temporary name in its directory and renamed into
     place when complete; a failure, SIGINT, SIGTERM or SIGHUP leaves no partial or
-    temporary file. Before any work, a call is refused if one of its outputs is
-    one of its inputs (the same file, whatever its name) or if two of its outputs
-    are the same file (two inputs with one stem, a montage onto a method's output).
+    temporary file, and a file replaced keeps its permissions. Before any input is
+    read, a call is refused if one of its outputs is one of its inputs (the same
+    file, whatever its name), if two of its outputs are the same file (two inputs
+    with one stem, a montage onto a method's output), if -o has no known
+    extension, or if an output is a device, pipe or socket, or without --force a
+    symbolic link or a read-only file. PNG and PPM/PGM files are converted from
+    the demosaiced buffer a row at a time as they are written.
 
     A progress bar is drawn on standard error when it is a terminal.
 
@@ -133,7 +147,7 @@ EXIT STATUS
     1   at least one input failed (unreadable, truncated, wrong size, above the
         pixel limit, unsupported depth, refused request, write error); each failure
         is one line on standard error and the other inputs are still processed
-    2   bad command line, or outputs that would replace an input or each other
+    2   bad command line, or outputs refused before any work (see OUTPUT)
 
 EXAMPLES
     qzrcfa-demosaic -m laplacian -o photo.png frame.pgm
@@ -175,7 +189,7 @@ struct Settings {
     std::vector<std::string> inputs;
     std::string output, output_dir, type = "png", montage;
     qzrcfa::Options options{.threads = 0};
-    bool flip = false, all = false, time = false, verbose = false;
+    bool flip = false, all = false, time = false, verbose = false, force = false;
     int repeat = 1;
     qzrcfa::tools::ReadLimits limits;
     std::optional<Crop> crop;
@@ -200,8 +214,19 @@ Settings parse(int argc, char** argv) {
     Settings s;
     bool depth_given = false;
     for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
+        std::string arg = argv[i];
+        // --option=value is --option value.
+        std::optional<std::string> attached;
+        if (const auto eq = arg.find('='); arg.rfind("--", 0) == 0 && eq != std::string::npos) {
+            attached = arg.substr(eq + 1);
+            arg.resize(eq);
+        }
         auto value = [&]() -> std::string {
+            if (attached) {
+                std::string v = std::move(*attached);
+                attached.reset();
+                return v;
+            }
             if (i + 1 >= argc) throw UsageError(arg + " needs a value");
             return argv[++i];
         };
@@ -244,6 +269,8 @@ Settings parse(int argc, char** argv) {
             s.time = true;
         } else if (arg == "-v" || arg == "--verbose") {
             s.verbose = true;
+        } else if (arg == "--force") {
+            s.force = true;
         } else if (arg == "--max-megapixels") {
             s.limits.max_pixels = std::uint64_t(parse_int(arg, value(), 1, 100000)) * 1'000'000;
         } else if (arg == "--threads") {
@@ -280,14 +307,17 @@ Settings parse(int argc, char** argv) {
         } else {
             s.inputs.push_back(arg);
         }
+        if (attached) throw UsageError(arg + " takes no value");
     }
     if (s.inputs.empty()) throw UsageError("no input files (see --help)");
     if ((s.raw_width == 0) != (s.raw_height == 0)) throw UsageError("a headerless raw frame needs both --width and --height");
     if (depth_given && s.raw_width == 0) throw UsageError("--depth applies to headerless raw frames (with --width and --height)");
     if (s.raw_depth == 0) s.raw_depth = 8;
     if (s.output.empty() == s.output_dir.empty()) throw UsageError("name the output with -o FILE or -d DIRECTORY (one of them)");
-    if (!s.output.empty() && (s.inputs.size() > 1 || s.all))
-        throw UsageError("-o names one file; use -d DIRECTORY for several inputs or --all");
+    if (!s.output.empty() && s.all)
+        throw UsageError("--all writes a file per method and a montage: name a directory with -d DIRECTORY instead of -o");
+    if (!s.output.empty() && s.inputs.size() > 1) throw UsageError("-o names one file; use -d DIRECTORY for several inputs");
+    if (s.output_dir == "-") throw UsageError("-d takes a directory, not - (-o - writes one image to standard output)");
     if (s.all && s.options.format == qzrcfa::Format::Grey) throw UsageError("--all compares colour methods; use --format bgr or bgra");
     if (!s.montage.empty() && !s.all) throw UsageError("--montage goes with --all");
     s.options.order = s.flip ? qzrcfa::RowOrder::BottomUp : qzrcfa::RowOrder::TopDown;
@@ -386,19 +416,14 @@ Frame load(const Settings& s, const std::string& path) {
     ReadLimits limits = s.limits;
     // Once the header is read: every request this frame makes must be one the library
     // serves, or nothing more is read.
-    limits.accept = [&](int width, int height, int depth) {
+    limits.accept = [&](int width, int height, int depth, int channels) {
+        if (channels != 1)
+            throw std::runtime_error("has " + std::to_string(channels) + " channels; a raw frame has one sample per pixel");
         if (s.all && depth != 8) throw std::runtime_error("--all compares the 8-bit methods; this frame has 16-bit samples");
         for (qzrcfa::Method m : methods_for(s, depth))
             check_request(options_for(s, m, target_for(s, f.name, m), depth), width, height, depth);
     };
-    if (s.raw_width) {
-        f.image = read_raw(path, s.raw_width, s.raw_height, s.raw_depth, limits);
-    } else {
-        f.image = read_image(path, true, limits);
-        if (f.image.channels != 1)
-            throw std::runtime_error(path + ": has " + std::to_string(f.image.channels) +
-                                     " channels; a raw frame has one sample per pixel");
-    }
+    f.image = s.raw_width ? read_raw(path, s.raw_width, s.raw_height, s.raw_depth, limits) : read_image(path, true, limits);
     return f;
 }
 
@@ -447,43 +472,50 @@ Output run(const Frame& frame, const qzrcfa::Options& o, int repeat, bool time) 
     return out;
 }
 
-// The output as an upright RGB(A) or grey image for PNG and netpbm files, with the
-// frame's maxval.
-Image upright(const Output& out, const Image& frame, const qzrcfa::Options& o, bool depth16) {
-    const int width = frame.width, height = frame.height;
-    const int stride = o.format == qzrcfa::Format::Bgra32 ? 4 : o.format == qzrcfa::Format::Bgr24 ? 3 : 1;
-    Image im;
-    if (o.format == qzrcfa::Format::Grey) {
-        im = Image{width, height, 1, depth16 ? 16 : 8, {}, {}, 0};
-        const std::size_t n = std::size_t(width) * std::size_t(height);
-        if (depth16) im.wide.assign(out.wide.begin(), out.wide.begin() + std::ptrdiff_t(n));
-        else im.pixels.assign(out.bytes.begin(), out.bytes.begin() + std::ptrdiff_t(n));
-    } else {
-        im = depth16 ? from_bgr16(out.wide.data(), width, height, stride, stride == 4)
-                     : from_bgr(out.bytes.data(), width, height, stride, stride == 4);
-    }
-    im.maxval = frame.maxval;
-    if (o.order == qzrcfa::RowOrder::BottomUp) {
-        const std::size_t row = std::size_t(width) * std::size_t(im.channels);
-        for (int y = 0; y < height / 2; ++y) {
-            const std::size_t a = std::size_t(y) * row, b = std::size_t(height - 1 - y) * row;
-            if (depth16) std::swap_ranges(im.wide.begin() + std::ptrdiff_t(a), im.wide.begin() + std::ptrdiff_t(a + row), im.wide.begin() + std::ptrdiff_t(b));
-            else std::swap_ranges(im.pixels.begin() + std::ptrdiff_t(a), im.pixels.begin() + std::ptrdiff_t(a + row), im.pixels.begin() + std::ptrdiff_t(b));
-        }
-    }
-    return im;
+int elements_per_pixel(const qzrcfa::Options& o) {
+    return o.format == qzrcfa::Format::Bgra32 ? 4 : o.format == qzrcfa::Format::Bgr24 ? 3 : 1;
 }
 
+// PNG and netpbm files get the upright picture, converted from the buffer a row at a
+// time as it is written; a BMP takes the buffer as it lies.
 void write_output(const std::string& path, const Output& out, const Frame& frame, const qzrcfa::Options& o) {
     const Image& im = frame.image;
     const bool depth16 = im.depth == 16;
+    const bool bottom_up = o.order == qzrcfa::RowOrder::BottomUp;
+    const int elements = elements_per_pixel(o);
     if (extension(path) == "bmp") {
         if (depth16) throw std::runtime_error(path + ": BMP holds 8-bit samples; write 16-bit output as .png or .ppm/.pgm");
-        const int bpp = o.format == qzrcfa::Format::Bgra32 ? 4 : o.format == qzrcfa::Format::Bgr24 ? 3 : 1;
-        write_bmp(path, out.bytes.data(), im.width, im.height, bpp, o.order == qzrcfa::RowOrder::BottomUp);
+        write_bmp(path, out.bytes.data(), im.width, im.height, elements, bottom_up);
         return;
     }
-    write_image(path, upright(out, im, o, depth16));
+    BufferView view;
+    if (depth16) view.wide = out.wide.data();
+    else view.bytes = out.bytes.data();
+    view.width = im.width;
+    view.height = im.height;
+    view.elements = elements;
+    view.bottom_up = bottom_up;
+    view.keep_fourth = elements == 4;
+    view.maxval = im.maxval;
+    write_image(path, view);
+}
+
+// The montage's crop of an 8-bit colour output, upright R, G, B.
+Image crop_of(const Output& out, const Image& frame, const qzrcfa::Options& o, const Crop& crop) {
+    const std::size_t n = std::size_t(crop.size), elements = std::size_t(elements_per_pixel(o));
+    Image tile{crop.size, crop.size, 3, 8, std::vector<std::uint8_t>(n * n * 3), {}, 0};
+    for (std::size_t y = 0; y < n; ++y) {
+        const std::size_t fy = std::size_t(crop.y) + y;
+        const std::size_t row = o.order == qzrcfa::RowOrder::BottomUp ? std::size_t(frame.height) - 1 - fy : fy;
+        const std::uint8_t* in = out.bytes.data() + (row * std::size_t(frame.width) + std::size_t(crop.x)) * elements;
+        std::uint8_t* px = tile.pixels.data() + y * n * 3;
+        for (std::size_t x = 0; x < n; ++x, in += elements, px += 3) {
+            px[0] = in[2];
+            px[1] = in[1];
+            px[2] = in[0];
+        }
+    }
+    return tile;
 }
 
 // Time and written files go to standard output, unless the image does.
@@ -507,10 +539,38 @@ void report_written(const Settings& s, const std::string& path) {
     if (s.verbose && path != "-") std::fprintf(report(s), "wrote %s\n", path.c_str());
 }
 
+// Refuses an output path this call must not write to: a file type the extension does
+// not give (-o), and, whatever --force says, a device, pipe or socket; without --force,
+// a symbolic link (renaming over it would replace the link) or a read-only file.
+void check_target(const Settings& s, const std::string& path) {
+    if (path == s.output) {
+        const std::string ext = extension(path);
+        if (ext != "png" && ext != "ppm" && ext != "pgm" && ext != "pnm" && ext != "bmp")
+            throw UsageError(path + ": " + (ext.empty() ? std::string("no extension") : "unknown extension ." + ext) +
+                             "; the extension gives the file type: .png, .ppm, .pgm or .bmp (-o - writes to standard output)");
+    }
+    struct stat st{};
+    if (::lstat(path.c_str(), &st) != 0) return;
+    if (S_ISLNK(st.st_mode)) {
+        if (s.force) return;
+        std::error_code ec;
+        const fs::path to = fs::read_symlink(path, ec);
+        throw UsageError(path + " is a symbolic link" + (ec ? "" : " to " + to.string()) +
+                         "; --force replaces the link (not what it points to)");
+    }
+    if (!S_ISREG(st.st_mode)) throw UsageError(path + " is not a regular file (a device, pipe or socket is never replaced)");
+    // By the permission bits as well: root may write to any file.
+    if (!s.force && ((st.st_mode & 0222) == 0 || ::access(path.c_str(), W_OK) != 0))
+        throw UsageError(path + " is read-only; --force replaces it (keeping its permissions)");
+}
+
 // Refuses, before any work, outputs that would replace one of the call's inputs or
-// each other. Files are told apart by device and inode where they exist, by their
-// resolved path where they do not yet.
+// each other, or that check_target refuses. Files are told apart by device and inode
+// where they exist, by their resolved path where they do not yet.
 void check_outputs(const Settings& s) {
+    std::error_code ec;
+    if (!s.output_dir.empty() && fs::exists(s.output_dir, ec) && !fs::is_directory(s.output_dir, ec))
+        throw UsageError(s.output_dir + " is not a directory; -d names a directory (-o a file)");
     auto identity = [](const std::string& path) -> std::string {
         struct stat st{};
         if ((path == "-" ? ::fstat(STDIN_FILENO, &st) : ::stat(path.c_str(), &st)) == 0)
@@ -532,6 +592,7 @@ void check_outputs(const Settings& s) {
             if (input == id) throw UsageError(path + ", " + what + ", would replace the input " + name);
         for (const auto& [other, other_what] : seen)
             if (other == id) throw UsageError(path + " would be both " + other_what + " and " + what);
+        check_target(s, path);
         seen.emplace_back(id, what);
     };
     for (const std::string& in : s.inputs) {
@@ -555,7 +616,12 @@ void process(const Settings& s, const std::string& path, Progress& progress) {
         const std::string pattern(qzrcfa::to_string(s.options.pattern));
         std::string label = "raw ";
         label += pattern;
-        tiles.push_back({label, enlarge(mosaic_view(frame.image.pixels.data(), w, h, pattern), crop, 1)});
+        // The crop starts on an even row and column: its pattern is the frame's.
+        const std::size_t n = std::size_t(crop.size);
+        std::vector<std::uint8_t> window(n * n);
+        for (std::size_t y = 0; y < n; ++y)
+            std::copy_n(frame.image.pixels.data() + (std::size_t(crop.y) + y) * std::size_t(w) + std::size_t(crop.x), n, window.data() + y * n);
+        tiles.push_back({label, mosaic_view(window.data(), crop.size, crop.size, pattern)});
     }
     // Every method runs before anything is written, so a request that is refused
     // leaves no files at all.
@@ -577,7 +643,7 @@ void process(const Settings& s, const std::string& path, Progress& progress) {
         report_time(s, frame, d.method, d.out);
         report_written(s, d.target);
         if (s.all)
-            tiles.push_back({method_name(d.method).label, enlarge(upright(d.out, frame.image, d.options, false), crop, 1)});
+            tiles.push_back({method_name(d.method).label, crop_of(d.out, frame.image, d.options, crop)});
     }
     if (s.all) {
         // Enlarged so single pixels stay visible: tiles of about 256 pixels.
@@ -600,11 +666,13 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "%s: %s\n", kProgram, e.what());
         return 2;
     }
-    try {
-        if (!s.output_dir.empty()) fs::create_directories(s.output_dir);
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "%s: %s: cannot create the directory: %s\n", kProgram, s.output_dir.c_str(), e.what());
-        return 1;
+    if (!s.output_dir.empty()) {
+        std::error_code ec;
+        fs::create_directories(s.output_dir, ec);
+        if (ec) {
+            std::fprintf(stderr, "%s: %s: cannot create the directory: %s\n", kProgram, s.output_dir.c_str(), ec.message().c_str());
+            return 1;
+        }
     }
     const int steps = int(s.inputs.size()) * (s.all ? int(methods_for(s, 8).size()) : 1);
     Progress progress(s.inputs.size() > 1 || s.all ? steps : 0);

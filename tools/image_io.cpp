@@ -83,21 +83,31 @@ void check_pixels(const Source& in, const std::string& declares, std::uint64_t w
                           std::to_string(limits.max_pixels) + " (--max-megapixels raises it)");
 }
 
-// Reads up to `need` bytes. A regular file was compared with `need` beforehand and is
-// read in one piece; from a pipe the buffer grows only as bytes arrive.
-std::vector<std::uint8_t> read_bytes(const Source& in, std::uint64_t need) {
-    std::vector<std::uint8_t> bytes;
+// Reads up to `need` bytes (whole elements of T) into the storage of `samples`, where
+// they are then converted in place; returns how many bytes came. A regular file was
+// compared with `need` beforehand and is read in one piece; from a pipe the buffer grows
+// only as bytes arrive.
+template <class T>
+std::uint64_t read_into(const Source& in, std::vector<T>& samples, std::uint64_t need) {
     std::uint64_t have = 0;
     while (have < need) {
         const std::uint64_t next = in.size ? need : std::min(need, std::max<std::uint64_t>(2 * have, 1 << 16));
-        bytes.resize(std::size_t(next));
-        const std::size_t got = std::fread(bytes.data() + have, 1, std::size_t(next - have), in.file);
+        samples.resize(std::size_t(next / sizeof(T)));
+        const std::size_t got = std::fread(reinterpret_cast<char*>(samples.data()) + have, 1, std::size_t(next - have), in.file);
         have += got;
         if (have < next) break;
     }
     if (std::ferror(in.file)) fail(in.name, std::string("read failed: ") + std::strerror(errno));
-    bytes.resize(std::size_t(have));
-    return bytes;
+    samples.resize(std::size_t(have / sizeof(T)));
+    return have;
+}
+
+std::uint16_t swap_bytes(std::uint16_t v) { return std::uint16_t(v << 8 | v >> 8); }
+
+// 16-bit samples stored with the given byte order, to the machine's.
+void to_native(std::vector<std::uint16_t>& samples, std::endian stored) {
+    if (stored != std::endian::native)
+        for (std::uint16_t& v : samples) v = swap_bytes(v);
 }
 
 [[noreturn]] void truncated(const Source& in, const std::string& declared, std::uint64_t need, std::uint64_t have) {
@@ -106,13 +116,21 @@ std::vector<std::uint8_t> read_bytes(const Source& in, std::uint64_t need) {
 }
 
 // A netpbm header number, after whitespace and comments, ended by one whitespace byte.
+// A comment runs from '#' to the end of the line wherever it starts, so it may follow a
+// number directly: it then ends the number, and its line end is that whitespace byte.
 std::uint64_t pnm_field(const Source& in, const char* field, std::uint64_t max) {
     const std::string what = std::string("header field ") + field + ": ";
+    auto space = [](int c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
+    auto skip_comment = [&] {
+        int c = std::fgetc(in.file);
+        while (c != '\n' && c != '\r' && c != EOF) c = std::fgetc(in.file);
+        return c;
+    };
     int ch = std::fgetc(in.file);
     for (;;) {
-        while (ch == ' ' || ch == '\t' || ch == '\n' || ch == '\r') ch = std::fgetc(in.file);
+        while (space(ch)) ch = std::fgetc(in.file);
         if (ch != '#') break;
-        while (ch != '\n' && ch != EOF) ch = std::fgetc(in.file);
+        ch = skip_comment();
     }
     if (ch < '0' || ch > '9') fail(in.name, what + "expected a decimal number, found " + describe_byte(ch));
     std::uint64_t value = 0;
@@ -120,7 +138,8 @@ std::uint64_t pnm_field(const Source& in, const char* field, std::uint64_t max) 
         value = value * 10 + std::uint64_t(ch - '0');
         if (value > max) fail(in.name, what + "above " + std::to_string(max));
     }
-    if (ch != ' ' && ch != '\t' && ch != '\n' && ch != '\r')
+    if (ch == '#') ch = skip_comment();
+    if (!space(ch))
         fail(in.name, what + "expected whitespace after " + std::to_string(value) + ", found " + describe_byte(ch));
     if (value == 0) fail(in.name, what + "0; it must be at least 1");
     return value;
@@ -140,16 +159,20 @@ Image read_pnm(const Source& in, bool keep_16, const ReadLimits& limits) {
     image.height = int(height);
     const bool two_bytes = maxval > 255;
     image.depth = two_bytes && keep_16 ? 16 : 8;
-    if (limits.accept) limits.accept(image.width, image.height, image.depth);
+    if (limits.accept) limits.accept(image.width, image.height, image.depth, image.channels);
 
     const std::uint64_t samples = width * height * std::uint64_t(image.channels);
     const std::uint64_t need = samples * (two_bytes ? 2 : 1);
     const std::string declared = "the header declares " + dims(width, height) + " with maxval " + std::to_string(maxval);
     if (const auto left = in.left(); left && *left < need) truncated(in, declared, need, *left);
-    std::vector<std::uint8_t> bytes = read_bytes(in, need);
-    if (bytes.size() < need) truncated(in, declared, need, bytes.size());
+    // The samples are read where they stay and converted there.
+    std::vector<std::uint8_t> narrow;
+    std::vector<std::uint16_t> wide;
+    const std::uint64_t got = two_bytes ? read_into(in, wide, need) : read_into(in, narrow, need);
+    if (got < need) truncated(in, declared, need, got);
+    if (two_bytes) to_native(wide, std::endian::big);
 
-    auto sample = [&](std::size_t i) -> unsigned { return two_bytes ? unsigned(bytes[2 * i] << 8 | bytes[2 * i + 1]) : bytes[i]; };
+    auto sample = [&](std::size_t i) -> unsigned { return two_bytes ? wide[i] : narrow[i]; };
     if (maxval != 255 && maxval != 65535) {
         for (std::size_t i = 0; i < samples; ++i) {
             if (sample(i) > maxval) {
@@ -159,15 +182,17 @@ Image read_pnm(const Source& in, bool keep_16, const ReadLimits& limits) {
             }
         }
     }
+    auto to_255 = [&](unsigned v) { return std::uint8_t((v * 255 + unsigned(maxval) / 2) / unsigned(maxval)); };
     if (image.depth == 16) {
-        image.wide.resize(samples);
-        for (std::size_t i = 0; i < samples; ++i) image.wide[i] = std::uint16_t(sample(i));
+        image.wide = std::move(wide);
         image.maxval = maxval == 65535 ? 0 : int(maxval);
-    } else if (maxval == 255) {
-        image.pixels = std::move(bytes);
-    } else {
+    } else if (two_bytes) {
         image.pixels.resize(samples);
-        for (std::size_t i = 0; i < samples; ++i) image.pixels[i] = std::uint8_t((sample(i) * 255 + maxval / 2) / maxval);
+        for (std::size_t i = 0; i < samples; ++i) image.pixels[i] = to_255(wide[i]);
+    } else {
+        if (maxval != 255)
+            for (std::uint8_t& v : narrow) v = to_255(v);
+        image.pixels = std::move(narrow);
     }
     return image;
 }
@@ -222,6 +247,9 @@ Image read_png(Source& in, bool keep_16, const ReadLimits& limits) {
         png_set_user_limits(png, side, side);
         png_set_chunk_cache_max(png, 128);
         png_set_chunk_malloc_max(png, 8u << 20);
+        // Nothing here uses an ancillary chunk (libpng still handles tRNS): text,
+        // profiles and the rest are skipped as they are read, never held in memory.
+        png_set_keep_unknown_chunks(png, PNG_HANDLE_CHUNK_NEVER, nullptr, -1);
         png_read_info(png, info);
         const std::uint64_t w = png_get_image_width(png, info), h = png_get_image_height(png, info);
         check_pixels(in, "IHDR declares", w, h, limits);
@@ -235,6 +263,7 @@ Image read_png(Source& in, bool keep_16, const ReadLimits& limits) {
         const int bit_depth = png_get_bit_depth(png, info);
         const bool wide = keep_16 && bit_depth == 16;
         if (bit_depth == 16 && !wide) png_set_strip_16(png);
+        if (wide && std::endian::native == std::endian::little) png_set_swap(png);  // PNG stores MSB first
         png_set_packing(png);
         png_set_palette_to_rgb(png);
         png_set_expand_gray_1_2_4_to_8(png);
@@ -245,30 +274,28 @@ Image read_png(Source& in, bool keep_16, const ReadLimits& limits) {
         image.channels = int(png_get_channels(png, info));
         image.depth = wide ? 16 : 8;
         if (image.channels == 2) fail(in.name, "grey with alpha is not supported");
-        if (limits.accept) limits.accept(image.width, image.height, image.depth);
+        if (limits.accept) limits.accept(image.width, image.height, image.depth, image.channels);
         const std::size_t row_bytes = png_get_rowbytes(png, info);
-        std::vector<std::uint8_t> bytes;
-        if (passes == 1) {
-            // Row by row: from a pipe, memory grows with the rows that arrive.
-            if (in.size) bytes.reserve(row_bytes * std::size_t(h));
-            for (std::size_t y = 0; y < h; ++y) {
-                bytes.resize(row_bytes * (y + 1));
-                png_read_row(png, bytes.data() + row_bytes * y, nullptr);
+        // Straight into the image's samples, in the machine's byte order.
+        auto read_rows = [&](auto& samples) {
+            const std::size_t row_samples = row_bytes / sizeof(samples[0]);
+            auto row = [&](std::size_t y) { return reinterpret_cast<png_bytep>(samples.data() + row_samples * y); };
+            if (passes == 1) {
+                // Row by row: from a pipe, memory grows with the rows that arrive.
+                if (in.size) samples.reserve(row_samples * std::size_t(h));
+                for (std::size_t y = 0; y < h; ++y) {
+                    samples.resize(row_samples * (y + 1));
+                    png_read_row(png, row(y), nullptr);
+                }
+            } else {
+                samples.resize(row_samples * std::size_t(h));
+                std::vector<png_bytep> rows(static_cast<std::size_t>(h));
+                for (std::size_t y = 0; y < h; ++y) rows[y] = row(y);
+                png_read_image(png, rows.data());
             }
-        } else {
-            bytes.resize(row_bytes * std::size_t(h));
-            std::vector<png_bytep> rows(static_cast<std::size_t>(h));
-            for (std::size_t y = 0; y < h; ++y) rows[y] = bytes.data() + row_bytes * y;
-            png_read_image(png, rows.data());
-        }
-        if (wide) {
-            // PNG stores 16-bit samples most significant byte first.
-            image.wide.resize(bytes.size() / 2);
-            for (std::size_t i = 0; i < image.wide.size(); ++i)
-                image.wide[i] = std::uint16_t(bytes[2 * i] << 8 | bytes[2 * i + 1]);
-        } else {
-            image.pixels = std::move(bytes);
-        }
+        };
+        if (wide) read_rows(image.wide);
+        else read_rows(image.pixels);
     } catch (...) {
         png_destroy_read_struct(&png, &info, nullptr);
         throw;
@@ -277,21 +304,59 @@ Image read_png(Source& in, bool keep_16, const ReadLimits& limits) {
     return image;
 }
 
-std::size_t sample_count(const Image& image) {
-    return std::size_t(image.width) * std::size_t(image.height) * std::size_t(image.channels);
+std::string shown(const std::string& path) { return path == "-" ? "standard output" : path; }
+
+// An image to write, a row at a time: fill(y, out) puts row y (the top row first) in
+// `out` as width x channels samples, R, G, B(, A) or grey.
+struct Rows {
+    int width = 0, height = 0, channels = 0, depth = 8;
+    unsigned maxval = 255;  // the samples' range: the depth's full range or less
+    std::function<void(std::size_t y, std::uint16_t* out)> fill;
+    std::size_t samples() const { return std::size_t(width) * std::size_t(channels); }
+};
+
+unsigned full_range(int depth) { return depth == 16 ? 65535 : 255; }
+unsigned range_of(int depth, int maxval) {
+    return maxval > 0 && unsigned(maxval) < full_range(depth) ? unsigned(maxval) : full_range(depth);
 }
 
-void check_image(const std::string& path, const Image& image) {
-    if (path == "-") return check_image("standard output", image);
-    if (image.width <= 0 || image.height <= 0) fail(path, "cannot write an empty image");
-    if (image.depth != 8 && image.depth != 16) fail(path, "cannot write " + std::to_string(image.depth) + "-bit samples");
+Rows rows_of(const std::string& path, const Image& image) {
+    if (image.width <= 0 || image.height <= 0) fail(shown(path), "cannot write an empty image");
+    if (image.depth != 8 && image.depth != 16) fail(shown(path), "cannot write " + std::to_string(image.depth) + "-bit samples");
+    const std::size_t row = std::size_t(image.width) * std::size_t(image.channels);
     const std::size_t have = image.depth == 8 ? image.pixels.size() : image.wide.size();
-    if (have < sample_count(image)) fail(path, "image data is shorter than its size");
+    if (have < row * std::size_t(image.height)) fail(shown(path), "image data is shorter than its size");
+    return {image.width, image.height, image.channels, image.depth, range_of(image.depth, image.maxval),
+            [&image, row](std::size_t y, std::uint16_t* out) {
+                if (image.depth == 8) std::copy_n(image.pixels.data() + row * y, row, out);
+                else std::copy_n(image.wide.data() + row * y, row, out);
+            }};
 }
 
-unsigned full_range(const Image& image) { return image.depth == 16 ? 65535 : 255; }
-unsigned maxval_of(const Image& image) {
-    return image.maxval > 0 && unsigned(image.maxval) < full_range(image) ? unsigned(image.maxval) : full_range(image);
+Rows rows_of(const std::string& path, const BufferView& b) {
+    if (b.width <= 0 || b.height <= 0) fail(shown(path), "cannot write an empty image");
+    if (b.elements != 1 && b.elements != 3 && b.elements != 4) fail(shown(path), "a buffer has 1, 3 or 4 elements per pixel");
+    if (!b.bytes == !b.wide) fail(shown(path), "the buffer needs either 8-bit or 16-bit elements");
+    const int depth = b.wide ? 16 : 8;
+    const int channels = b.elements == 1 ? 1 : b.elements == 4 && b.keep_fourth ? 4 : 3;
+    return {b.width, b.height, channels, depth, range_of(depth, b.maxval), [b, channels](std::size_t y, std::uint16_t* out) {
+                const std::size_t row = b.bottom_up ? std::size_t(b.height) - 1 - y : y;
+                const std::size_t pixels = std::size_t(b.width), at = row * pixels * std::size_t(b.elements);
+                auto convert = [&](const auto* in) {
+                    if (channels == 1) {
+                        std::copy_n(in, pixels, out);
+                        return;
+                    }
+                    for (std::size_t x = 0; x < pixels; ++x, in += b.elements, out += channels) {
+                        out[0] = in[2];  // B, G, R to R, G, B
+                        out[1] = in[1];
+                        out[2] = in[0];
+                        if (channels == 4) out[3] = in[3];
+                    }
+                };
+                if (b.wide) convert(b.wide + at);
+                else convert(b.bytes + at);
+            }};
 }
 
 // Temporary files being written, removed by the signal handler. Written only while the
@@ -374,10 +439,19 @@ AtomicFile::AtomicFile(const std::string& path) : path_(path) {
             slot_ = i;
         }
     }
-    // mkstemp makes the file private; give it the permissions a new file gets.
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    ::fchmod(fd, 0666 & ~mask);
+    // mkstemp makes the file private. A file it replaces keeps its permissions (a
+    // private file stays private, a read-only one read-only); a new file gets the
+    // permissions a new file gets.
+    struct stat old{};
+    mode_t mode = 0;
+    if (::lstat(path.c_str(), &old) == 0 && S_ISREG(old.st_mode)) {
+        mode = old.st_mode & 0777;
+    } else {
+        const mode_t mask = ::umask(0);
+        ::umask(mask);
+        mode = 0666 & ~mask;
+    }
+    ::fchmod(fd, mode);
     file_ = ::fdopen(fd, "wb");
     if (!file_) {
         ::close(fd);
@@ -442,24 +516,18 @@ Image read_raw(std::FILE* file, const std::string& name, int width, int height, 
     if (width <= 0 || height <= 0) fail(name, "a raw frame needs a positive --width and --height");
     if (depth != 8 && depth != 16) fail(name, "unsupported depth " + std::to_string(depth) + " (8 or 16)");
     check_pixels(in, "--width and --height ask for", std::uint64_t(width), std::uint64_t(height), limits);
-    if (limits.accept) limits.accept(width, height, depth);
-    const std::uint64_t samples = std::uint64_t(width) * std::uint64_t(height);
-    const std::uint64_t need = samples * std::uint64_t(depth / 8);
+    if (limits.accept) limits.accept(width, height, depth, 1);
+    const std::uint64_t need = std::uint64_t(width) * std::uint64_t(height) * std::uint64_t(depth / 8);
     const std::string declared = "a " + dims(width, height) + " " + std::to_string(depth) + "-bit frame is " +
                                  std::to_string(need) + " bytes, the ";
     const std::string holder = in.size ? "file has " : "input has ";
     if (const auto left = in.left(); left && *left != need)
         fail(name, (*left < need ? "truncated: " : "wrong size: ") + declared + holder + std::to_string(*left));
-    std::vector<std::uint8_t> bytes = read_bytes(in, need);
-    if (bytes.size() < need) fail(name, "truncated: " + declared + holder + std::to_string(bytes.size()));
-    if (std::fgetc(file) != EOF) fail(name, "wrong size: " + declared + holder + "more");
     Image image{width, height, 1, depth, {}, {}, 0};
-    if (depth == 8) {
-        image.pixels = std::move(bytes);
-    } else {
-        image.wide.resize(samples);
-        for (std::size_t i = 0; i < samples; ++i) image.wide[i] = std::uint16_t(bytes[2 * i] | bytes[2 * i + 1] << 8);
-    }
+    const std::uint64_t got = depth == 8 ? read_into(in, image.pixels, need) : read_into(in, image.wide, need);
+    if (got < need) fail(name, "truncated: " + declared + holder + std::to_string(got));
+    if (std::fgetc(file) != EOF) fail(name, "wrong size: " + declared + holder + "more");
+    to_native(image.wide, std::endian::little);
     return image;
 }
 
@@ -469,8 +537,9 @@ Image read_raw(const std::string& path, int width, int height, int depth, const 
     return read_raw(file, input_name(path), width, height, depth, limits);
 }
 
-void write_png(const std::string& path, const Image& image) {
-    check_image(path, image);
+namespace {
+
+void write_png_rows(const std::string& path, const Rows& image) {
     AtomicFile out(path);
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, const_cast<char*>(path.c_str()), png_write_fail, png_write_warn);
     png_infop info = png_create_info_struct(png);
@@ -483,24 +552,21 @@ void write_png(const std::string& path, const Image& image) {
                      PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
         // Samples of a smaller range are scaled to the full one, and sBIT keeps how many
         // bits are significant.
-        const unsigned full = full_range(image), maxval = maxval_of(image);
+        const unsigned full = full_range(image.depth), maxval = image.maxval;
         if (maxval != full) {
             const auto bits = png_byte(std::bit_width(maxval));
             png_color_8 sig{bits, bits, bits, bits, bits};
             png_set_sBIT(png, info, &sig);
         }
         png_write_info(png, info);
-        const std::size_t row_samples = std::size_t(image.width) * std::size_t(image.channels);
-        std::vector<std::uint8_t> row(row_samples * std::size_t(image.depth / 8));
+        const std::size_t n = image.samples();
+        std::vector<std::uint16_t> samples(n);
+        std::vector<std::uint8_t> row(n * std::size_t(image.depth / 8));
         for (std::size_t y = 0; y < std::size_t(image.height); ++y) {
-            if (image.depth == 8 && maxval == full) {
-                png_write_row(png, const_cast<png_bytep>(image.pixels.data() + row_samples * y));
-                continue;
-            }
-            for (std::size_t i = 0; i < row_samples; ++i) {
-                const std::size_t at = row_samples * y + i;
-                unsigned v = std::min<unsigned>(image.depth == 8 ? image.pixels[at] : image.wide[at], maxval);
-                v = (v * full + maxval / 2) / maxval;
+            image.fill(y, samples.data());
+            for (std::size_t i = 0; i < n; ++i) {
+                unsigned v = std::min<unsigned>(samples[i], maxval);
+                if (maxval != full) v = (v * full + maxval / 2) / maxval;
                 if (image.depth == 8) {
                     row[i] = std::uint8_t(v);
                 } else {  // most significant byte first
@@ -519,33 +585,52 @@ void write_png(const std::string& path, const Image& image) {
     out.commit();
 }
 
-void write_pnm(const std::string& path, const Image& image) {
-    check_image(path, image);
+void write_pnm_rows(const std::string& path, const Rows& image) {
     if (image.channels != 1 && image.channels != 3)
-        fail(path == "-" ? "standard output" : path, image.channels == 4 ? "PPM has no fourth channel: use --format bgr or a .png or .bmp file"
-                                       : "PGM/PPM take 1 or 3 channels");
+        fail(shown(path), image.channels == 4 ? "PPM has no fourth channel: use --format bgr or a .png or .bmp file"
+                                              : "PGM/PPM take 1 or 3 channels");
     const std::string ext = extension(path);
     if (ext == "pgm" && image.channels != 1) fail(path, "a PGM file holds grey images: use .ppm for colour");
     if (ext == "ppm" && image.channels != 3) fail(path, "a PPM file holds colour images: use .pgm for grey");
     AtomicFile out(path);
-    const unsigned maxval = maxval_of(image);
+    const unsigned maxval = image.maxval;
     const std::string header = std::string(image.channels == 1 ? "P5" : "P6") + "\n" + std::to_string(image.width) +
                                " " + std::to_string(image.height) + "\n" + std::to_string(maxval) + "\n";
     out.write(header.data(), header.size());
-    if (image.depth == 8 && maxval == 255) {
-        out.write(image.pixels.data(), sample_count(image));
-    } else {
-        std::vector<std::uint8_t> bytes;
-        bytes.reserve(sample_count(image) * std::size_t(image.depth / 8));
-        for (std::size_t i = 0; i < sample_count(image); ++i) {
-            const unsigned v = std::min<unsigned>(image.depth == 8 ? image.pixels[i] : image.wide[i], maxval);
-            if (maxval > 255) bytes.push_back(std::uint8_t(v >> 8));
-            bytes.push_back(std::uint8_t(v));
+    const std::size_t n = image.samples();
+    std::vector<std::uint16_t> samples(n);
+    std::vector<std::uint8_t> row;
+    row.reserve(n * (maxval > 255 ? 2 : 1));
+    for (std::size_t y = 0; y < std::size_t(image.height); ++y) {
+        image.fill(y, samples.data());
+        row.clear();
+        for (std::size_t i = 0; i < n; ++i) {
+            const unsigned v = std::min<unsigned>(samples[i], maxval);
+            if (maxval > 255) row.push_back(std::uint8_t(v >> 8));
+            row.push_back(std::uint8_t(v));
         }
-        out.write(bytes.data(), bytes.size());
+        out.write(row.data(), row.size());
     }
     out.commit();
 }
+
+void write_rows(const std::string& path, const Rows& image) {
+    const std::string ext = extension(path);
+    if (ext == "png") return write_png_rows(path, image);
+    if (ext == "pgm" || ext == "ppm" || ext == "pnm" || path == "-") return write_pnm_rows(path, image);
+    std::error_code ec;
+    if (std::filesystem::is_directory(path, ec)) fail(path, "is a directory");
+    fail(path, "unknown image type (use .png, .pgm or .ppm)");
+}
+
+}  // namespace
+
+void write_png(const std::string& path, const Image& image) { write_png_rows(path, rows_of(path, image)); }
+void write_png(const std::string& path, const BufferView& buffer) { write_png_rows(path, rows_of(path, buffer)); }
+void write_pnm(const std::string& path, const Image& image) { write_pnm_rows(path, rows_of(path, image)); }
+void write_pnm(const std::string& path, const BufferView& buffer) { write_pnm_rows(path, rows_of(path, buffer)); }
+void write_image(const std::string& path, const Image& image) { write_rows(path, rows_of(path, image)); }
+void write_image(const std::string& path, const BufferView& buffer) { write_rows(path, rows_of(path, buffer)); }
 
 void write_bmp(const std::string& path, const std::uint8_t* rows, int width, int height, int bytes_per_pixel,
                bool bottom_up) {
@@ -596,35 +681,12 @@ void write_bmp(const std::string& path, const std::uint8_t* rows, int width, int
     out.commit();
 }
 
-void write_image(const std::string& path, const Image& image) {
-    const std::string ext = extension(path);
-    if (ext == "png") return write_png(path, image);
-    if (ext == "pgm" || ext == "ppm" || ext == "pnm" || path == "-") return write_pnm(path, image);
-    std::error_code ec;
-    if (std::filesystem::is_directory(path, ec)) fail(path, "is a directory");
-    fail(path, "unknown image type (use .png, .pgm or .ppm)");
-}
-
 Image from_bgr(const std::uint8_t* bgr, int width, int height, int stride, bool keep_fourth) {
     const int channels = keep_fourth && stride >= 4 ? 4 : 3;
     Image image{width, height, channels, 8, std::vector<std::uint8_t>(std::size_t(width) * std::size_t(height) * std::size_t(channels)), {}, 0};
     for (std::size_t p = 0; p < std::size_t(width) * std::size_t(height); ++p) {
         const std::uint8_t* px = bgr + p * std::size_t(stride);
         std::uint8_t* out = &image.pixels[p * std::size_t(channels)];
-        out[0] = px[2];
-        out[1] = px[1];
-        out[2] = px[0];
-        if (channels == 4) out[3] = px[3];
-    }
-    return image;
-}
-
-Image from_bgr16(const std::uint16_t* bgr, int width, int height, int stride, bool keep_fourth) {
-    const int channels = keep_fourth && stride >= 4 ? 4 : 3;
-    Image image{width, height, channels, 16, {}, std::vector<std::uint16_t>(std::size_t(width) * std::size_t(height) * std::size_t(channels)), 0};
-    for (std::size_t p = 0; p < std::size_t(width) * std::size_t(height); ++p) {
-        const std::uint16_t* px = bgr + p * std::size_t(stride);
-        std::uint16_t* out = &image.wide[p * std::size_t(channels)];
         out[0] = px[2];
         out[1] = px[1];
         out[2] = px[0];

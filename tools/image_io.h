@@ -8,7 +8,8 @@
 // AtomicFile: the data lands in a temporary file in the destination's directory and is
 // renamed over the destination only once it is complete, so a failed write never leaves
 // a partial file behind. The path "-" is standard input for the readers and standard
-// output for write_image (PGM or PPM).
+// output for write_image (PGM or PPM). An existing destination keeps its permission bits
+// (a read-only file stays read-only); callers decide beforehand whether to replace it.
 #pragma once
 
 #include <cstdint>
@@ -37,9 +38,9 @@ struct Image {
 struct ReadLimits {
     static constexpr std::uint64_t kDefaultMaxPixels = 256'000'000;
     std::uint64_t max_pixels = kDefaultMaxPixels;  // width x height
-    // Called with the declared width, height and depth once the header is read, before
-    // the samples are; it may throw to refuse the frame.
-    std::function<void(int width, int height, int depth)> accept;
+    // Called with the declared width, height, depth (as it will be returned) and channels
+    // once the header is read, before the samples are; it may throw to refuse the frame.
+    std::function<void(int width, int height, int depth, int channels)> accept;
 };
 
 // A file written under a temporary name in the destination's directory and renamed
@@ -93,12 +94,31 @@ void write_bmp(const std::string& path, const std::uint8_t* rows, int width, int
 // By extension: .png, .pgm, .ppm, .pnm; "-" writes PGM or PPM to standard output.
 void write_image(const std::string& path, const Image& image);
 
+// An interface output buffer as the library leaves it: height rows of width pixels of
+// `elements` elements each (1: grey; 3: B, G, R; 4: B, G, R and a fourth), 8-bit in
+// `bytes` or 16-bit in `wide`, the top row first or, with bottom_up, last. maxval as in
+// Image. The writers below turn it into the file's upright R, G, B(, A) or grey rows one
+// row at a time, so no second copy of the image is made.
+struct BufferView {
+    const std::uint8_t* bytes = nullptr;
+    const std::uint16_t* wide = nullptr;
+    int width = 0;
+    int height = 0;
+    int elements = 3;
+    bool bottom_up = false;
+    bool keep_fourth = false;  // the fourth element as alpha; else it is left out
+    int maxval = 0;
+};
+
+void write_png(const std::string& path, const BufferView& buffer);
+void write_pnm(const std::string& path, const BufferView& buffer);
+void write_image(const std::string& path, const BufferView& buffer);
+
 // File name extension in lower case, without the dot ("" if none).
 std::string extension(const std::string& path);
 
 // B, G, R (and a fourth element) as the library writes them, to an R, G, B image;
 // with keep_fourth the fourth element becomes alpha.
 Image from_bgr(const std::uint8_t* bgr, int width, int height, int stride, bool keep_fourth = false);
-Image from_bgr16(const std::uint16_t* bgr, int width, int height, int stride, bool keep_fourth = false);
 
 }  // namespace qzrcfa::tools

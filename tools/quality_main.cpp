@@ -5,6 +5,8 @@
 //
 //   qzrcfa-quality [--pattern RGGB|BGGR|GRBG|GBRG|all] [--border N] [--flip] [--markdown] IMAGE...
 #include <algorithm>
+#include <cerrno>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -23,11 +25,15 @@ namespace {
 using namespace qzrcfa::tools;
 
 const char kUsage[] =
-    "usage: qzrcfa-quality [--pattern RGGB|BGGR|GRBG|GBRG|all] [--border N] [--flip] [--depth 8|16] [--markdown] IMAGE...\n"
+    "usage: qzrcfa-quality [--pattern RGGB|BGGR|GRBG|GBRG|all] [--border N] [--flip] [--depth 8|16] [--markdown]\n"
+    "                      [--max-megapixels N] IMAGE...\n"
     "Mosaics each full-colour IMAGE (PNG, PPM) with the pattern (default RGGB; 'all' averages the four),\n"
     "demosaics it with every method (bitCount 24; --flip: the bottom-up members) and prints the colour\n"
     "PSNR in dB against the original, leaving out BORDER pixels on every side (default 4). --depth 16\n"
-    "mosaics the samples times 257 and measures on the 16-bit scale (methods that take 16-bit frames).\n";
+    "mosaics the samples times 257 and measures on the 16-bit scale (methods that take 16-bit frames).\n"
+    "--max-megapixels N: refuse images of more than N million pixels (default 256) before reading their\n"
+    "samples. An image too large for a method, or too small for every one, is refused from its header too.\n"
+    "--option=value is the same as --option value.\n";
 
 struct MethodRow {
     const char* label;
@@ -43,9 +49,10 @@ constexpr MethodRow kMethods[] = {
 
 // PSNR on the 16-bit scale of a method given the mosaic with every sample times 257
 // (the 16-bit frame a sensor with the photograph's values would give): against the
-// photograph times 257, peak 65535. NaN when the method takes no 16-bit frames.
+// photograph times 257, peak 65535. NaN when the method takes no 16-bit frames or none
+// of this size.
 double measure16(const Image& rgb, const std::vector<std::uint8_t>& raw8, qzrcfa::Options o, int border) {
-    if (qzrcfa::minimum_size(o, 16).width == 0) return std::nan("");
+    if (qzrcfa::output_elements(rgb.width, rgb.height, o, 16) == 0) return std::nan("");
     std::vector<std::uint16_t> raw(raw8.begin(), raw8.end());
     for (std::uint16_t& v : raw) v = std::uint16_t(v * 257);
     std::vector<std::uint16_t> bgr(qzrcfa::output_elements(rgb.width, rgb.height, o, 16));
@@ -68,9 +75,9 @@ double measure16(const Image& rgb, const std::vector<std::uint8_t>& raw8, qzrcfa
 }
 
 // PSNR of one method on one photograph and pattern; NaN when the method has no
-// export for the pattern and row order.
+// export for the pattern and row order, or none that takes this size.
 double measure(const Image& rgb, const std::vector<std::uint8_t>& raw, qzrcfa::Options o, int border) {
-    if (qzrcfa::minimum_size(o).width == 0) return std::nan("");
+    if (qzrcfa::output_elements(rgb.width, rgb.height, o) == 0) return std::nan("");
     std::vector<std::uint8_t> bgr(qzrcfa::output_elements(rgb.width, rgb.height, o));
     const qzrcfa::Result r = qzrcfa::demosaic(qzrcfa::RawFrame(std::span(raw), rgb.width, rgb.height),
                                               qzrcfa::OutputImage(bgr.data(), bgr.size()), o);
@@ -95,9 +102,61 @@ std::string cell(double v) {
     return buf;
 }
 
+// Refuses, from the declared size alone, an image that a method is too large for (the
+// library's reason), or one too small for every method: a method too small for it only
+// gets a dash in the table.
+void check_measurable(int width, int height, const std::vector<std::string>& patterns, bool flip, int depth, int border) {
+    int min_width = INT_MAX, min_height = INT_MAX;
+    bool measurable = false;
+    const bool inside = width > 2 * border && height > 2 * border;
+    for (const MethodRow& row : kMethods) {
+        for (const qzrcfa::Pattern pattern : {qzrcfa::Pattern::RGGB, qzrcfa::Pattern::BGGR, qzrcfa::Pattern::GRBG, qzrcfa::Pattern::GBRG}) {
+            if (std::find(patterns.begin(), patterns.end(), qzrcfa::to_string(pattern)) == patterns.end()) continue;
+            qzrcfa::Options o;
+            o.method = row.method;
+            o.pattern = pattern;
+            o.order = flip ? qzrcfa::RowOrder::BottomUp : qzrcfa::RowOrder::TopDown;
+            const qzrcfa::Size min = qzrcfa::minimum_size(o, depth);
+            if (min.width == 0) continue;  // no export
+            min_width = std::min(min_width, min.width);
+            min_height = std::min(min_height, min.height);
+            if (qzrcfa::output_elements(width, height, o, depth) != 0) {
+                measurable |= inside;
+            } else if (width >= min.width && height >= min.height && height >= 3) {  // not small: too large
+                const qzrcfa::Result r = depth == 16
+                    ? qzrcfa::check(qzrcfa::RawFrame(static_cast<const std::uint16_t*>(nullptr), 0, width, height), qzrcfa::OutputImage(static_cast<std::uint16_t*>(nullptr), 0), o)
+                    : qzrcfa::check(qzrcfa::RawFrame(static_cast<const std::uint8_t*>(nullptr), 0, width, height), qzrcfa::OutputImage(static_cast<std::uint8_t*>(nullptr), 0), o);
+                throw std::runtime_error(r.message());
+            }
+        }
+    }
+    if (measurable || min_width == INT_MAX) return;  // (no method at all: the table says so)
+    throw std::runtime_error(std::to_string(width) + "x" + std::to_string(height) + " is too small: the smallest image it measures with --border " +
+                             std::to_string(border) + " is " + std::to_string(std::max(min_width, 2 * border + 1)) + "x" +
+                             std::to_string(std::max(min_height, 2 * border + 1)));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    // --option=value is --option value, for the options that take one.
+    std::vector<std::string> words;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        const std::string name = arg.substr(0, arg.find('='));
+        if (name.size() < arg.size() && (name == "--pattern" || name == "--border" || name == "--depth" || name == "--max-megapixels")) {
+            words.push_back(name);
+            words.push_back(arg.substr(name.size() + 1));
+        } else {
+            words.push_back(arg);
+        }
+    }
+    std::vector<char*> args{argv[0]};
+    for (std::string& w : words) args.push_back(w.data());
+    argc = int(args.size());
+    argv = args.data();
+
+    ReadLimits limits;
     std::vector<std::string> paths;
     std::vector<std::string> patterns = {"RGGB"};
     int border = 4;
@@ -134,6 +193,16 @@ int main(int argc, char** argv) {
             sixteen = v == "16";
         } else if (arg == "--markdown") {
             markdown = true;
+        } else if (arg == "--max-megapixels" && i + 1 < argc) {
+            const std::string v = argv[++i];
+            char* end = nullptr;
+            errno = 0;
+            const long n = std::strtol(v.c_str(), &end, 10);
+            if (v.empty() || *end != '\0' || errno != 0 || n < 1 || n > 100000) {
+                std::fprintf(stderr, "qzrcfa-quality: --max-megapixels takes a whole number from 1 to 100000, not '%s'\n", v.c_str());
+                return 2;
+            }
+            limits.max_pixels = std::uint64_t(n) * 1'000'000;
         } else if (!arg.empty() && arg[0] == '-') {
             std::fprintf(stderr, "qzrcfa-quality: unknown option '%s'\n%s", arg.c_str(), kUsage);
             return 2;
@@ -149,10 +218,14 @@ int main(int argc, char** argv) {
     // psnr[method][image]
     std::vector<std::vector<double>> psnr(std::size(kMethods), std::vector<double>(paths.size()));
     std::vector<std::string> names;
+    // Nothing is decoded for an image that cannot be measured.
+    limits.accept = [&](int width, int height, int, int channels) {
+        if (channels < 3) throw std::runtime_error("not a colour image");
+        check_measurable(width, height, patterns, flip, sixteen ? 16 : 8, border);
+    };
     for (std::size_t i = 0; i < paths.size(); ++i) {
         try {
-            const Image rgb = read_image(paths[i]);
-            if (rgb.channels < 3) throw std::runtime_error(paths[i] + ": not a colour image");
+            const Image rgb = read_image(paths[i], false, limits);
             names.push_back(std::filesystem::path(paths[i]).stem().string());
             for (std::size_t m = 0; m < std::size(kMethods); ++m) {
                 double sum = 0;
@@ -175,7 +248,10 @@ int main(int argc, char** argv) {
                 psnr[m][i] = n ? sum / n : std::nan("");
             }
         } catch (const std::exception& e) {
-            std::fprintf(stderr, "qzrcfa-quality: %s\n", e.what());
+            // Every message names the file; the library's refusals do not.
+            std::string message = e.what();
+            if (message.rfind(paths[i], 0) != 0) message = paths[i] + ": " + message;
+            std::fprintf(stderr, "qzrcfa-quality: %s\n", message.c_str());
             return 1;
         }
     }

@@ -20,8 +20,9 @@ using qzrcfa::tools::ReadLimits;
 ReadLimits limits() {
     ReadLimits l;
     l.max_pixels = 1 << 20;
-    l.accept = [](int width, int height, int depth) {
-        if (width <= 0 || height <= 0 || std::uint64_t(width) * std::uint64_t(height) > (1u << 20) || (depth != 8 && depth != 16))
+    l.accept = [](int width, int height, int depth, int channels) {
+        if (width <= 0 || height <= 0 || std::uint64_t(width) * std::uint64_t(height) > (1u << 20) || (depth != 8 && depth != 16) ||
+            channels < 1 || channels > 4)
             __builtin_trap();
     };
     return l;

@@ -6,6 +6,7 @@
 // exports.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zlib.h>
@@ -78,15 +79,19 @@ std::string chunk(const std::string& type, const std::string& data) {
     return be32(std::uint32_t(data.size())) + body + be32(std::uint32_t(crc32(0, reinterpret_cast<const Bytef*>(body.data()), uInt(body.size()))));
 }
 
-std::string png(std::uint32_t w, std::uint32_t h, int depth, const std::string& rows) {
+std::string deflated(const std::string& bytes) {
+    std::string out(compressBound(uLong(bytes.size())), '\0');
+    uLongf size = uLongf(out.size());
+    compress(reinterpret_cast<Bytef*>(out.data()), &size, reinterpret_cast<const Bytef*>(bytes.data()), uLong(bytes.size()));
+    return out.substr(0, size);
+}
+
+// colour: PNG colour type (0 grey, 2 RGB); `extra`: chunks between IHDR and IDAT.
+std::string png(std::uint32_t w, std::uint32_t h, int depth, const std::string& rows, char colour = 0, const std::string& extra = "") {
     std::string ihdr;
     for (std::uint32_t v : {w, h}) ihdr += {char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
-    ihdr += {char(depth), 0, 0, 0, 0};
-    std::string idat(compressBound(uLong(rows.size())), '\0');
-    uLongf size = uLongf(idat.size());
-    compress(reinterpret_cast<Bytef*>(idat.data()), &size, reinterpret_cast<const Bytef*>(rows.data()), uLong(rows.size()));
-    idat.resize(size);
-    return "\x89PNG\r\n\x1a\n" + chunk("IHDR", ihdr) + chunk("IDAT", idat) + chunk("IEND", "");
+    ihdr += {char(depth), colour, 0, 0, 0};
+    return "\x89PNG\r\n\x1a\n" + chunk("IHDR", ihdr) + extra + chunk("IDAT", deflated(rows)) + chunk("IEND", "");
 }
 
 struct Outcome {
@@ -94,11 +99,18 @@ struct Outcome {
     std::string out, err;
 };
 
-// Every file under a directory, with its contents.
-std::map<std::string, std::string> snapshot(const fs::path& dir) {
+// Every file under a directory, with its contents; with `kinds`, also its permissions,
+// and a link or a special file as what it is.
+std::map<std::string, std::string> snapshot(const fs::path& dir, bool kinds = false) {
     std::map<std::string, std::string> files;
-    for (const auto& e : fs::recursive_directory_iterator(dir))
-        files[fs::relative(e.path(), dir).string()] = e.is_directory() ? "(directory)" : slurp(e.path());
+    for (const auto& e : fs::recursive_directory_iterator(dir)) {
+        std::string& f = files[e.path().lexically_relative(dir).string()];
+        if (kinds && e.is_symlink()) f = "link to " + fs::read_symlink(e.path()).string();
+        else if (e.is_directory()) f = "(directory)";
+        else if (kinds && !e.is_regular_file()) f = "(special)";
+        else f = slurp(e.path());
+        if (kinds && !e.is_symlink()) f += " mode " + std::to_string(unsigned(e.status().permissions()));
+    }
     return files;
 }
 
@@ -154,6 +166,37 @@ Setup writes(const std::string& name, const std::string& bytes) {
 }
 const Setup good = writes("f.pgm", pgm8(16, 12, frame8(16, 12, 8)));
 const std::string k16k = "P5 15000 15000 255\n";  // 225 MB of samples declared
+// An output already there, with a mode or as a link to the file keep.png.
+Setup existing(const char* name, fs::perms mode) {
+    return [=](const fs::path& d) {
+        good(d);
+        spit(d / name, "old");
+        fs::permissions(d / name, mode);
+    };
+}
+Setup linked(const char* name, const char* to) {
+    return [=](const fs::path& d) {
+        good(d);
+        spit(d / "keep.png", "precious");
+        fs::create_directories((d / name).parent_path());
+        fs::create_symlink(to, d / name);
+    };
+}
+const Setup link_out = linked("o.png", "keep.png");
+// Headers of 12000x12000 (432 MB as RGB) with noise enough for deflate to hold them.
+std::string noise(std::size_t n) {
+    const auto v = frame8(int(n), 1, 11);
+    return {v.begin(), v.end()};
+}
+const Setup rgb12k = writes("b.png", png(12000, 12000, 8, noise(430'000), 2));
+const Setup grey12k = writes("b.png", png(12000, 12000, 8, noise(150'000)));
+// 30 zTXt chunks of 7 MB of text each, before a 3000x3000 frame.
+const Setup ztxt = [](const fs::path& d) {
+    const std::string text = chunk("zTXt", std::string("Comment\0\0", 9) + deflated(std::string(7'000'000, 'x')));
+    std::string texts;
+    for (int i = 0; i < 30; ++i) texts += text;
+    spit(d / "t.png", png(3000, 3000, 8, std::string(3001 * 3000, '\0'), 0, texts));
+};
 
 // A call, what is set up for it, its exit status, a fragment of its one line on
 // standard error ("" for none), and the files it must create (space separated);
@@ -220,7 +263,7 @@ const Case kCases[] = {
     {"16-bit frame to BMP", writes("f.pgm", pgm16(16, 12, frame16(16, 12, 2))), "$T -m nearest -o o.bmp f.pgm", 1, "BMP holds 8-bit samples"},
     {"bgra to PPM", good, "$T -m nearest -f bgra -o o.ppm f.pgm", 1, "fourth channel"},
     {"colour to PGM", good, "$T -m nearest -o o.pgm f.pgm", 1, "use .ppm"},
-    {"unknown output type", good, "$T -m nearest -o o.jpg f.pgm", 1, "unknown image type"},
+    {"unknown output type", good, "$T -m nearest -o o.jpg f.pgm", 2, "o.jpg: unknown extension .jpg; the extension gives the file type"},
     {"output in a missing directory", good, "$T -m nearest -o nowhere/o.png f.pgm", 1, "cannot create"},
     {"one bad input among three",
      [](const fs::path& d) {
@@ -260,7 +303,37 @@ const Case kCases[] = {
     {"bad --max-megapixels", good, "$T --max-megapixels 0 -o o.png f.pgm", 2, "--max-megapixels takes"},
     {"option without its value", good, "$T f.pgm -o", 2, "-o needs a value"},
     {"no output named", good, "$T f.pgm", 2, "-o FILE or -d DIRECTORY"},
-    {"-o with --all", good, "$T --all -o o.png f.pgm", 2, "-d DIRECTORY"},
+    {"-o with --all", good, "$T --all -o o.png f.pgm", 2, "--all writes a file per method and a montage: name a directory with -d"},
+    {"--option=value", good, "$T --threads=3 --method=nearest --output=o.png f.pgm", 0, "", "o.png"},
+    {"--flag=value", good, "$T --flip=1 -o o.png f.pgm", 2, "--flip takes no value"},
+    {"PGM comments glued to numbers", writes("f.pgm", "P5\n16#w\n12 # h\n255#maxval\n" + std::string(192, 'x')), "$T -m nearest -o o.png f.pgm", 0, "", "o.png"},
+    // Outputs checked before any input is read (missing.pgm is never opened) and left alone.
+    {"-o without an image type", good, "$T -o /dev/null missing.pgm", 2, "/dev/null: no extension; the extension gives the file type: .png, .ppm, .pgm or .bmp"},
+    {"-o onto a pipe", [](const fs::path& d) { good(d); ::mkfifo((d / "o.png").c_str(), 0644); }, "$T --force -o o.png missing.pgm", 2,
+     "o.png is not a regular file"},
+    {"-d naming a file", good, "$T -d f.pgm f.pgm", 2, "f.pgm is not a directory"},
+    {"-d -", good, "$T -d - f.pgm", 2, "-d takes a directory, not -"},
+    {"output a symbolic link", link_out, "$T -m nearest -o o.png f.pgm", 2, "o.png is a symbolic link to keep.png; --force"},
+    {"... in -d", linked("out/f.png", "../keep.png"), "$T -m nearest -d out f.pgm", 2, "out/f.png is a symbolic link to ../keep.png"},
+    {"... --force replaces the link alone", link_out, "$T --force -m nearest -o o.png f.pgm", 0, "", "o.png"},
+    {"output read-only", existing("o.png", fs::perms::owner_read | fs::perms::group_read), "$T -m nearest -o o.png f.pgm", 2,
+     "o.png is read-only; --force replaces it"},
+    {"... --force replaces it, still read-only", existing("o.png", fs::perms::owner_read | fs::perms::group_read),
+     "$T --force -m nearest -o o.png f.pgm && stat -c %a o.png | grep -qx 440", 0, "", "o.png"},
+    {"a replaced file keeps its mode", existing("o.ppm", fs::perms::owner_read | fs::perms::owner_write),
+     "$T -m nearest -o o.ppm f.pgm && stat -c %a o.ppm | grep -qx 600", 0, "", "o.ppm"},
+    // Decompression bombs.
+    {"colour PNG as a raw frame, from its header", rgb12k, "$T -o o.png b.png", 1, "b.png: has 3 channels"},
+    {"210 MB of zTXt skipped", ztxt, "$T -m nearest -f gray -o o.png t.png", 0, "", "o.png"},
+    // The quality tool.
+    {"quality: too large, from the header", rgb12k, "$Q b.png", 1, "b.png: frame size 12000x12000 is too large"},
+    {"quality: grey, from the header", grey12k, "$Q b.png", 1, "b.png: not a colour image"},
+    {"quality: --max-megapixels", rgb12k, "$Q --depth 16 --max-megapixels=100 b.png", 1,
+     "b.png: IHDR declares 12000x12000, 144000000 pixels, above the limit of 100000000 (--max-megapixels raises it)"},
+    {"quality: 1x1", writes("c.ppm", header("P6", 1, 1, 255) + "abc"), "$Q c.ppm", 1,
+     "c.ppm: 1x1 is too small: the smallest image it measures with --border 4 is 9x9"},
+    {"quality: 8x8, nothing inside the border", writes("c.ppm", header("P6", 8, 8, 255) + std::string(192, 'x')), "$Q c.ppm", 1,
+     "c.ppm: 8x8 is too small: the smallest image it measures with --border 4 is 9x9"},
 };
 
 TEST_F(Cli, HostileAndCarelessCallsFailCleanlyAndLeaveEveryFileAlone) {
@@ -269,21 +342,24 @@ TEST_F(Cli, HostileAndCarelessCallsFailCleanlyAndLeaveEveryFileAlone) {
         fs::remove_all(dir_);
         fs::create_directories(dir_);
         c.setup(dir_);
-        std::map<std::string, std::string> expected = snapshot(dir_);
+        std::map<std::string, std::string> expected = snapshot(dir_, true);
         const Outcome r = run(c.command, c.kill_when);
         EXPECT_EQ(r.status, c.status) << r.err;
         if (*c.message) {
-            EXPECT_EQ(r.err.rfind("qzrcfa-demosaic: ", 0), 0u) << r.err;
+            const char* tool = std::string(c.command).rfind("$Q", 0) == 0 ? "qzrcfa-quality: " : "qzrcfa-demosaic: ";
+            EXPECT_EQ(r.err.rfind(tool, 0), 0u) << r.err;
             EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
             EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
         } else {
             EXPECT_EQ(r.err, "");
         }
-        std::map<std::string, std::string> after = snapshot(dir_);
+        std::map<std::string, std::string> after = snapshot(dir_, true);
         std::istringstream created(c.creates);
         for (std::string f; created >> f;) {
             EXPECT_EQ(after.count(f), 1u) << f << " was not written";
+            EXPECT_NE(after[f], expected[f]) << f << " was not replaced";
             after.erase(f);
+            expected.erase(f);
         }
         EXPECT_EQ(after, expected) << "files other than those named changed or appeared";
     }
