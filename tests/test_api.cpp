@@ -103,23 +103,32 @@ struct Refusal {
     int depth, width, height;
     std::ptrdiff_t raw_delta, out_delta;
     const char* expect;
-    bool no_member = false;  // no export serves these options at any size
+    bool no_member = false;  // nothing serves these options at any size
     int out_depth = 0;       // of the output view, when it differs
+    int bits = 0;            // of the samples
+    std::ptrdiff_t raw_pad = 0, out_pad = 0;  // bytes of padding after each row
+    std::size_t misalign = 0;                 // bytes the views start past an element's alignment
 };
 
 constexpr auto NN = Method::NearestNeighbor;
 constexpr auto TD = RowOrder::TopDown;
 constexpr auto BU = RowOrder::BottomUp;
 constexpr auto P = Pattern::RGGB;
+constexpr auto B24 = Format::Bgr24;
+constexpr auto MEMBER = Rule::Member;
+constexpr auto GENERAL = Rule::General;
 
 const Refusal kRefusals[] = {
     {{Method::EdgeSensing2, Pattern::BGGR}, 8, 8, 8, 0, 0, "no member of edge2 for BGGR top-down: edge2 has RGGB top-down and RGGB bottom-up", true},
     {{Method::Laplacian2, P, BU}, 8, 8, 8, 0, 0, "no member of laplacian2 for RGGB bottom-up: laplacian2 has RGGB top-down", true},
     {{Method::Laplacian2, Pattern::GRBG}, 8, 8, 8, 0, 0, "no member of laplacian2 for GRBG top-down", true},
-    {{Method::SmoothHue, Pattern::GBRG, BU}, 16, 8, 8, 0, 0, "no member of smoothhue takes 16-bit samples (16-bit samples: nearest and gbri)", true},
-    {{Method::EdgeSensing1, Pattern::BGGR, TD, Format::Grey}, 8, 8, 8, 0, 0, "no grey output from edge1 (grey output: nearest)", true},
-    {{NN, P, TD, Format{16}}, 8, 8, 8, 0, 0, "bitCount 16", true},
-    {{NN, P, TD, Format{48}}, 16, 8, 8, 0, 0, "bitCount 48", true},
+    {{Method::SmoothHue, Pattern::GBRG, BU, B24, 1, MEMBER}, 16, 8, 8, 0, 0, "no member of smoothhue takes 16-bit samples", true},
+    {{Method::EdgeSensing1, Pattern::BGGR, TD, Format::Grey}, 8, 8, 8, 0, 0, "no member of edge1 writes grey", true},
+    {{Method::Bilinear, P, TD, Format::Grey, 1, GENERAL}, 16, 8, 8, 0, 0, "no grey output from bilinear", true},
+    {{Method::Gbri, P, TD, B24, 1, MEMBER}, 8, 8, 8, 0, 0, "gbri has no member", true},
+    {{NN, P, TD, B24, 1, Rule{7}}, 8, 8, 8, 0, 0, "unknown rule", true},
+    {{NN, P, TD, Format{16}}, 8, 8, 8, 0, 0, "format 16 is not one of", true},
+    {{NN, P, TD, Format{48}}, 16, 8, 8, 0, 0, "format 48", true},
     {{Method{42}}, 8, 8, 8, 0, 0, "unknown method", true},
     {{NN, Pattern{9}}, 8, 8, 8, 0, 0, "unknown Bayer pattern", true},
     {{NN, P, RowOrder{5}}, 8, 8, 8, 0, 0, "unknown row order", true},
@@ -134,11 +143,19 @@ const Refusal kRefusals[] = {
     {{NN, Pattern::GRBG}, 8, 10, 6, -1, 0, "raw frame holds"},
     {{Method::Laplacian2}, 8, 10, 6, -1, 0, "raw frame holds"},
     {{NN, Pattern::GBRG, BU}, 8, 10, 6, 0, -1, "output holds"},
-    {{NN, P, TD, Format::Bgra32}, 8, 10, 6, 0, -60, "bgra32 needs 240"},
+    {{NN, P, TD, Format::Bgra32}, 8, 10, 6, 0, -60, "bgra32 of 8-bit elements needs 240"},
     {{NN, P, BU}, 16, 10, 6, 0, -1, "output holds"},
     {{NN, Pattern::GRBG, BU, Format::Grey}, 16, 10, 6, 0, -1, "2 elements after"},
-    {{NN}, 8, 10, 6, 0, 0, "16-bit", false, 16},
-    {{NN, Pattern::BGGR}, 16, 10, 6, 0, 0, "8-bit", false, 8},
+    {{NN}, 8, 10, 6, 0, 0, "16-bit output elements from 8-bit samples", false, 16},
+    {{NN, Pattern::BGGR, TD, B24, 1, MEMBER}, 16, 10, 6, 0, 0, "the members write elements of their samples' depth", false, 8},
+    // Significant bits, padded rows and alignment.
+    {{Method::Laplacian}, 16, 10, 6, 0, 0, "bits 8 is outside 9..16", false, 0, 8},
+    {{Method::Laplacian}, 16, 10, 6, 0, 0, "bits 17 is outside 9..16", false, 0, 17},
+    {{Method::SmoothHue}, 16, 10, 6, 0, 0, "stride 19 is below a row's 20 bytes", false, 0, 0, -1},
+    {{Method::SmoothHue}, 16, 10, 6, 0, 0, "stride 21 is not a multiple of the 2-byte elements", false, 0, 0, 1},
+    {{NN, P, TD, Format::Bgra32}, 8, 10, 6, 0, 0, "the output's stride 39 is below a row's 40 bytes", false, 0, 0, 0, -1},
+    {{Method::Bilinear}, 16, 10, 6, -1, 0, "with rows 28 bytes apart needs 160", false, 0, 0, 8},
+    {{Method::Bilinear}, 16, 10, 6, 0, 0, "not aligned to 2 bytes", false, 0, 0, 0, 0, 1},
 };
 
 TEST(CheckedApi, BadRequestsAreRefusedWithOneLineAndNothingWritten) {
@@ -151,10 +168,16 @@ TEST(CheckedApi, BadRequestsAreRefusedWithOneLineAndNothingWritten) {
         std::vector<std::uint16_t> raw(pixels + 8, 7), out(out_need + 8, 0xA5A5);
         const std::size_t raw_count = std::size_t(std::ptrdiff_t(pixels) + t.raw_delta);
         const std::size_t out_count = std::size_t(std::ptrdiff_t(out_need) + t.out_delta);
-        auto raw_view = t.depth == 8 ? RawFrame(reinterpret_cast<const std::uint8_t*>(raw.data()), raw_count, t.width, t.height)
-                                     : RawFrame(raw.data(), raw_count, t.width, t.height);
-        auto out_view = (t.out_depth ? t.out_depth : t.depth) == 8 ? OutputImage(reinterpret_cast<std::uint8_t*>(out.data()), out_count)
-                                                                   : OutputImage(out.data(), out_count);
+        const int out_depth = t.out_depth ? t.out_depth : t.depth;
+        const std::ptrdiff_t raw_stride = t.raw_pad ? t.width * t.depth / 8 + t.raw_pad : 0;
+        const std::ptrdiff_t out_stride = t.out_pad ? std::ptrdiff_t(epp) * t.width * out_depth / 8 + t.out_pad : 0;
+        const auto* raw8 = reinterpret_cast<const std::uint8_t*>(raw.data()) + t.misalign;
+        auto* out8 = reinterpret_cast<std::uint8_t*>(out.data()) + t.misalign;
+        auto raw_view = t.depth == 8 ? RawFrame(raw8, raw_count, t.width, t.height, raw_stride)
+                                     : RawFrame(reinterpret_cast<const std::uint16_t*>(raw8), raw_count, t.width, t.height,
+                                                raw_stride, t.bits);
+        auto out_view = out_depth == 8 ? OutputImage(out8, out_count, out_stride)
+                                       : OutputImage(reinterpret_cast<std::uint16_t*>(out8), out_count, out_stride);
         const Result r = demosaic(raw_view, out_view, t.options);
         EXPECT_FALSE(bool(r));
         EXPECT_NE(r.message().find(t.expect), std::string::npos) << r.message();
@@ -164,6 +187,48 @@ TEST(CheckedApi, BadRequestsAreRefusedWithOneLineAndNothingWritten) {
         EXPECT_EQ(minimum_size(t.options, t.depth).width == 0, t.no_member);
         EXPECT_EQ(output_elements(10, 6, t.options, t.depth) == 0, t.no_member);
     }
+}
+
+// The request as its first layout had it, written out here: a program built against
+// that header keeps working whatever later layouts add.
+struct FirstRequest {
+    std::size_t size;
+    const void* samples;
+    std::size_t samples_bytes;
+    std::ptrdiff_t samples_stride;
+    int width, height, depth, bits;
+    void* output;
+    std::size_t output_bytes;
+    std::ptrdiff_t output_stride;
+    int output_depth, method, pattern, order, format, threads, rule;
+};
+
+TEST(CheckedApi, RequestsCanGrowAndTheirFieldsAreReadInFull) {
+    std::vector<std::uint8_t> raw(80, 9), out(240 + 64, 0);
+    struct Larger {
+        FirstRequest first;
+        std::uint64_t later[2];  // fields of a layout this library does not know
+    } q{};
+    q.first = {sizeof(FirstRequest), raw.data(), raw.size(), 0, 10, 8, 8, 0, out.data(), 240, 0, 0,
+               QZRCFA_METHOD_BILINEAR, QZRCFA_PATTERN_RGGB, QZRCFA_ORDER_TOP_DOWN, QZRCFA_FORMAT_BGR24, 1, 0};
+    auto run = [&](std::size_t size) {
+        q.first.size = size;
+        char why[256] = "";
+        const int status = qzrcfa_demosaic(reinterpret_cast<const qzrcfa_request*>(&q), why, sizeof why);
+        return status == 0 ? std::string("ok") : std::string(why);
+    };
+    EXPECT_EQ(run(sizeof(FirstRequest)), "ok");
+    EXPECT_EQ(run(sizeof(Larger)), "ok");  // unknown fields, all zero
+    q.later[1] = 1;
+    EXPECT_NE(run(sizeof(Larger)).find("fields this library does not know"), std::string::npos);
+    EXPECT_NE(run(offsetof(FirstRequest, rule)).find("below the"), std::string::npos);
+    q.first.format = 65536 + 24;  // not 24 through a narrower type
+    EXPECT_NE(run(sizeof(FirstRequest)).find("format 65560"), std::string::npos);
+    q.first.format = QZRCFA_FORMAT_BGR24, q.first.bits = 12;
+    EXPECT_NE(run(sizeof(FirstRequest)).find("bits 12 given with 8-bit samples"), std::string::npos);
+    char why[64];
+    EXPECT_EQ(qzrcfa_demosaic(nullptr, why, sizeof why), -1);
+    EXPECT_STREQ(why, "the request is null");
 }
 
 TEST(CheckedApi, NullAndOverlappingBuffersAreRefused) {

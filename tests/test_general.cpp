@@ -164,7 +164,9 @@ TEST(General, NearestIsTheSixteenBitMembersForm) {
         ASSERT_EQ(r.run(), 0) << r.why;
         const auto* g = reinterpret_cast<const std::uint16_t*>(got.data());
         for (int y = 1; y < h - 1; ++y)
-            for (int x = 3; x < (w - 1) * 3; ++x) ASSERT_EQ(g[y * w * 3 + x], want[std::size_t(y * w * 3 + x)]) << p << " " << y << "," << x / 3;
+            for (int x = 3; x < (w - 1) * 3; ++x) {
+                ASSERT_EQ(g[y * w * 3 + x], want[std::size_t(y * w * 3 + x)]) << p << " " << y << "," << x / 3;
+            }
     }
 }
 
@@ -201,7 +203,9 @@ TEST(General, OrdersElementsThreadsAndPaddingChangeNothingButTheLayout) {
                         if (e < 3) std::memcpy(&t, &top[y * row + std::size_t(x * 3 + e) * 2], 2);
                         std::memcpy(&f, &four[(std::size_t(y) * w + x) * 8 + std::size_t(e) * 2], 2);
                         ASSERT_EQ(f, t) << y << "," << x << " element " << e;
-                        if (e < 3) ASSERT_EQ(eight[(std::size_t(y) * w + x) * 3 + std::size_t(e)], (t * 510 + 4095) / 8190);
+                        if (e < 3) {
+                            ASSERT_EQ(eight[(std::size_t(y) * w + x) * 3 + std::size_t(e)], (t * 510 + 4095) / 8190);
+                        }
                     }
             }
             // Padded rows: the same values, and nothing written between the rows.

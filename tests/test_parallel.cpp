@@ -1,4 +1,5 @@
-// Every member on several threads gives the bytes of one call of its export.
+// Every member on several threads, and on padded rows, gives the bytes of one call of
+// its export.
 //
 // Frames are large enough that the extended library splits them (it keeps small frames
 // on the calling thread), with heights and thread counts chosen so that the edges of
@@ -7,7 +8,9 @@
 // the shim's and the library must still give the same bytes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <random>
 #include <string>
 #include <vector>
@@ -22,14 +25,26 @@ using qzrcfa::Options;
 using qzrcfa::Pattern;
 using qzrcfa::RowOrder;
 
+// With padding, the rows get `pad` elements after them (the raw frame's and the
+// output's), which must keep what they held; the result is returned without them.
 template <class T>
-std::vector<T> run(const std::vector<T>& raw, int w, int h, Options o, int threads) {
+std::vector<T> run(const std::vector<T>& raw, int w, int h, Options o, int threads, int pad = 0) {
     o.threads = threads;
-    std::vector<T> out(qzrcfa::output_elements(w, h, o, sizeof(T) * 8), T(0x5A5A));
+    const std::size_t n = qzrcfa::output_elements(w, h, o, sizeof(T) * 8), row = n / std::size_t(h), tail = n % std::size_t(h);
+    const std::size_t in_pitch = std::size_t(w + pad), out_pitch = row + std::size_t(pad);
+    std::vector<T> in(in_pitch * std::size_t(h)), out(out_pitch * std::size_t(h) + tail, T(0x5A5A));
+    for (int y = 0; y < h; ++y) std::copy_n(&raw[std::size_t(y) * w], w, &in[y * in_pitch]);
     const qzrcfa::Result r =
-        qzrcfa::demosaic(qzrcfa::RawFrame(raw.data(), raw.size(), w, h), qzrcfa::OutputImage(out.data(), out.size()), o);
+        qzrcfa::demosaic(qzrcfa::RawFrame(in.data(), in.size(), w, h, std::ptrdiff_t(in_pitch * sizeof(T))),
+                         qzrcfa::OutputImage(out.data(), out.size(), std::ptrdiff_t(out_pitch * sizeof(T))), o);
     EXPECT_TRUE(r.ok()) << r.message();
-    return out;
+    std::vector<T> compact(n);
+    for (int y = 0; y < h; ++y) {
+        std::copy_n(&out[y * out_pitch], row, &compact[y * row]);
+        for (std::size_t i = row; i < out_pitch && y + 1 < h; ++i) EXPECT_EQ(out[y * out_pitch + i], T(0x5A5A)) << "padding written";
+    }
+    std::copy_n(&out[(std::size_t(h) - 1) * out_pitch + row], tail, &compact[std::size_t(h) * row]);
+    return compact;
 }
 
 template <class T>
@@ -46,11 +61,13 @@ void expect_same_bytes(const std::vector<Method>& methods, const std::vector<For
                         std::vector<T> raw(std::size_t(width) * std::size_t(height));
                         for (T& v : raw) v = T(rng());
                         const auto one = run(raw, width, height, o, 1);
-                        for (int threads : {2, 3, 0})
-                            ASSERT_EQ(run(raw, width, height, o, threads), one)
+                        for (int threads : {2, 3, 0, -1, -3}) {  // negative: |threads| on padded rows
+                            const int pad = threads < 0 ? 1 + int(rng() % 32) : 0;
+                            ASSERT_EQ(run(raw, width, height, o, std::abs(threads), pad), one)
                                 << qzrcfa::to_string(method) << " " << qzrcfa::to_string(pattern) << " "
                                 << qzrcfa::to_string(order) << " " << qzrcfa::to_string(format) << " " << width << "x"
-                                << height << " on " << threads << " threads";
+                                << height << " on " << threads << " threads, rows padded by " << pad;
+                        }
                     }
 }
 
