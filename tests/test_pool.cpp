@@ -4,7 +4,9 @@
 // three workers, and it stands in front of pthread_create to refuse or hold thread
 // creations. The pool starts its workers once per process, so the cases about starting
 // them run in forked children, whose pool starts afresh (the fork case checks that).
-// Every call here is CallTasks(4) over kCount indices.
+// Every call here is CallTasks(4) over kCount indices. `make test-tsan` runs only the
+// case that does not fork: ThreadSanitizer does not support threads started in a
+// child of a threaded process.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
