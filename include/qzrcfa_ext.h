@@ -11,7 +11,9 @@
  * always takes part. A video pipeline calling once per frame reuses the same threads
  * and creates none per frame; calls from several threads at once share the pool and
  * each still completes (its calling thread does whatever no worker takes). Frames
- * too small to gain from threads run on the calling thread alone.
+ * too small to gain from threads run on the calling thread alone. When workers
+ * cannot be started (a limit on processes), calls run on the threads there are and
+ * later calls try again; a child process after fork() starts workers of its own.
  *
  * Every call checks its request first and refuses a bad one with one message; the
  * checked C++ interface (qzrcfa.hpp) and the Python module are built on these calls.

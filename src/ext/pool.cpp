@@ -2,21 +2,46 @@
 //
 // Workers wait for jobs. A job is one Tasks::run call: `count` task indices, taken one
 // at a time by the calling thread and by up to threads - 1 workers. The caller takes
-// indices too, so a job completes even when every worker is busy with other calls;
-// it returns once every index has run and no worker still holds the job.
+// indices too, so a job completes even when every worker is busy with other calls or
+// none could be started. run() returns once every index has been taken and no worker
+// still holds the job: nothing reaches into the caller's frame after that.
+//
+// What the pool is built to outlive:
+// - A task that throws, on a worker or on the caller. The exception is caught where it
+//   happens and stops the job: indices nobody has taken yet are skipped. The caller
+//   still takes the job off the queue and waits until no worker holds it, then
+//   rethrows the first exception (gbri's bands allocate, so this is how running out of
+//   memory reaches the caller).
+// - Threads that cannot start (a pids limit in a container, no memory for a stack).
+//   Workers are started by the first call that wants one; a start that fails leaves
+//   the pool with the workers it has, down to none, and calls run on those and the
+//   caller. Every later threaded call tries again to start the missing workers: a limit
+//   may lift, and one refused thread creation costs little next to a call worth
+//   splitting.
+// - fork(). Only the forking thread exists in the child: the workers are gone, and the
+//   pool's mutex may be held, and its condition variables waited on, by threads that
+//   do not exist there. The child handler builds a fresh, empty pool in place of the
+//   old one, whose state it abandons as it is (it frees and unlocks nothing), and the
+//   child's first threaded call starts workers of its own, as a new process does. No
+//   prepare handler takes the pool's lock, so fork() never waits for the pool. A task
+//   must not fork: its child would wait for the call's workers, which it does not have.
+// - exit(). The pool is never destroyed: a destructor would have to stop workers that
+//   may still be running calls of other threads (or, in a child, do not exist), and
+//   exit() would wait for them. Workers sleep until the process ends; the library is
+//   linked with -z nodelete, so that their code stays mapped.
 #include "ext/pool.h"
 
+#include <pthread.h>
+#include <sched.h>
 #include <signal.h>
 
 #include <algorithm>
 #include <atomic>
-#include <sched.h>
-
 #include <condition_variable>
-#include <list>
+#include <exception>
 #include <mutex>
+#include <new>
 #include <thread>
-#include <vector>
 
 namespace qzrcfa::ext {
 namespace {
@@ -27,72 +52,97 @@ struct Job {
     int count;
     int helpers_wanted;
     std::atomic<int> next{0};
-    int finished = 0;  // under the pool's mutex
-    int helpers = 0;   // workers inside work(), under the pool's mutex
+    std::atomic<bool> failed{false};
+    std::exception_ptr error{};  // the first exception, kept by the thread that set `failed`
+    // Under the pool's mutex:
+    int helpers = 0;  // workers inside work()
+    Job* before = nullptr;
+    Job* after = nullptr;
+};
+
+// Runs indices of the job until none is left or a task has thrown.
+void work(Job& job) {
+    for (int i = job.next.fetch_add(1); i < job.count; i = job.next.fetch_add(1)) {
+        try {
+            job.task(job.context, i);
+        } catch (...) {
+            if (!job.failed.exchange(true)) job.error = std::current_exception();
+            job.next.store(job.count);
+            return;
+        }
+    }
+}
+
+// The caller cannot be cancelled inside run(): waiting for the workers is a
+// cancellation point, and unwinding from it would leave them the job in a dead frame.
+class NoCancel {
+  public:
+    NoCancel() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &old_); }
+    ~NoCancel() { pthread_setcancelstate(old_, nullptr); }
+
+  private:
+    int old_;
+};
+
+// Workers are started with every asynchronous signal blocked, so that a signal sent to
+// the process goes to the application's own threads: a thread that blocks a signal
+// around work of its own (the tools' temporary files) then gets it once it unblocks,
+// instead of a worker taking it in the meantime. Faults stay deliverable. A new thread
+// takes the mask of the thread that creates it.
+class AsyncSignalsBlocked {
+  public:
+    AsyncSignalsBlocked() {
+        sigset_t blocked;
+        sigfillset(&blocked);
+        for (int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP}) sigdelset(&blocked, fault);
+        pthread_sigmask(SIG_BLOCK, &blocked, &old_);
+    }
+    ~AsyncSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &old_, nullptr); }
+
+  private:
+    sigset_t old_;
 };
 
 class Pool {
   public:
-    static Pool& instance() {
-        static Pool pool;
-        return pool;
-    }
-
     void run(Job& job) {
+        NoCancel no_cancel;
+        bool queued = false;
         {
             std::lock_guard<std::mutex> lock(mutex_);
-            jobs_.push_back(&job);
+            start_workers();
+            if (workers_ > 0) {
+                push(job);
+                queued = true;
+            }
         }
-        if (job.helpers_wanted > 0) wake_.notify_all();
-        const int done = work(job);
-        std::unique_lock<std::mutex> lock(mutex_);
-        job.finished += done;
-        jobs_.remove(&job);
-        finished_.wait(lock, [&] { return job.finished == job.count && job.helpers == 0; });
+        if (queued) wake_.notify_all();
+        work(job);
+        if (queued) {
+            std::unique_lock<std::mutex> lock(mutex_);
+            unlink(job);
+            finished_.wait(lock, [&] { return job.helpers == 0; });
+        }
+        if (job.error) std::rethrow_exception(job.error);
     }
 
   private:
-    // The workers are started with every asynchronous signal blocked, so that a signal
-    // sent to the process goes to the application's own threads: a thread that blocks
-    // a signal around work of its own (the tools' temporary files) then gets it once it
-    // unblocks, instead of a worker taking it in the meantime. Faults stay deliverable.
-    Pool() {
-        sigset_t blocked, old;
-        sigfillset(&blocked);
-        for (int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP}) sigdelset(&blocked, fault);
-        pthread_sigmask(SIG_BLOCK, &blocked, &old);
-        try {
-            const int workers = std::max(0, processors() - 1);
-            for (int i = 0; i < workers; ++i) threads_.emplace_back([this] { serve(); });
-        } catch (...) {
-            pthread_sigmask(SIG_SETMASK, &old, nullptr);
-            throw;
-        }
-        pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    // Under the mutex: starts the workers the pool lacks, until one fails to start. The
+    // new workers wait for the mutex until the caller lets it go.
+    void start_workers() {
+        if (wanted_ < 0) wanted_ = std::max(0, processors() - 1);
+        if (workers_ >= wanted_) return;
+        AsyncSignalsBlocked blocked;
+        pthread_attr_t detached;
+        if (pthread_attr_init(&detached) != 0) return;
+        pthread_attr_setdetachstate(&detached, PTHREAD_CREATE_DETACHED);
+        for (pthread_t thread; workers_ < wanted_; ++workers_)
+            if (pthread_create(&thread, &detached, serve, this) != 0) break;
+        pthread_attr_destroy(&detached);
     }
 
-    ~Pool() {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            stopping_ = true;
-        }
-        wake_.notify_all();
-        for (std::thread& t : threads_) t.join();
-    }
-
-    // Runs indices of the job until none is left; returns how many it ran.
-    static int work(Job& job) {
-        int done = 0;
-        for (int i = job.next.fetch_add(1); i < job.count; i = job.next.fetch_add(1)) {
-            job.task(job.context, i);
-            ++done;
-        }
-        return done;
-    }
-
-    Job* open_job() {
-        for (Job* job : jobs_)
-            if (job->helpers < job->helpers_wanted && job->next.load() < job->count) return job;
+    static void* serve(void* pool) {
+        static_cast<Pool*>(pool)->serve();
         return nullptr;
     }
 
@@ -100,24 +150,50 @@ class Pool {
         std::unique_lock<std::mutex> lock(mutex_);
         for (;;) {
             Job* job = nullptr;
-            wake_.wait(lock, [&] { return stopping_ || (job = open_job()) != nullptr; });
-            if (stopping_) return;
+            wake_.wait(lock, [&] { return (job = open_job()) != nullptr; });
             ++job->helpers;
             lock.unlock();
-            const int done = work(*job);
+            work(*job);
             lock.lock();
-            job->finished += done;
-            --job->helpers;
-            finished_.notify_all();
+            // Notified under the mutex: the caller cannot see helpers == 0 and leave
+            // until this worker lets the mutex go, and the job is not touched after.
+            if (--job->helpers == 0) finished_.notify_all();
         }
+    }
+
+    Job* open_job() const {
+        for (Job* job = first_; job != nullptr; job = job->after)
+            if (job->helpers < job->helpers_wanted && job->next.load() < job->count) return job;
+        return nullptr;
+    }
+
+    void push(Job& job) {
+        job.before = last_;
+        (last_ != nullptr ? last_->after : first_) = &job;
+        last_ = &job;
+    }
+
+    void unlink(Job& job) {
+        (job.before != nullptr ? job.before->after : first_) = job.after;
+        (job.after != nullptr ? job.after->before : last_) = job.before;
     }
 
     std::mutex mutex_;
     std::condition_variable wake_, finished_;
-    std::list<Job*> jobs_;
-    bool stopping_ = false;
-    std::vector<std::thread> threads_;
+    Job* first_ = nullptr;  // the queue: calls that may still take helpers
+    Job* last_ = nullptr;
+    int wanted_ = -1;  // workers to start: processors less the caller, counted on first use
+    int workers_ = 0;
 };
+
+Pool* make_pool() {
+    static Pool* const pool = new Pool;
+    pthread_atfork(nullptr, nullptr, [] { new (pool) Pool; });
+    return pool;
+}
+
+// Made when the library is loaded, before any thread can call into it.
+Pool* const shared_pool = make_pool();
 
 }  // namespace
 
@@ -136,7 +212,7 @@ void CallTasks::run(int count, void (*task)(const void* context, int index), con
         return;
     }
     Job job{task, context, count, std::min(threads_, count) - 1};
-    Pool::instance().run(job);
+    shared_pool->run(job);
 }
 
 }  // namespace qzrcfa::ext
