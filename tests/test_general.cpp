@@ -146,7 +146,9 @@ TEST(General, HoldsToTheMembersWhereTheyFollowIt) {
                             colour_within += within;
                         }
                     }
-                if (real && colour) EXPECT_GE(double(colour_within) / double(colour), t.share);
+                if (real && colour) {
+                    EXPECT_GE(double(colour_within) / double(colour), t.share);
+                }
             }
 }
 
