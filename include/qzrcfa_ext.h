@@ -60,10 +60,41 @@ enum { QZRCFA_FORMAT_GREY = 0, QZRCFA_FORMAT_BGR24 = 24, QZRCFA_FORMAT_BGRA32 = 
  * gbri, the extended library's own method, has one rule. */
 enum { QZRCFA_RULE_DEFAULT = 0, QZRCFA_RULE_MEMBER = 1, QZRCFA_RULE_GENERAL = 2 };
 
+/* How a raw frame's samples lie in its rows. NONE: 8- or 16-bit samples (`depth`); the
+ * others are sensors' packed layouts of 10- or 12-bit samples (bits from the layout),
+ * which the general rule unpacks as it reads each row. A row that ends inside a packing
+ * group has the whole group (its unused samples' bits are ignored); the GenICam bit
+ * streams end at the byte that holds their last bit.
+ *   RAW10, RAW12: MIPI CSI-2. RAW10: 4 samples in 5 bytes, bytes 0-3 bits 9..2 of samples
+ *     0-3, byte 4 their bits 1..0 (sample 0 in bits 1..0). RAW12: 2 samples in 3 bytes,
+ *     bytes 0-1 bits 11..4, byte 2 their bits 3..0 (sample 0 in the low nibble).
+ *   P10, P12: GenICam 10p and 12p: one little-endian bit stream, each sample least
+ *     significant bit first.
+ *   PACKED12: GigE Vision 12Packed: bits 11..4 of sample 0; bits 3..0 of sample 0 (low
+ *     nibble) and of sample 1 (high nibble); bits 11..4 of sample 1. */
+enum {
+    QZRCFA_PACKING_NONE = 0,
+    QZRCFA_PACKING_RAW10 = 1,
+    QZRCFA_PACKING_RAW12 = 2,
+    QZRCFA_PACKING_P10 = 3,
+    QZRCFA_PACKING_P12 = 4,
+    QZRCFA_PACKING_PACKED12 = 5
+};
+
+/* White balance: the gains as given, or grey world (the red and blue gains that bring
+ * the means of the frame's unsaturated red and blue samples, black level subtracted, to
+ * the green one's, read over every fourth pair of rows; green 1). */
+enum { QZRCFA_WHITE_BALANCE_GIVEN = 0, QZRCFA_WHITE_BALANCE_AUTO = 1 };
+
+/* The output's transfer curve: linear values as they are, the sRGB curve, or a gamma. */
+enum { QZRCFA_CURVE_LINEAR = 0, QZRCFA_CURVE_SRGB = 1, QZRCFA_CURVE_GAMMA = 2 };
+
 /* One request. It can grow: `size` says how much of it the caller's header knew, the
  * library reads that much, and takes every field past it as zero; zero always means
- * what a request without the field has always meant. A request larger than this
- * library knows is taken when its unknown fields are all zero. Set it up with
+ * what a request without the field has always meant (later layouts start their fields
+ * at an 8-byte boundary, so a shorter layout's padding is never read as a field). A
+ * request larger than this library knows is taken when its unknown fields are all zero.
+ * Set it up with
  * QZRCFA_REQUEST_INIT (size = sizeof(qzrcfa_request), the rest zero) and fill in
  * what the call needs:
  *   samples, samples_bytes: the raw frame and how many bytes the buffer holds;
@@ -98,6 +129,19 @@ typedef struct qzrcfa_request {
     int method, pattern, order, format;
     int threads;
     int rule;
+    int reserved;            /* 0 */
+    /* Since the second layout: from a camera's raw frame to a picture, in the same pass.
+     * Each of these runs the general rule; all zero, the request is as before. */
+    float* gains_used;       /* where the call writes the red, green and blue gains it applied */
+    int packing;             /* QZRCFA_PACKING_* */
+    int black[4];            /* black level of the 2x2 tile's places: row 0 column 0, row 0 column 1,
+                                row 1 column 0, row 1 column 1; each below 2^bits */
+    float gains[3];          /* white-balance gains of red, green and blue, above 0 and at most 64 */
+    int white_balance;       /* QZRCFA_WHITE_BALANCE_*: AUTO computes the gains (leave `gains` 0) */
+    float matrix[9];         /* a colour matrix: output red, green, blue from camera red, green, blue,
+                                row-major, as a camera's calibration gives it */
+    int curve;               /* QZRCFA_CURVE_* */
+    float gamma;             /* QZRCFA_CURVE_GAMMA's: output = linear ^ (1 / gamma), gamma in (0, 10] */
 } qzrcfa_request;
 
 /* A request with its size set and every other field zero. */
@@ -134,6 +178,13 @@ QZRCFA_EXT_API size_t qzrcfa_output_elements(const qzrcfa_request* request);
  * accept; 0 and 0 when that combination does not exist. */
 QZRCFA_EXT_API void qzrcfa_minimum_size(const qzrcfa_request* request, int* width, int* height);
 
+/* The white-balance gains (red, green, blue) grey world finds in the request's frame
+ * (its packing, bits, pattern and black level), as a request with QZRCFA_WHITE_BALANCE_AUTO
+ * would apply them: a video program can find them once and keep them. Returns 0, or -1
+ * with the reason (a frame with no unsaturated sample of some colour is refused). */
+QZRCFA_EXT_API int qzrcfa_auto_white_balance(const qzrcfa_request* request, float gains[3], char* message,
+                                             size_t message_size);
+
 /* Whether the request sets every element of its output image whatever the buffer held
  * before: 1 for three-element and grey output, the members that pre-fill with 255 and
  * the extended library's own methods; 0 when some element keeps what the buffer held,
@@ -144,7 +195,15 @@ QZRCFA_EXT_API void qzrcfa_minimum_size(const qzrcfa_request* request, int* widt
 QZRCFA_EXT_API int qzrcfa_output_defined(const qzrcfa_request* request);
 
 /* The names of what a request names, one kind at a time. */
-enum { QZRCFA_NAMES_METHOD = 0, QZRCFA_NAMES_PATTERN = 1, QZRCFA_NAMES_ORDER = 2, QZRCFA_NAMES_FORMAT = 3 };
+enum {
+    QZRCFA_NAMES_METHOD = 0,
+    QZRCFA_NAMES_PATTERN = 1,
+    QZRCFA_NAMES_ORDER = 2,
+    QZRCFA_NAMES_FORMAT = 3,
+    QZRCFA_NAMES_RULE = 4,
+    QZRCFA_NAMES_PACKING = 5,
+    QZRCFA_NAMES_CURVE = 6
+};
 
 typedef struct qzrcfa_name {
     int value;               /* QZRCFA_METHOD_*, QZRCFA_PATTERN_*, QZRCFA_ORDER_*, QZRCFA_FORMAT_* */

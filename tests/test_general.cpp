@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
@@ -244,6 +245,208 @@ TEST(General, TakesAnyFrameThatFitsInMemory) {
     EXPECT_EQ(px[0], m[last]);
     EXPECT_EQ(px[2], m[last - w - 1]);  // the four diagonals mirror onto the one inside
     EXPECT_EQ(px[3], 65535);
+}
+
+}  // namespace
+
+namespace {
+
+// Packs 16-bit samples of `bits` bits into a row of the packing, from the layouts'
+// published descriptions; padding after each row.
+std::vector<std::uint8_t> pack(const std::vector<std::uint16_t>& m, int w, int h, int packing, std::size_t pad) {
+    const std::size_t groups4 = std::size_t(w + 3) / 4, groups2 = std::size_t(w + 1) / 2;
+    std::size_t row = 0;
+    switch (packing) {
+    case QZRCFA_PACKING_RAW10: row = groups4 * 5; break;
+    case QZRCFA_PACKING_RAW12:
+    case QZRCFA_PACKING_PACKED12: row = groups2 * 3; break;
+    case QZRCFA_PACKING_P10: row = (std::size_t(w) * 10 + 7) / 8; break;
+    case QZRCFA_PACKING_P12: row = (std::size_t(w) * 12 + 7) / 8; break;
+    }
+    const std::size_t stride = row + pad;
+    std::vector<std::uint8_t> out(stride * std::size_t(h), 0xEE);
+    for (int y = 0; y < h; ++y) {
+        std::uint8_t* r = &out[std::size_t(y) * stride];
+        std::fill_n(r, row, 0);
+        auto s = [&](int x) -> unsigned { return x < w ? m[std::size_t(y) * w + x] : 0; };
+        for (int x = 0; x < w; ++x) {
+            const unsigned v = s(x);
+            switch (packing) {
+            case QZRCFA_PACKING_RAW10:  // bytes 0-3: bits 9..2; byte 4: bits 1..0, sample 0 lowest
+                r[x / 4 * 5 + x % 4] = std::uint8_t(v >> 2);
+                r[x / 4 * 5 + 4] |= std::uint8_t((v & 3) << (2 * (x % 4)));
+                break;
+            case QZRCFA_PACKING_RAW12:  // bytes 0-1: bits 11..4; byte 2: bits 3..0, sample 0 low nibble
+                r[x / 2 * 3 + x % 2] = std::uint8_t(v >> 4);
+                r[x / 2 * 3 + 2] |= std::uint8_t((v & 15) << (4 * (x % 2)));
+                break;
+            case QZRCFA_PACKING_P10:  // a little-endian bit stream, least significant bit first
+            case QZRCFA_PACKING_P12: {
+                const int bits = packing == QZRCFA_PACKING_P10 ? 10 : 12;
+                for (int b = 0; b < bits; ++b)
+                    if (v >> b & 1) r[(std::size_t(x) * bits + b) / 8] |= std::uint8_t(1 << ((std::size_t(x) * bits + b) % 8));
+                break;
+            }
+            case QZRCFA_PACKING_PACKED12:  // bits 11..4 of 0; low nibbles of 0 and 1; bits 11..4 of 1
+                r[x / 2 * 3 + (x % 2 ? 2 : 0)] = std::uint8_t(v >> 4);
+                r[x / 2 * 3 + 1] |= std::uint8_t((v & 15) << (x % 2 ? 4 : 0));
+                break;
+            }
+        }
+    }
+    return out;
+}
+
+// A colour picture of 16-bit elements from a request with everything but `with` set.
+template <class Setup>
+std::vector<std::uint8_t> picture(const std::vector<std::uint16_t>& m, int w, int h, int method, int bits, Setup with) {
+    std::vector<std::uint8_t> out;
+    Request r = request(m, w, h, out, method, QZRCFA_FORMAT_BGR24);
+    r.q.bits = bits;
+    r.q.threads = 2;
+    with(r.q);
+    r.q.output_bytes = qzrcfa_output_bytes(&r.q);
+    out.assign(r.q.output_bytes, 0x77);
+    r.q.output = out.data();
+    EXPECT_EQ(r.run(), 0) << r.why;
+    return out;
+}
+
+// Every packing gives the bytes of its samples unpacked, rows ending inside a packing
+// group and padded rows included.
+TEST(General, PackedRowsGiveTheBytesOfTheirSamples) {
+    for (const int packing : {QZRCFA_PACKING_RAW10, QZRCFA_PACKING_RAW12, QZRCFA_PACKING_P10, QZRCFA_PACKING_P12,
+                              QZRCFA_PACKING_PACKED12})
+        for (const int w : {37, 38, 39, 40, 133})
+            for (const int method : {QZRCFA_METHOD_BILINEAR, QZRCFA_METHOD_LAPLACIAN}) {
+                const int bits = packing == QZRCFA_PACKING_RAW10 || packing == QZRCFA_PACKING_P10 ? 10 : 12;
+                const int h = 9;
+                const std::vector<std::uint16_t> m = random_mosaic<std::uint16_t>(w, h, (1u << bits) - 1, std::uint32_t(w + packing));
+                const std::vector<std::uint8_t> packed = pack(m, w, h, packing, std::size_t(w % 3));
+                const std::vector<std::uint8_t> want = picture(m, w, h, method, bits, [](qzrcfa_request&) {});
+                const std::vector<std::uint8_t> got = picture(m, w, h, method, 0, [&](qzrcfa_request& q) {
+                    q.samples = packed.data(), q.samples_bytes = packed.size(), q.packing = packing, q.depth = 0;
+                    q.samples_stride = std::ptrdiff_t(packed.size() / std::size_t(h));
+                });
+                EXPECT_EQ(got, want) << "packing " << packing << " width " << w << " method " << method;
+            }
+}
+
+// Black level and gains: the bytes of the frame balanced by the formula, clamped at
+// both ends; black level 0 and gains 1 change nothing. A colour matrix and a curve:
+// what the formula gives from the linear output; the identity and the linear curve
+// change nothing.
+TEST(General, BlackLevelGainsMatrixAndCurveFollowTheirFormulas) {
+    const int w = 70, h = 11, bits = 12, max = 4095;
+    const std::vector<std::uint16_t> m = random_mosaic<std::uint16_t>(w, h, max, 4);
+    const int black[4] = {200, 180, 190, 600};
+    const float gains[3] = {2.5f, 1.0f, 1.75f};  // red, green, blue
+    std::vector<std::uint16_t> balanced(m.size());
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {  // RGGB: red at (even, even), blue at (odd, odd)
+            const float gain = (y & 1) == 0 && (x & 1) == 0 ? gains[0] : (y & 1) && (x & 1) ? gains[2] : gains[1];
+            const float v = (float(m[std::size_t(y * w + x)]) - float(black[(y & 1) * 2 + (x & 1)])) * gain + 0.5f;
+            balanced[std::size_t(y * w + x)] = std::uint16_t(v < 0 ? 0 : v > max ? max : int(v));
+        }
+    for (int method = QZRCFA_METHOD_NEAREST; method <= QZRCFA_METHOD_SMOOTH_HUE; ++method) {
+        SCOPED_TRACE("method " + std::to_string(method));
+        const std::vector<std::uint8_t> plain = picture(m, w, h, method, bits, [](qzrcfa_request&) {});
+        EXPECT_EQ(picture(balanced, w, h, method, bits, [](qzrcfa_request&) {}),
+                  picture(m, w, h, method, bits, [&](qzrcfa_request& q) {
+                      std::copy_n(black, 4, q.black);
+                      std::copy_n(gains, 3, q.gains);
+                  }));
+        EXPECT_EQ(plain, picture(m, w, h, method, bits, [](qzrcfa_request& q) { q.gains[0] = q.gains[1] = q.gains[2] = 1; }));
+        EXPECT_EQ(plain, picture(m, w, h, method, bits, [](qzrcfa_request& q) { q.matrix[0] = q.matrix[4] = q.matrix[8] = 1; }));
+        // A matrix and the sRGB curve, to 8-bit elements.
+        const float matrix[9] = {1.6f, -0.4f, -0.2f, -0.25f, 1.5f, -0.25f, 0.05f, -0.6f, 1.55f};
+        std::vector<std::uint8_t> display = picture(m, w, h, method, bits, [&](qzrcfa_request& q) {
+            std::copy_n(matrix, 9, q.matrix);
+            q.curve = QZRCFA_CURVE_SRGB, q.output_depth = 8;
+        });
+        ASSERT_EQ(display.size(), std::size_t(w * h * 3));
+        const auto* linear = reinterpret_cast<const std::uint16_t*>(plain.data());
+        for (std::size_t i = 0; i < display.size(); i += 3) {
+            const float camera[3] = {float(linear[i + 2]), float(linear[i + 1]), float(linear[i])};  // red, green, blue
+            for (int out = 0; out < 3; ++out) {
+                const float c = (matrix[3 * out] * camera[0] + matrix[3 * out + 1] * camera[1]) + matrix[3 * out + 2] * camera[2] + 0.5f;
+                const double x = double(c < 1 ? 0 : c >= max ? max : int(c)) / max;
+                const double s = x <= 0.0031308 ? 12.92 * x : 1.055 * std::pow(x, 1 / 2.4) - 0.055;
+                ASSERT_EQ(display[i + std::size_t(2 - out)], int(std::floor(s * 255 + 0.5))) << "pixel " << i / 3 << " colour " << out;
+            }
+        }
+    }
+}
+
+TEST(General, AutomaticWhiteBalanceIsGreyWorldAndSaysWhatItUsed) {
+    const int w = 64, h = 32;
+    std::vector<std::uint16_t> m(std::size_t(w * h));
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)  // RGGB: red 1000, blue 500, green 2000, some green saturated
+            m[std::size_t(y * w + x)] = std::uint16_t((y & 1) == 0 && (x & 1) == 0 ? 1000 : (y & 1) && (x & 1) ? 500 : x == 1 ? 4095 : 2000);
+    float used[3] = {};
+    const std::vector<std::uint8_t> got = picture(m, w, h, QZRCFA_METHOD_BILINEAR, 12, [&](qzrcfa_request& q) {
+        q.white_balance = QZRCFA_WHITE_BALANCE_AUTO, q.gains_used = used;
+    });
+    EXPECT_FLOAT_EQ(used[0], 2.0f);
+    EXPECT_FLOAT_EQ(used[1], 1.0f);
+    EXPECT_FLOAT_EQ(used[2], 4.0f);
+    EXPECT_EQ(got, picture(m, w, h, QZRCFA_METHOD_BILINEAR, 12, [&](qzrcfa_request& q) { std::copy_n(used, 3, q.gains); }));
+    std::vector<std::uint8_t> out;
+    Request r = request(m, w, h, out, QZRCFA_METHOD_BILINEAR, QZRCFA_FORMAT_BGR24);
+    float gains[3];
+    char why[200];
+    r.q.bits = 12;
+    ASSERT_EQ(qzrcfa_auto_white_balance(&r.q, gains, why, sizeof why), 0) << why;
+    EXPECT_FLOAT_EQ(gains[2], 4.0f);
+    for (std::uint16_t& v : m) v = 4095;  // nothing unsaturated: refused, nothing written
+    r.q.white_balance = QZRCFA_WHITE_BALANCE_AUTO;
+    EXPECT_EQ(r.run(), -1);
+    EXPECT_NE(r.why.find("no unsaturated sample"), std::string::npos) << r.why;
+    EXPECT_EQ(std::count(out.begin(), out.end(), 0xA5), std::ptrdiff_t(out.size()));
+}
+
+}  // namespace
+
+namespace {
+
+// Bad requests of the second layout: one message each, nothing written.
+TEST(General, BadPictureRequestsAreRefusedWithOneLine) {
+    const int w = 10, h = 6;
+    const std::vector<std::uint16_t> m = random_mosaic<std::uint16_t>(w, h, 4095, 1);
+    const std::vector<std::uint8_t> packed = pack(m, w, h, QZRCFA_PACKING_RAW12, 0);
+    struct Bad {
+        const char* expect;
+        void (*set)(qzrcfa_request& q, const std::vector<std::uint8_t>& packed);
+    };
+    const Bad kBad[] = {
+        {"unknown packing (value 9", [](qzrcfa_request& q, auto&) { q.packing = 9; }},
+        {"raw frame holds 89 bytes, 10x6 of raw12 rows needs 90", [](qzrcfa_request& q, auto& p) { q.packing = QZRCFA_PACKING_RAW12, q.samples = p.data(), q.samples_bytes = p.size() - 1; }},
+        {"stride 14 is below a row's 15 bytes",
+         [](qzrcfa_request& q, auto& p) { q.packing = QZRCFA_PACKING_RAW12, q.samples = p.data(), q.samples_stride = 14; }},
+        {"bits 10 given with raw12", [](qzrcfa_request& q, auto&) { q.packing = QZRCFA_PACKING_RAW12, q.bits = 10; }},
+        {"black level 4096 is outside 0..4095", [](qzrcfa_request& q, auto&) { q.black[3] = 4096; }},
+        {"gain nan", [](qzrcfa_request& q, auto&) { q.gains[0] = 1, q.gains[1] = NAN, q.gains[2] = 1; }},
+        {"gain 0.000000 is not a number above 0", [](qzrcfa_request& q, auto&) { q.gains[0] = 2; }},
+        {"gain 65.000000", [](qzrcfa_request& q, auto&) { q.gains[0] = q.gains[1] = 1, q.gains[2] = 65; }},
+        {"leave the gains 0", [](qzrcfa_request& q, auto&) { q.white_balance = QZRCFA_WHITE_BALANCE_AUTO, q.gains[1] = 1; }},
+        {"colour matrix entry inf", [](qzrcfa_request& q, auto&) { q.matrix[4] = INFINITY; }},
+        {"needs colour output", [](qzrcfa_request& q, auto&) { q.matrix[0] = 1, q.format = QZRCFA_FORMAT_GREY, q.method = QZRCFA_METHOD_NEAREST; }},
+        {"gamma 0.000000 is not a number above 0", [](qzrcfa_request& q, auto&) { q.curve = QZRCFA_CURVE_GAMMA; }},
+        {"a gamma goes with the gamma curve", [](qzrcfa_request& q, auto&) { q.gamma = 2.2f; }},
+        {"run the general rule", [](qzrcfa_request& q, auto&) { q.curve = QZRCFA_CURVE_SRGB, q.rule = QZRCFA_RULE_MEMBER, q.method = QZRCFA_METHOD_NEAREST; }},
+        {"gbri takes samples as they are", [](qzrcfa_request& q, auto&) { q.black[0] = 1, q.method = QZRCFA_METHOD_GBRI, q.bits = 0; }},
+    };
+    for (const Bad& b : kBad) {
+        std::vector<std::uint8_t> out;
+        Request r = request(m, w, h, out, QZRCFA_METHOD_BILINEAR, QZRCFA_FORMAT_BGR24);
+        r.q.bits = 12;
+        b.set(r.q, packed);
+        if (r.q.packing) r.q.depth = 0, r.q.bits = r.q.bits == 10 ? 10 : 0;
+        EXPECT_EQ(r.run(), -1) << b.expect;
+        EXPECT_NE(r.why.find(b.expect), std::string::npos) << r.why;
+        EXPECT_EQ(std::count(out.begin(), out.end(), 0xA5), std::ptrdiff_t(out.size())) << b.expect;
+    }
 }
 
 }  // namespace

@@ -81,6 +81,35 @@ inline constexpr Name kFormats[] = {
     {QZRCFA_FORMAT_GREY, "grey", "gray, mono", "Grey", "grey", "one element per pixel"},
 };
 
+inline constexpr Name kRules[] = {
+    {QZRCFA_RULE_DEFAULT, "default", "", "Default", "default",
+     "the member for 8-bit samples and where one serves the request as it is; the general rule otherwise"},
+    {QZRCFA_RULE_MEMBER, "member", "export, interface", "Member", "member",
+     "the interface's member, byte for byte with its export"},
+    {QZRCFA_RULE_GENERAL, "general", "", "General", "general rule",
+     "the method's formulas on every pixel, every pattern, order and depth, the border mirrored"},
+};
+
+inline constexpr Name kPackings[] = {
+    {QZRCFA_PACKING_NONE, "none", "unpacked", "None", "none", "8- or 16-bit samples"},
+    {QZRCFA_PACKING_RAW10, "raw10", "csi2-raw10, mipi-raw10", "Raw10", "MIPI CSI-2 RAW10",
+     "4 samples in 5 bytes: their bits 9..2, then their bits 1..0"},
+    {QZRCFA_PACKING_RAW12, "raw12", "csi2-raw12, mipi-raw12", "Raw12", "MIPI CSI-2 RAW12",
+     "2 samples in 3 bytes: their bits 11..4, then their bits 3..0"},
+    {QZRCFA_PACKING_P10, "10p", "mono10p, genicam-10p", "P10", "GenICam 10p",
+     "a little-endian bit stream of 10-bit samples"},
+    {QZRCFA_PACKING_P12, "12p", "mono12p, genicam-12p", "P12", "GenICam 12p",
+     "a little-endian bit stream of 12-bit samples"},
+    {QZRCFA_PACKING_PACKED12, "12packed", "mono12packed, gige-12packed", "Packed12", "GigE Vision 12Packed",
+     "2 samples in 3 bytes: bits 11..4 of the first, both low nibbles, bits 11..4 of the second"},
+};
+
+inline constexpr Name kCurves[] = {
+    {QZRCFA_CURVE_LINEAR, "linear", "none", "Linear", "linear", "values as they are"},
+    {QZRCFA_CURVE_SRGB, "srgb", "s-rgb", "Srgb", "sRGB", "the sRGB transfer curve"},
+    {QZRCFA_CURVE_GAMMA, "gamma", "", "Gamma", "gamma", "linear ^ (1 / gamma)"},
+};
+
 constexpr const Method* find_method(int value) {
     for (const Method& m : kMethods)
         if (m.name.value == value) return &m;

@@ -55,17 +55,21 @@ enum class Engine { Member, General, Gbri };
 // defaults settled, and what runs it.
 struct Plan {
     qzrcfa_request q{};
+    detail::Packing packing = detail::Packing::Bytes;
     int bits = 8;                 // significant bits of the samples
     int output_depth = 8;
+    bool balance = false;         // black level and gains
+    bool picture = false;         // anything of the second layout: packing, balance, matrix, curve
     const catalogue::Method* method = nullptr;
     Engine engine = Engine::Member;
     std::optional<Id> member;     // Engine::Member
     MemberFacts facts;            // what the member or rule needs of a frame
     general::Method general = general::Method::Bilinear;
 
-    std::size_t sample_bytes() const { return std::size_t(q.depth / 8); }
+    // The raw frame's unit: its samples' bytes, or 1 for packed rows.
+    std::size_t sample_bytes() const { return packing == detail::Packing::Words ? 2 : 1; }
     std::size_t element_bytes() const { return std::size_t(output_depth / 8); }
-    std::size_t in_row() const { return std::size_t(q.width) * sample_bytes(); }
+    std::size_t in_row() const { return general::row_bytes(packing, std::size_t(q.width)); }
     std::size_t out_row() const { return std::size_t(q.width) * elements_per_pixel(q.format) * element_bytes(); }
     std::size_t in_stride() const { return q.samples_stride ? std::size_t(q.samples_stride) : in_row(); }
     std::size_t out_stride() const { return q.output_stride ? std::size_t(q.output_stride) : out_row(); }
@@ -164,6 +168,68 @@ Why resolve_member(Plan& p) {
     return std::nullopt;
 }
 
+bool finite(float v) { return v == v && v - v == 0; }
+
+// Settles the samples: their depth, packing and significant bits.
+Why resolve_samples(Plan& p) {
+    const qzrcfa_request& q = p.q;
+    if (q.packing < QZRCFA_PACKING_NONE || q.packing > QZRCFA_PACKING_PACKED12)
+        return "unknown packing (value " + std::to_string(q.packing) + "; " + name_list(QZRCFA_NAMES_PACKING) + ")";
+    if (q.packing != QZRCFA_PACKING_NONE) {
+        p.packing = detail::Packing(int(detail::Packing::Raw10) + q.packing - QZRCFA_PACKING_RAW10);
+        const int bits = general::packed_bits(p.packing);
+        if (q.depth != 0 && q.depth != 16)
+            return "packed samples become 16-bit values: depth 16 or 0, not " + std::to_string(q.depth);
+        if (q.bits != 0 && q.bits != bits)
+            return "bits " + std::to_string(q.bits) + " given with " + name_of(QZRCFA_NAMES_PACKING, q.packing) +
+                   ", whose samples have " + std::to_string(bits);
+        p.q.depth = 16;
+        p.bits = bits;
+        return std::nullopt;
+    }
+    if (q.depth != 8 && q.depth != 16) return "samples must be 8 or 16 bits, not " + std::to_string(q.depth);
+    if (q.depth == 8 && q.bits != 0) return "bits " + std::to_string(q.bits) + " given with 8-bit samples (bits is for 16-bit samples)";
+    if (q.depth == 16 && q.bits != 0 && (q.bits < 9 || q.bits > 16))
+        return "bits " + std::to_string(q.bits) + " is outside 9..16 (the significant bits of 16-bit samples)";
+    p.packing = q.depth == 8 ? detail::Packing::Bytes : detail::Packing::Words;
+    p.bits = q.bits ? q.bits : q.depth;
+    return std::nullopt;
+}
+
+// Settles black level, white balance, matrix and curve.
+Why resolve_picture(Plan& p) {
+    const qzrcfa_request& q = p.q;
+    const int max = (1 << p.bits) - 1;
+    bool black = false, gains = false, matrix = false;
+    for (int b : q.black) {
+        if (b < 0 || b > max)
+            return "black level " + std::to_string(b) + " is outside 0.." + std::to_string(max) + " of " +
+                   std::to_string(p.bits) + "-bit samples";
+        black = black || b != 0;
+    }
+    for (float g : q.gains) gains = gains || g != 0;
+    if (q.white_balance != QZRCFA_WHITE_BALANCE_GIVEN && q.white_balance != QZRCFA_WHITE_BALANCE_AUTO)
+        return "unknown white balance (value " + std::to_string(q.white_balance) + "; given or auto)";
+    if (q.white_balance == QZRCFA_WHITE_BALANCE_AUTO && gains)
+        return "automatic white balance finds the gains itself: leave the gains 0";
+    for (float g : q.gains)
+        if (gains && !(finite(g) && g > 0 && g <= 64))
+            return "gain " + std::to_string(g) + " is not a number above 0 and at most 64";
+    for (float m : q.matrix) matrix = matrix || m != 0;
+    for (float m : q.matrix)
+        if (matrix && !(finite(m) && m >= -64 && m <= 64))
+            return "colour matrix entry " + std::to_string(m) + " is not a number from -64 to 64";
+    if (q.curve < QZRCFA_CURVE_LINEAR || q.curve > QZRCFA_CURVE_GAMMA)
+        return "unknown curve (value " + std::to_string(q.curve) + "; " + name_list(QZRCFA_NAMES_CURVE) + ")";
+    if (q.curve == QZRCFA_CURVE_GAMMA && !(finite(q.gamma) && q.gamma > 0 && q.gamma <= 10))
+        return "gamma " + std::to_string(q.gamma) + " is not a number above 0 and at most 10";
+    if (q.curve != QZRCFA_CURVE_GAMMA && q.gamma != 0) return "a gamma goes with the gamma curve";
+    if (matrix && q.format == QZRCFA_FORMAT_GREY) return "a colour matrix needs colour output, not grey";
+    p.balance = black || gains || q.white_balance == QZRCFA_WHITE_BALANCE_AUTO;
+    p.picture = p.balance || matrix || q.curve != QZRCFA_CURVE_LINEAR || q.packing != QZRCFA_PACKING_NONE;
+    return std::nullopt;
+}
+
 // Settles the request's method, rule, depths and formats.
 Why resolve(Plan& p) {
     const qzrcfa_request& q = p.q;
@@ -178,18 +244,19 @@ Why resolve(Plan& p) {
                " (bitCount 24, 32, or 0 for grey)";
     if (q.rule < QZRCFA_RULE_DEFAULT || q.rule > QZRCFA_RULE_GENERAL)
         return "unknown rule (value " + std::to_string(q.rule) + "; default, member or general)";
-    if (q.depth != 8 && q.depth != 16) return "samples must be 8 or 16 bits, not " + std::to_string(q.depth);
-    if (q.depth == 8 && q.bits != 0) return "bits " + std::to_string(q.bits) + " given with 8-bit samples (bits is for 16-bit samples)";
-    if (q.depth == 16 && q.bits != 0 && (q.bits < 9 || q.bits > 16))
-        return "bits " + std::to_string(q.bits) + " is outside 9..16 (the significant bits of 16-bit samples)";
-    p.bits = q.bits ? q.bits : q.depth;
+    if (Why why = resolve_samples(p)) return why;
     p.output_depth = q.output_depth ? q.output_depth : q.depth;
     if (p.output_depth != 8 && p.output_depth != 16)
         return "output elements must be 8 or 16 bits, not " + std::to_string(q.output_depth);
     if (p.output_depth > q.depth) return "16-bit output elements from 8-bit samples: the output takes the samples' depth or 8 bits";
+    if (Why why = resolve_picture(p)) return why;
     const std::string method(p.method->name.name);
+    if (p.picture && q.rule == QZRCFA_RULE_MEMBER)
+        return "the members take samples as they are: packed rows, black level, white balance, a colour matrix and a "
+               "curve run the general rule (rule general)";
     if (p.method->members.empty()) {  // the extended library's own method
         if (q.rule == QZRCFA_RULE_MEMBER) return method + " has no member: it is the extended library's own method";
+        if (p.picture) return method + " takes samples as they are (no packing, black level, white balance, matrix or curve)";
         if (q.format == QZRCFA_FORMAT_GREY) return "no grey output from " + method + " (nearest writes grey)";
         if (p.output_depth != q.depth) return method + " writes elements of its samples' depth";
         if (p.bits != q.depth) return method + " takes samples of their full depth (bits 16)";
@@ -197,7 +264,7 @@ Why resolve(Plan& p) {
         return std::nullopt;
     }
     const bool member = q.rule == QZRCFA_RULE_MEMBER ||
-                        (q.rule == QZRCFA_RULE_DEFAULT &&
+                        (q.rule == QZRCFA_RULE_DEFAULT && !p.picture &&
                          (q.depth == 8 || (p.output_depth == q.depth &&
                                            find_member(*p.method, q.pattern, q.order, q.format, q.depth))));
     if (member) return resolve_member(p);
@@ -292,9 +359,9 @@ Why check(const qzrcfa_request* request, Plan& p) {
     const std::string size = size_of(q);
     const std::size_t need_in = span(std::size_t(q.height), p.in_stride(), p.in_row(), 0);
     if (q.samples_bytes < need_in)
-        return "raw frame holds " + str(q.samples_bytes) + " bytes, " + size + " of " + std::to_string(q.depth) +
-               "-bit samples" + (q.samples_stride ? " with rows " + std::to_string(q.samples_stride) + " bytes apart" : "") +
-               " needs " + str(need_in);
+        return "raw frame holds " + str(q.samples_bytes) + " bytes, " + size + " of " +
+               (q.packing ? name_of(QZRCFA_NAMES_PACKING, q.packing) + " rows" : std::to_string(q.depth) + "-bit samples") +
+               (q.samples_stride ? " with rows " + std::to_string(q.samples_stride) + " bytes apart" : "") + " needs " + str(need_in);
     const std::size_t need_out = output_bytes(p);
     if (q.output_bytes < need_out) {
         std::string why = "output holds " + str(q.output_bytes) + " bytes, " + size + " " + name_of(QZRCFA_NAMES_FORMAT, q.format) +
@@ -316,7 +383,28 @@ int useful_threads(int requested, int width, int height, const catalogue::Method
     return int(std::max<std::int64_t>(1, std::min<std::int64_t>(wanted, pixels / m.pixels_per_thread)));
 }
 
-void run(const Plan& p) {
+// The frame as the general rule reads it, black level and gains included (the gains
+// in the output's element order).
+general::Frame frame_of(const Plan& p) {
+    const qzrcfa_request& q = p.q;
+    general::Frame f{static_cast<const std::uint8_t*>(q.samples), std::ptrdiff_t(p.in_stride()), p.packing, p.bits,
+                     q.width, q.height, detail::Pattern(q.pattern)};
+    f.balance = p.balance;
+    for (int i = 0; i < 4; ++i) f.black[i / 2][i % 2] = float(q.black[i]);
+    const bool given = q.gains[0] != 0 || q.gains[1] != 0 || q.gains[2] != 0;
+    f.gains[detail::kRed] = given ? q.gains[0] : 1.0f;
+    f.gains[detail::kGreen] = given ? q.gains[1] : 1.0f;
+    f.gains[detail::kBlue] = given ? q.gains[2] : 1.0f;
+    return f;
+}
+
+// Grey world's gains for the request's frame, in the output's element order.
+Why auto_gains(general::Frame& f) {
+    if (general::grey_world(f, f.gains)) return std::nullopt;
+    return "automatic white balance found no unsaturated sample of some colour in the frame (give the gains instead)";
+}
+
+Why run(const Plan& p) {
     const qzrcfa_request& q = p.q;
     const int threads = useful_threads(q.threads, q.width, q.height, *p.method);
     const CallTasks tasks(threads);
@@ -325,14 +413,28 @@ void run(const Plan& p) {
     case Engine::Gbri:
         run_gbri(q.samples, p.in_stride(), q.depth, q.width, q.height, q.pattern, q.output, p.out_stride(),
                  int(elements_per_pixel(q.format)), bottom_up, threads);
-        return;
+        return std::nullopt;
     case Engine::General: {
-        const general::Frame frame{static_cast<const std::uint8_t*>(q.samples), std::ptrdiff_t(p.in_stride()), q.depth, p.bits,
-                                   q.width, q.height, detail::Pattern(q.pattern)};
-        const general::Image image{static_cast<std::uint8_t*>(q.output), std::ptrdiff_t(p.out_stride()),
-                                   int(elements_per_pixel(q.format)), p.output_depth, bottom_up};
+        general::Frame frame = frame_of(p);
+        if (q.white_balance == QZRCFA_WHITE_BALANCE_AUTO)
+            if (Why why = auto_gains(frame)) return why;
+        if (q.gains_used != nullptr) {
+            q.gains_used[0] = frame.gains[detail::kRed];
+            q.gains_used[1] = frame.gains[detail::kGreen];
+            q.gains_used[2] = frame.gains[detail::kBlue];
+        }
+        general::Image image{static_cast<std::uint8_t*>(q.output), std::ptrdiff_t(p.out_stride()),
+                             int(elements_per_pixel(q.format)), p.output_depth, bottom_up};
+        const bool matrix = std::any_of(std::begin(q.matrix), std::end(q.matrix), [](float m) { return m != 0; });
+        if (matrix) image.matrix = q.matrix;
+        std::vector<std::uint16_t> curve;
+        if (q.curve != QZRCFA_CURVE_LINEAR) {
+            curve = general::curve_table(q.curve == QZRCFA_CURVE_SRGB ? general::Curve::Srgb : general::Curve::Gamma, q.gamma,
+                                         (1 << p.bits) - 1, p.output_depth);
+            image.curve = curve.data();
+        }
         general::demosaic(p.general, frame, image, &tasks);
-        return;
+        return std::nullopt;
     }
     case Engine::Member: break;
     }
@@ -340,10 +442,11 @@ void run(const Plan& p) {
     const auto bits = static_cast<unsigned short>(q.format);
     if (!p.compact()) {
         run_member_padded(*p.member, q.samples, p.in_stride(), q.width, q.height, q.output, p.out_stride(), bits, threads);
-        return;
+        return std::nullopt;
     }
-    if (threads > 1 && run_member(*p.member, src, q.width, q.height, q.output, bits, threads)) return;
+    if (threads > 1 && run_member(*p.member, src, q.width, q.height, q.output, bits, threads)) return std::nullopt;
     call_export(*p.member, src, q.width, q.height, q.output, bits);
+    return std::nullopt;
 }
 
 void tell(const std::string& text, char* message, std::size_t size) {
@@ -389,8 +492,7 @@ QZRCFA_EXT_API int qzrcfa_demosaic(const qzrcfa_request* request, char* message,
     return ext::guarded(message, message_size, [&]() -> ext::Why {
         ext::Plan p;
         if (ext::Why why = ext::check(request, p)) return why;
-        ext::run(p);
-        return std::nullopt;
+        return ext::run(p);
     });
 }
 
@@ -425,6 +527,28 @@ QZRCFA_EXT_API void qzrcfa_minimum_size(const qzrcfa_request* request, int* widt
     }
     if (width) *width = w;
     if (height) *height = h;
+}
+
+QZRCFA_EXT_API int qzrcfa_auto_white_balance(const qzrcfa_request* request, float gains[3], char* message,
+                                             std::size_t message_size) {
+    return ext::guarded(message, message_size, [&]() -> ext::Why {
+        ext::Plan p;
+        if (ext::Why why = ext::read(request, p)) return why;
+        if (ext::Why why = ext::resolve_samples(p)) return why;
+        if (ext::Why why = ext::resolve_picture(p)) return why;
+        const qzrcfa_request& q = p.q;
+        if (q.width < 2 || q.height < 2) return "frame size " + ext::size_of(q) + " is below 2x2";
+        if (q.pattern < 0 || q.pattern > 3) return "unknown Bayer pattern (value " + std::to_string(q.pattern) + ")";
+        if (q.samples == nullptr) return "the raw frame is null";
+        if (ext::Why why = ext::check_stride("the raw frame's", q.samples_stride, p.in_row(), p.sample_bytes())) return why;
+        const std::size_t need = ext::span(std::size_t(q.height), p.in_stride(), p.in_row(), 0);
+        if (q.samples_bytes < need)
+            return "raw frame holds " + ext::str(q.samples_bytes) + " bytes, " + ext::size_of(q) + " needs " + ext::str(need);
+        general::Frame f = ext::frame_of(p);
+        if (ext::Why why = ext::auto_gains(f)) return why;
+        gains[0] = f.gains[detail::kRed], gains[1] = f.gains[detail::kGreen], gains[2] = f.gains[detail::kBlue];
+        return std::nullopt;
+    });
 }
 
 QZRCFA_EXT_API int qzrcfa_output_defined(const qzrcfa_request* request) {

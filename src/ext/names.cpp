@@ -38,6 +38,9 @@ constexpr auto kMethodNames = method_names();
 constexpr auto kPatternNames = to_c(catalogue::kPatterns);
 constexpr auto kOrderNames = to_c(catalogue::kOrders);
 constexpr auto kFormatNames = to_c(catalogue::kFormats);
+constexpr auto kRuleNames = to_c(catalogue::kRules);
+constexpr auto kPackingNames = to_c(catalogue::kPackings);
+constexpr auto kCurveNames = to_c(catalogue::kCurves);
 
 // Lower case, without separators.
 std::string folded(std::string_view text) {
@@ -66,6 +69,9 @@ std::span<const qzrcfa_name> names_of(int kind) {
     case QZRCFA_NAMES_PATTERN: return kPatternNames;
     case QZRCFA_NAMES_ORDER: return kOrderNames;
     case QZRCFA_NAMES_FORMAT: return kFormatNames;
+    case QZRCFA_NAMES_RULE: return kRuleNames;
+    case QZRCFA_NAMES_PACKING: return kPackingNames;
+    case QZRCFA_NAMES_CURVE: return kCurveNames;
     default: return {};
     }
 }

@@ -109,9 +109,15 @@ class Sweep {
     void load(std::ptrdiff_t r) {
         LoadRow row{};
         row.src = f_.data + reflect(r, f_.height) * f_.pitch;
-        row.depth = f_.depth;
+        row.packing = f_.packing;
         row.out = values(r);
         row.max = max_;
+        row.balance = f_.balance;
+        for (int parity = 0; parity < 2 && f_.balance; ++parity) {
+            const detail::Site site = detail::site_at(f_.pattern, int(r & 1), parity);
+            row.black[parity] = f_.black[r & 1][parity];
+            row.gain[parity] = f_.gains[site == detail::Site::Red ? detail::kRed : site == detail::Site::Blue ? detail::kBlue : detail::kGreen];
+        }
         row.x_last = f_.width - 1;
         detail::general_load(row, k_.load(row, 0));
         mirror_columns(row.out);
@@ -151,6 +157,8 @@ class Sweep {
         row.elements = im_.elements;
         row.depth = im_.depth;
         row.max = max_;
+        row.matrix = im_.matrix;
+        row.curve = im_.curve;
         row.x_last = f_.width - 1;
         detail::general_store(row, k_.store(row, 0));
     }

@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "driver/tasks.h"
 #include "kernels/bayer.h"
@@ -20,24 +21,55 @@ namespace qzrcfa::general {
 
 enum class Method : std::uint8_t { Nearest, Bilinear, EdgeSensing1, EdgeSensing2, Laplacian, SmoothHue };
 
-// The raw frame: rows of samples `pitch` bytes apart.
+// The raw frame: rows of samples `pitch` bytes apart, as `packing` lays them out.
+// With a black level and gains, each sample becomes clamp(floor((s - black) * gain +
+// 1/2), 0, 2^bits - 1), the product in single precision, before any method reads it:
+// black level by the sample's place in the 2 x 2 tile, gain by its colour.
 struct Frame {
-    const std::uint8_t* data;  // sample 0 of row 0
+    const std::uint8_t* data;  // row 0
     std::ptrdiff_t pitch;      // bytes from a row to the next
-    int depth;                 // bits per sample: 8 or 16
-    int bits;                  // significant bits: 8, or 9 .. 16 for 16-bit samples
+    detail::Packing packing;
+    int bits;                  // significant bits: 8 for 8-bit samples, 9 .. 16 otherwise
     int width, height;         // at least 2 each
     detail::Pattern pattern;
+    bool balance = false;      // the black level and gains apply
+    float black[2][2] = {};    // by row and column parity
+    float gains[3] = {};       // blue, green, red (the output's element order)
 };
 
-// The output: rows of pixels `pitch` bytes apart.
+// The output: rows of pixels `pitch` bytes apart, optionally through a colour matrix
+// and a curve (kernels.h, StoreRow).
 struct Image {
     std::uint8_t* data;        // element 0 of output row 0
     std::ptrdiff_t pitch;
     int elements;              // per pixel: 3 (blue, green, red), 4 (and the largest value) or 1 (grey)
     int depth;                 // bits per element: 8 or 16; 8-bit elements round from `bits`
     bool bottom_up;            // raw row y lands in output row height - 1 - y
+    const float* matrix = nullptr;       // 3 x 3, output red, green, blue from camera red, green, blue
+    const std::uint16_t* curve = nullptr;  // 2^bits output elements
 };
+
+// Bytes of a raw row of `width` samples as `packing` lays them out: a packing group the
+// row ends inside is whole (its unused samples' bits ignored); the GenICam bit streams
+// end at the byte holding their last bit.
+std::size_t row_bytes(detail::Packing packing, std::size_t width);
+
+// The significant bits of a packing's samples; 0 for the 8- and 16-bit containers.
+int packed_bits(detail::Packing packing);
+
+// The curves an output may go through.
+enum class Curve : std::uint8_t { Linear, Srgb, Gamma };
+
+// The table of a curve from values 0 .. max to output elements of `depth` bits (0 ..
+// 255, or 0 .. max): round(c(v / max) * top), halves up, in double precision, with
+// c(x) = 12.92 x below 0.0031308 and 1.055 x^(1/2.4) - 0.055 above (sRGB), or x^(1 /
+// gamma). Linear gives the store's own rounding.
+std::vector<std::uint16_t> curve_table(Curve curve, double gamma, int max, int depth);
+
+// Grey world over the frame: the red and blue gains that bring the means of the
+// unsaturated red and blue samples (black level subtracted) to the green one's, every
+// fourth pair of rows read; green 1. False when some colour has no unsaturated sample.
+bool grey_world(const Frame& frame, float gains[3]);
 
 // Demosaics the frame into the image, on the calling thread or in bands of rows on the
 // threads of `tasks`, with the same elements. Grey output (elements 1) is the nearest

@@ -37,10 +37,46 @@ inline void put(const PlaneRow& row, int x, int colour, int green, int other) {
 
 }  // namespace
 
+// Sample x of a raw row, as its packing lays it out.
+int sample(const void* src, Packing packing, std::ptrdiff_t x) {
+    const auto* b = static_cast<const std::uint8_t*>(src);
+    switch (packing) {
+    case Packing::Bytes: return b[x];
+    case Packing::Words: return static_cast<const u16*>(src)[x];
+    case Packing::Raw10: {
+        const std::uint8_t* group = b + x / 4 * 5;
+        const int k = int(x % 4);
+        return group[k] << 2 | (group[4] >> (2 * k) & 3);
+    }
+    case Packing::Raw12: {
+        const std::uint8_t* group = b + x / 2 * 3;
+        const int k = int(x % 2);
+        return group[k] << 4 | (group[2] >> (4 * k) & 15);
+    }
+    case Packing::P10:
+    case Packing::P12: {
+        const int bits = packing == Packing::P10 ? 10 : 12;
+        const std::ptrdiff_t first = x * bits;
+        const int two = b[first / 8] | b[first / 8 + 1] << 8;  // a sample lies in two bytes
+        return two >> (first % 8) & ((1 << bits) - 1);
+    }
+    case Packing::Packed12: {
+        const std::uint8_t* group = b + x / 2 * 3;
+        return x % 2 == 0 ? group[0] << 4 | (group[1] & 15) : group[2] << 4 | group[1] >> 4;
+    }
+    }
+    return 0;
+}
+
 int general_load(const LoadRow& row, int x) {
     for (; x <= row.x_last; ++x) {
-        const int v = row.depth == 8 ? static_cast<const std::uint8_t*>(row.src)[x] : static_cast<const u16*>(row.src)[x];
-        row.out[x] = u16(v > row.max ? row.max : v);
+        const int s = sample(row.src, row.packing, x);
+        if (!row.balance) {
+            row.out[x] = u16(s > row.max ? row.max : s);
+            continue;
+        }
+        const float v = (float(s) - row.black[x & 1]) * row.gain[x & 1] + 0.5f;
+        row.out[x] = u16(v < 1.0f ? 0 : v >= float(row.max) ? row.max : int(v));
     }
     return x;
 }
@@ -176,17 +212,30 @@ int general_grey(const PlaneRow& row, int x) {
     return x;
 }
 
-// Planes to pixels: 16-bit elements as they are, 8-bit ones rounded to nearest (halves
-// up) from 0 .. max to 0 .. 255; a fourth element is the largest value.
+// Planes to pixels: through the matrix and the curve where the row has them; 16-bit
+// elements as they are, 8-bit ones rounded to nearest (halves up) from 0 .. max to
+// 0 .. 255; a fourth element is the largest value.
 int general_store(const StoreRow& row, int x) {
     const int max = row.max;
-    auto narrow = [max](int v) { return std::uint8_t(max == 255 ? v : (v * 510 + max) / (2 * max)); };
+    const float top = float(max);
+    auto narrow = [max](int v) { return max == 255 ? v : (v * 510 + max) / (2 * max); };
     for (; x <= row.x_last; ++x) {
+        int v[3];
+        for (int e = 0; e < 3; ++e) v[e] = row.planes[row.elements == 1 ? 0 : e][x];
+        if (row.matrix != nullptr) {
+            const float* m = row.matrix;
+            const float red = float(v[kRed]), green = float(v[kGreen]), blue = float(v[kBlue]);
+            for (int out = 0; out < 3; ++out) {  // red, green, blue
+                const float c = (m[3 * out] * red + m[3 * out + 1] * green) + m[3 * out + 2] * blue + 0.5f;
+                v[2 - out] = c < 1.0f ? 0 : c >= top ? max : int(c);
+            }
+        }
         for (int e = 0; e < row.elements; ++e) {
-            const int v = e < 3 ? row.planes[row.elements == 1 ? 0 : e][x] : max;
             const std::size_t at = std::size_t(x) * std::size_t(row.elements) + std::size_t(e);
-            if (row.depth == 8) static_cast<std::uint8_t*>(row.out)[at] = e < 3 ? narrow(v) : 255;
-            else static_cast<u16*>(row.out)[at] = u16(v);
+            const int element = e == 3 ? (row.depth == 8 ? 255 : max)
+                                       : row.curve != nullptr ? row.curve[v[e]] : row.depth == 8 ? narrow(v[e]) : v[e];
+            if (row.depth == 8) static_cast<std::uint8_t*>(row.out)[at] = std::uint8_t(element);
+            else static_cast<u16*>(row.out)[at] = u16(element);
         }
     }
     return x;

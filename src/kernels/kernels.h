@@ -125,12 +125,27 @@ using GbriKernel = int (*)(const GbriRow& row, int x);
 // values hold columns -kGeneralMargin .. width + kGeneralMargin - 1.
 inline constexpr int kGeneralMargin = 2;
 
-// A raw row to values.
+// How the samples of a raw row lie.
+enum class Packing : std::uint8_t {
+    Bytes,      // 8-bit samples
+    Words,      // 16-bit samples in the machine's byte order
+    Raw10,      // MIPI CSI-2 RAW10: 4 samples in 5 bytes, bits 9..2 of each, then their bits 1..0 (sample 0 lowest)
+    Raw12,      // MIPI CSI-2 RAW12: 2 samples in 3 bytes, bits 11..4 of each, then their bits 3..0 (sample 0 lowest)
+    P10,        // GenICam 10p: one little-endian bit stream, each sample least significant bit first
+    P12,        // GenICam 12p: the same with 12-bit samples
+    Packed12,   // GigE Vision 12Packed: bits 11..4 of sample 0, bits 3..0 of 0 and 1 (0 lowest), bits 11..4 of 1
+};
+
+// A raw row to values: each sample s becomes min(s, max) or, with a black level and
+// gains, clamp(floor((s - black) * gain + 1/2), 0, max), the product in single
+// precision; black level and gain by the parity of the column.
 struct LoadRow {
-    const void* src;     // sample 0 of the raw row
-    int depth;           // 8 or 16 bits per sample
+    const void* src;     // the raw row's first byte
+    Packing packing;
     std::uint16_t* out;  // value 0 of the row
     int max;             // the largest value: 2^bits - 1
+    bool balance;        // black level and gains apply
+    float black[2], gain[2];
     int x_last;
 };
 
@@ -145,13 +160,19 @@ struct PlaneRow {
     int x_last;
 };
 
-// Planes to the output row's pixels.
+// Planes to the output row's pixels. A colour matrix takes each pixel's camera red,
+// green and blue to the output's, ((m0 * r + m1 * g) + m2 * b) for red and so on in
+// single precision, clamped to 0 .. max and rounded half up; a curve is a table from
+// such a value to the output element. Without a curve 16-bit elements are the values
+// and 8-bit ones round from 0 .. max to 0 .. 255 (halves up).
 struct StoreRow {
     const std::uint16_t* planes[3];  // blue, green, red; grey: planes[0]
     void* out;                       // element 0 of the output row
     int elements;                    // per pixel: 1, 3 or 4 (the fourth the largest value)
     int depth;                       // bits per element: 8 or 16
-    int max;                         // the planes' largest value; 8-bit elements round from it
+    int max;                         // the planes' largest value
+    const float* matrix;             // 3 x 3, output red, green, blue from camera red, green, blue; null: none
+    const std::uint16_t* curve;      // max + 1 output elements; null: none
     int x_last;
 };
 
