@@ -35,6 +35,8 @@
 //  - the memory the call reads must not overlap the memory it writes.
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -78,6 +80,33 @@ inline constexpr int kMaxThreads = 1024;
 // export, or the method's general rule; by default the member for 8-bit samples.
 enum class Rule { Default = QZRCFA_RULE_DEFAULT, Member = QZRCFA_RULE_MEMBER, General = QZRCFA_RULE_GENERAL };
 
+// How a raw frame's samples lie in its rows (QZRCFA_PACKING_*): 8- or 16-bit samples, or
+// a sensor's packed layout of 10- or 12-bit samples.
+enum class Packing {
+    None = QZRCFA_PACKING_NONE,
+    Raw10 = QZRCFA_PACKING_RAW10,
+    Raw12 = QZRCFA_PACKING_RAW12,
+    P10 = QZRCFA_PACKING_P10,
+    P12 = QZRCFA_PACKING_P12,
+    Packed12 = QZRCFA_PACKING_PACKED12,
+};
+
+// The output's transfer curve (QZRCFA_CURVE_*).
+enum class Curve { Linear = QZRCFA_CURVE_LINEAR, Srgb = QZRCFA_CURVE_SRGB, Gamma = QZRCFA_CURVE_GAMMA };
+
+// From a camera's raw frame to a picture, in the same pass (the general rule): a black
+// level for each place of the 2x2 tile (all four alike for one level), white-balance
+// gains for red, green and blue (or grey world), a colour matrix from camera red, green,
+// blue to the output's (row-major) and an output curve. Zero means none.
+struct Picture {
+    std::array<int, 4> black{};
+    std::array<float, 3> gains{};
+    bool auto_white_balance = false;
+    std::array<float, 9> matrix{};
+    Curve curve = Curve::Linear;
+    float gamma = 0;  // for Curve::Gamma
+};
+
 struct Options {
     Method method = Method::Bilinear;
     Pattern pattern = Pattern::RGGB;
@@ -85,6 +114,7 @@ struct Options {
     Format format = Format::Bgr24;
     int threads = 1;  // 1: the calling thread only, exactly a direct call; 0: every processor; N: up to N
     Rule rule = Rule::Default;
+    Picture picture = {};
 };
 
 // Names, as the library spells them ("smoothhue", "RGGB", "top-down", "bgr24"), and
@@ -97,6 +127,9 @@ template <> inline constexpr int kNames<Method> = QZRCFA_NAMES_METHOD;
 template <> inline constexpr int kNames<Pattern> = QZRCFA_NAMES_PATTERN;
 template <> inline constexpr int kNames<RowOrder> = QZRCFA_NAMES_ORDER;
 template <> inline constexpr int kNames<Format> = QZRCFA_NAMES_FORMAT;
+template <> inline constexpr int kNames<Rule> = QZRCFA_NAMES_RULE;
+template <> inline constexpr int kNames<Packing> = QZRCFA_NAMES_PACKING;
+template <> inline constexpr int kNames<Curve> = QZRCFA_NAMES_CURVE;
 
 template <class E>
 const qzrcfa_name* name_entry(E value) {
@@ -131,6 +164,10 @@ class RawFrame {
         : data_(samples), count_(count), width_(width), height_(height), depth_(8), stride_(stride) {}
     RawFrame(const std::uint16_t* samples, std::size_t count, int width, int height, std::ptrdiff_t stride = 0, int bits = 0)
         : data_(samples), count_(count), width_(width), height_(height), depth_(16), stride_(stride), bits_(bits) {}
+    // Rows of a sensor's packed layout: `count` bytes, `stride` bytes from a row to the
+    // next (0: the layout's row bytes).
+    RawFrame(const std::uint8_t* bytes, std::size_t count, int width, int height, Packing packing, std::ptrdiff_t stride = 0)
+        : data_(bytes), count_(count), width_(width), height_(height), depth_(0), stride_(stride), packing_(packing) {}
     RawFrame(std::span<const std::uint8_t> samples, int width, int height)
         : RawFrame(samples.data(), samples.size(), width, height) {}
     RawFrame(std::span<const std::uint16_t> samples, int width, int height)
@@ -140,10 +177,11 @@ class RawFrame {
     std::size_t count() const { return count_; }  // samples the view covers
     int width() const { return width_; }
     int height() const { return height_; }
-    int depth() const { return depth_; }  // bits per sample
+    int depth() const { return depth_; }  // bits per sample; 0 for packed rows
     std::ptrdiff_t stride() const { return stride_; }
     int bits() const { return bits_; }
-    std::size_t sample_bytes() const { return depth_ == 16 ? 2 : 1; }
+    Packing packing() const { return packing_; }
+    std::size_t sample_bytes() const { return depth_ == 16 ? 2 : 1; }  // of what `count` counts
 
   private:
     const void* data_;
@@ -152,6 +190,7 @@ class RawFrame {
     int depth_;
     std::ptrdiff_t stride_ = 0;
     int bits_ = 0;
+    Packing packing_ = Packing::None;
 };
 
 // The caller's output buffer: `count` elements of 8 or 16 bits, rows `stride` bytes
@@ -180,10 +219,16 @@ class OutputImage {
     std::ptrdiff_t stride_;
 };
 
-// Outcome of a checked call: success, or the reason the request was refused.
+// Outcome of a checked call: success, or the reason the request was refused; and the
+// white-balance gains (red, green, blue) a call applied, which automatic white balance
+// found.
 class Result {
   public:
-    static Result success() { return Result(); }
+    static Result success(std::array<float, 3> gains = {1, 1, 1}) {
+        Result r;
+        r.gains_ = gains;
+        return r;
+    }
     static Result failure(std::string message) {
         Result r;
         r.message_ = message.empty() ? std::string("refused") : std::move(message);
@@ -192,9 +237,11 @@ class Result {
     bool ok() const { return message_.empty(); }
     explicit operator bool() const { return ok(); }
     const std::string& message() const { return message_; }  // empty on success
+    const std::array<float, 3>& gains_used() const { return gains_; }
 
   private:
     std::string message_;
+    std::array<float, 3> gains_{1, 1, 1};
 };
 
 // Smallest width and height a request accepts (0, 0 when the combination has no
@@ -218,6 +265,12 @@ inline qzrcfa_request to_request(int width, int height, const Options& o, int de
     q.format = int(o.format);
     q.threads = o.threads;
     q.rule = int(o.rule);
+    std::copy(o.picture.black.begin(), o.picture.black.end(), q.black);
+    std::copy(o.picture.gains.begin(), o.picture.gains.end(), q.gains);
+    q.white_balance = o.picture.auto_white_balance ? QZRCFA_WHITE_BALANCE_AUTO : QZRCFA_WHITE_BALANCE_GIVEN;
+    std::copy(o.picture.matrix.begin(), o.picture.matrix.end(), q.matrix);
+    q.curve = int(o.picture.curve);
+    q.gamma = o.picture.gamma;
     return q;
 }
 
@@ -227,6 +280,7 @@ inline qzrcfa_request to_request(const RawFrame& raw, const OutputImage& out, co
     q.samples_bytes = raw.count() * raw.sample_bytes();
     q.samples_stride = raw.stride();
     q.bits = raw.bits();
+    q.packing = int(raw.packing());
     q.output = out.data();
     q.output_bytes = out.count() * out.element_bytes();
     q.output_stride = out.stride();
@@ -261,9 +315,22 @@ inline Result check(const RawFrame& raw, const OutputImage& out, const Options& 
 // Checks the request and, if it is sound, runs it (extended library).
 inline Result demosaic(const RawFrame& raw, const OutputImage& out, const Options& options) {
     char message[512];
-    const qzrcfa_request request = detail::to_request(raw, out, options);
+    std::array<float, 3> gains{1, 1, 1};
+    qzrcfa_request request = detail::to_request(raw, out, options);
+    request.gains_used = gains.data();
     if (qzrcfa_demosaic(&request, message, sizeof message) != 0) return Result::failure(message);
-    return Result::success();
+    return Result::success(gains);
+}
+
+// The white-balance gains (red, green, blue) grey world finds in a raw frame (its
+// pattern, bits, packing and black level from `options`), as automatic white balance
+// applies them; a video program can find them once and keep them.
+inline Result auto_white_balance(const RawFrame& raw, const Options& options) {
+    char message[512];
+    std::array<float, 3> gains{};
+    const qzrcfa_request request = detail::to_request(raw, OutputImage(static_cast<std::uint8_t*>(nullptr), 0), options);
+    if (qzrcfa_auto_white_balance(&request, gains.data(), message, sizeof message) != 0) return Result::failure(message);
+    return Result::success(gains);
 }
 
 }  // namespace qzrcfa
