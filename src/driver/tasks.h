@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <thread>
 
 namespace qzrcfa::detail {
 
@@ -34,14 +33,23 @@ struct Bands {
 };
 
 // Progress of the rows of a pass computed by several threads at once, each row by one
-// thread from left to right: how many of its columns are done.
+// thread from left to right: how many of its columns are done. A thread that waits for
+// a row spins a little (the row above is usually a chunk away), then sleeps until the
+// row's thread publishes: a waiter whose processor the system takes away costs the
+// other thread nothing, and a descheduled publisher costs the waiter no spinning.
 struct RowProgress {
     std::atomic<int>* done;  // per row of the pass, from its first row
     int first_row;
-    void publish(int r, int columns) { done[r - first_row].store(columns, std::memory_order_release); }
+    void publish(int r, int columns) {
+        done[r - first_row].store(columns, std::memory_order_release);
+        done[r - first_row].notify_all();
+    }
     void await(int r, int columns) const {
-        for (int spins = 0; done[r - first_row].load(std::memory_order_acquire) < columns; ++spins)
-            if (spins > 64) std::this_thread::yield();
+        std::atomic<int>& row = done[r - first_row];
+        for (int spins = 0; spins < 256; ++spins)
+            if (row.load(std::memory_order_acquire) >= columns) return;
+        for (int seen = row.load(std::memory_order_acquire); seen < columns; seen = row.load(std::memory_order_acquire))
+            row.wait(seen, std::memory_order_acquire);
     }
 };
 
