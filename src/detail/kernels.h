@@ -111,6 +111,10 @@ struct GbriRow {
 
 using GbriKernel = int (*)(const GbriRow& row, int x);
 
+// Smooth hue's quotients q[i] = a[i] / b[i] of operands that are integers 0 .. 255,
+// computed from i = 0 on as the colour pass computes them; returns the first index left.
+using QuotientKernel = int (*)(const float* a, const float* b, float* q, int n);
+
 // The kernels of one instruction set. Grey rows: row.s is the upper of the two raw rows
 // averaged, row.d the output row, one element per pixel.
 struct KernelSet {
@@ -125,6 +129,7 @@ struct KernelSet {
     ColumnKernel<std::uint8_t, SmoothHueRule> smooth_hue_green;
     ColumnKernel<std::uint8_t, SmoothHueRule> smooth_hue_colour;
     GbriKernel gbri[kGbriPasses];  // extended library only (null in libqzrcfa)
+    QuotientKernel smooth_hue_quotients;
 };
 
 // Instruction sets with kernel sets, narrowest first.
@@ -163,6 +168,7 @@ int laplacian_green_columns(const Row<std::uint8_t>& row, const LaplacianParams&
 int laplacian_colour_columns(const Row<std::uint8_t>& row, const LaplacianParams& params, int c);
 int smooth_hue_green_columns(const Row<std::uint8_t>& row, const SmoothHueRule& rule, int c);
 int smooth_hue_colour_columns(const Row<std::uint8_t>& row, const SmoothHueRule& rule, int c);
+int smooth_hue_quotients(const float* a, const float* b, float* q, int n);
 extern const GbriKernel kGbriReferences[kGbriPasses];  // extended library only
 
 }  // namespace qzrcfa::detail

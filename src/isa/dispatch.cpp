@@ -18,6 +18,8 @@ int leave_all(const Row<T>&, const Params&, int c) {
 
 int gbri_leave_all(const GbriRow&, int x) { return x; }
 
+int quotients_leave_all(const float*, const float*, float*, int) { return 0; }
+
 // Every column to the references.
 constexpr KernelSet kScalarKernels = {
     leave_all<std::uint8_t, NearestForm>,      leave_all<std::uint16_t, NearestForm>,
@@ -27,6 +29,7 @@ constexpr KernelSet kScalarKernels = {
     leave_all<std::uint8_t, SmoothHueRule>,    leave_all<std::uint8_t, SmoothHueRule>,
     {gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all,
      gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all, gbri_leave_all},
+    quotients_leave_all,
 };
 
 struct Target {

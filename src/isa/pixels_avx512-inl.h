@@ -11,6 +11,7 @@ constexpr int kLanes = 64;
 typedef std::uint8_t Bytes __attribute__((vector_size(64)));
 typedef std::uint16_t Words __attribute__((vector_size(64)));
 typedef std::int16_t Wide __attribute__((vector_size(64)));  // kLanes / 2 lanes
+typedef float Floats __attribute__((vector_size(64)));  // kLanes / 4 lanes
 
 template <int P>
 struct PixelMask {
@@ -227,3 +228,6 @@ QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r,
 QZRCFA_INLINE Bytes mean_up(Bytes a, Bytes b) { return (Bytes)_mm512_avg_epu8((__m512i)a, (__m512i)b); }
 QZRCFA_INLINE Words mean_up(Words a, Words b) { return (Words)_mm512_avg_epu16((__m512i)a, (__m512i)b); }
 
+// a / b for lanes that hold integers 0 .. 255, as IEEE division gives it (see
+// pixels_sse2-inl.h).
+QZRCFA_INLINE Floats quotient(Floats a, Floats b) { return a / b; }
