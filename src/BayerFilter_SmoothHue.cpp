@@ -140,6 +140,11 @@ int smooth_hue_colour_columns(const Row<std::uint8_t>& row, const SmoothHueRule&
     return c;
 }
 
+int smooth_hue_quotients(const float* a, const float* b, float* q, int n) {
+    for (int i = 0; i < n; ++i) q[i] = a[i] / b[i];
+    return n;
+}
+
 }  // namespace qzrcfa::detail
 
 namespace qzrcfa::members {

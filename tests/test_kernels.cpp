@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <algorithm>
+#include <bit>
 #include <random>
 #include <string>
 #include <vector>
@@ -147,6 +148,26 @@ TEST_P(Kernels, EqualTheReferences) {
                                               {smooth_hue_green_columns, &KernelSet::smooth_hue_green, rules, 1, 0, false, false});
     expect_reference_bytes<u8, SmoothHueRule>(isa, "smooth hue colour",
                                               {smooth_hue_colour_columns, &KernelSet::smooth_hue_colour, rules, 1, 0, false, false});
+}
+
+// The quotient smooth hue's colour pass divides with, over every pair of operands it
+// meets (integers 0 .. 255, zeros included): bit for bit the reference's IEEE division,
+// signed zeros and infinities alike, any NaN for 0 / 0.
+TEST_P(Kernels, QuotientsEqualDivision) {
+    constexpr int n = 256 * 256;
+    std::vector<float> a(n), b(n), q(n), expected(n);
+    for (int i = 0; i < n; ++i) a[std::size_t(i)] = float(i / 256), b[std::size_t(i)] = float(i % 256);
+    smooth_hue_quotients(a.data(), b.data(), expected.data(), n);
+    ASSERT_EQ(kernel_set(GetParam()).smooth_hue_quotients(a.data(), b.data(), q.data(), n), n);
+    int wrong = 0;
+    for (std::size_t i = 0; i < std::size_t(n); ++i) {
+        const bool nan = expected[i] != expected[i];
+        if (nan ? q[i] != q[i] : std::bit_cast<std::uint32_t>(q[i]) == std::bit_cast<std::uint32_t>(expected[i])) continue;
+        if (++wrong <= 5)
+            ADD_FAILURE() << a[i] << " / " << b[i] << " on " << isa_name(GetParam()) << ": " << std::hexfloat << q[i]
+                          << " instead of " << expected[i] << std::defaultfloat;
+    }
+    EXPECT_EQ(wrong, 0);
 }
 
 // The extended library's method: every pass on rows of random floats (non-negative,

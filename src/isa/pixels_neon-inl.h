@@ -10,6 +10,7 @@ constexpr int kLanes = 16;  // columns of one block
 typedef std::uint8_t Bytes __attribute__((vector_size(16)));
 typedef std::uint16_t Words __attribute__((vector_size(16)));  // kLanes / 2 lanes
 typedef std::int16_t Wide __attribute__((vector_size(16)));    // kLanes / 2 lanes
+typedef float Floats __attribute__((vector_size(16)));  // kLanes / 4 lanes
 
 QZRCFA_INLINE uint8x16_t u8(Bytes v) { return (uint8x16_t)v; }
 QZRCFA_INLINE uint16x8_t u16(Words v) { return (uint16x8_t)v; }
@@ -133,3 +134,9 @@ QZRCFA_INLINE Bytes mean_up(Bytes a, Bytes b) { return (Bytes)vrhaddq_u8(u8(a), 
 QZRCFA_INLINE Words mean_up(Words a, Words b) { return (Words)vrhaddq_u16(u16(a), u16(b)); }
 QZRCFA_INLINE Bytes mean_down(Bytes a, Bytes b) { return (Bytes)vhaddq_u8(u8(a), u8(b)); }
 QZRCFA_INLINE Words mean_down(Words a, Words b) { return (Words)vhaddq_u16(u16(a), u16(b)); }
+
+// a / b for lanes that hold integers 0 .. 255, as IEEE division gives it (see
+// pixels_sse2-inl.h). NEON divides (FDIV): an exact sequence from FRECPE's 8-bit
+// estimate needs two Newton steps before its correction, and no ARM processor has
+// timed it against the divider yet.
+QZRCFA_INLINE Floats quotient(Floats a, Floats b) { return a / b; }

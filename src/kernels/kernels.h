@@ -185,6 +185,11 @@ int leave_row(const Row&, int x) {
     return x;
 }
 
+// Smooth hue's quotients q[i] = a[i] / b[i] of operands that are integers 0 .. 255,
+// computed from i = 0 on as the colour pass computes them; returns the first index left.
+using QuotientKernel = int (*)(const float* a, const float* b, float* q, int n);
+inline int quotients_leave_all(const float*, const float*, float*, int) { return 0; }
+
 // The general rule's kernels of one instruction set (every slot left to the reference
 // unless a set fills it).
 struct GeneralKernels {
@@ -225,6 +230,7 @@ struct KernelSet {
     ColumnKernel<std::uint8_t, SmoothHueRule> smooth_hue_colour = leave_all;
     std::array<GbriKernel, kGbriPasses> gbri = gbri_leave_all_passes();
     GeneralKernels general;
+    QuotientKernel smooth_hue_quotients = quotients_leave_all;
 };
 
 // Instruction sets with kernel sets (isa/targets.def), narrowest first, after the
@@ -277,6 +283,7 @@ int laplacian_green_columns(const Row<std::uint8_t>& row, const LaplacianParams&
 int laplacian_colour_columns(const Row<std::uint8_t>& row, const LaplacianParams& params, int c);
 int smooth_hue_green_columns(const Row<std::uint8_t>& row, const SmoothHueRule& rule, int c);
 int smooth_hue_colour_columns(const Row<std::uint8_t>& row, const SmoothHueRule& rule, int c);
+int smooth_hue_quotients(const float* a, const float* b, float* q, int n);
 extern const GbriKernel kGbriReferences[kGbriPasses];  // extended library only
 
 }  // namespace qzrcfa::detail
