@@ -24,6 +24,13 @@ inline constexpr Size kSizes[] = {{640, 480}, {1920, 1080}, {4000, 3000}};
 const std::vector<std::uint8_t>& mosaic8(int width, int height);
 const std::vector<std::uint16_t>& mosaic16(int width, int height);
 
+// The camera route: the photograph's mosaic as 12-bit samples packed as MIPI CSI-2 RAW12
+// (2 samples in 3 bytes), with the black level and white-balance gains the route and
+// the library both apply.
+const std::vector<std::uint8_t>& mosaic_raw12(int width, int height);
+inline constexpr int kRawBlack = 64;
+inline constexpr float kRawGains[3] = {1.75f, 1.0f, 1.5f};  // red, green, blue
+
 // A benchmark run once per size (and pixel size: 0 for grey or one element per pixel,
 // else 24 or 32), named family/WxH[/bits]. `body` runs one call.
 using Body = std::function<void(const Size&, int bits, benchmark::State&)>;

@@ -1,6 +1,7 @@
 // The benchmark program: floors, peers and exports in one run (see bench_common.h).
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -120,7 +121,9 @@ const bool floors = [] {
 
 // Adds x_floor (time over the floor's for the same sample width, size and pixel size),
 // x_opencv (over OpenCV's bilinear conversion of the same size and pixel size, or its
-// grey conversion for one-element rows) and, for NAME@all, x_1thread (over NAME@1).
+// grey conversion for one-element rows), for NAME@all, x_1thread (over NAME@1), and for
+// the camera route in one call (raw12_*), x_export8 (over the 8-bit bilinear export) and
+// x_route (over the same route through OpenCV).
 class RatioReporter : public benchmark::ConsoleReporter {
   public:
     void ReportRuns(const std::vector<Run>& runs) override {
@@ -145,6 +148,12 @@ class RatioReporter : public benchmark::ConsoleReporter {
             // NAME@all against NAME@1: the speed-up of every processor over one.
             if (const auto at = family.find('@'); at != std::string::npos && family.substr(at) != "@1")
                 ratio(run, "x_1thread", family.substr(0, at) + "@1" + rest, t);
+            // The camera route in one call against the 8-bit bilinear export and against
+            // the route through OpenCV.
+            if (family.rfind("raw12_", 0) == 0) {
+                ratio(run, "x_export8", "Bilinear_RGGB" + rest, t);
+                ratio(run, "x_route", "opencv_raw12_route" + rest, t);
+            }
             if (family.rfind("floor", 0) != 0)
                 ratio(run, "x_opencv", std::string(grey ? "opencv_grey" : sixteen ? "opencv_bilinear16" : "opencv_bilinear") + rest, t);
         }
@@ -163,6 +172,24 @@ class RatioReporter : public benchmark::ConsoleReporter {
 
 const std::vector<std::uint8_t>& mosaic8(int width, int height) { return cached<std::uint8_t>(width, height); }
 const std::vector<std::uint16_t>& mosaic16(int width, int height) { return cached<std::uint16_t>(width, height); }
+
+const std::vector<std::uint8_t>& mosaic_raw12(int width, int height) {
+    static std::map<std::pair<int, int>, std::vector<std::uint8_t>> frames;
+    auto& f = frames[{width, height}];
+    if (!f.empty()) return f;
+    const std::vector<std::uint8_t>& m = mosaic8(width, height);
+    const std::size_t row = std::size_t(width + 1) / 2 * 3;
+    f.assign(row * std::size_t(height), 0);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            // The 8-bit sample spread over 12 bits, above the black level.
+            const int v = std::min(4095, kRawBlack + m[std::size_t(y) * std::size_t(width) + std::size_t(x)] * 16);
+            std::uint8_t* group = &f[std::size_t(y) * row + std::size_t(x / 2) * 3];
+            group[x % 2] = std::uint8_t(v >> 4);
+            group[2] |= std::uint8_t((v & 15) << (4 * (x % 2)));
+        }
+    return f;
+}
 
 void add(const std::string& family, bool colour, Body body) { queue().push_back({order_of(family), family, colour, std::move(body)}); }
 
