@@ -128,8 +128,11 @@ fuzz: deps
 	done
 
 # OpenCV is the benchmark's optional peer: installed when the machine can, and the
-# benchmark runs without its rows when not. Then the GStreamer element against
-# bayer2rgb in pipelines (bench/gst_compare.sh).
+# benchmark runs without its rows when not. Then the chart to choose a method by
+# (bench/chart.py: matplotlib and OpenCV's Python module from Debian, installed here),
+# and the GStreamer element against bayer2rgb in pipelines (bench/gst_compare.sh).
+CHART_PACKAGES := python3-matplotlib python3-opencv
+CHART          ?= docs/methods-chart.png
 bench: build
 	@dpkg-query -W -f='$${Status}' libopencv-dev 2>/dev/null | grep -q "install ok installed" || { \
 	  SUDO=; [ "$$(id -u)" = 0 ] || SUDO=sudo; \
@@ -137,7 +140,11 @@ bench: build
 	  $$SUDO apt-get update -qq && DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq libopencv-dev \
 	    && $(CMAKE) -S . -B $(BUILD) && $(CMAKE) --build $(BUILD) -j $(JOBS) --target qzrcfa-bench \
 	    || echo "libopencv-dev not installed: no peer rows"; }
-	$(BUILD)/bench/qzrcfa-bench $(BENCH_ARGS)
+	$(BUILD)/bench/qzrcfa-bench --benchmark_out=$(BUILD)/bench.json --benchmark_out_format=json $(BENCH_ARGS)
+	$(call install_missing,$(CHART_PACKAGES))
+	@$(PYTHON) bench/chart.py $(BUILD)/bench.json $(BUILD)/tools/qzrcfa-quality $(BUILD)/libqzrcfa-ext.so \
+	  $(CHART) samples/astronaut.png samples/chelsea.png samples/coffee.png 2>$(BUILD)/chart.err \
+	  || { grep -v "iCCP: known incorrect" $(BUILD)/chart.err; echo "no chart: bench/chart.py failed"; }
 	@if [ -e $(BUILD)/gstreamer/libgstqzrcfa.so ]; then bench/gst_compare.sh $(BUILD); \
 	else echo "GStreamer element not built: no pipeline comparison"; fi
 

@@ -1,5 +1,5 @@
-// The extended library: methods on one thread and on every processor through its C
-// interface (rows NAME@1 and NAME@all, the second with its speed-up over the first),
+// The extended library: every method on one thread and on every processor through its C
+// interface (rows ext_NAME@1 and ext_NAME@all, the second with its speed-up over the first),
 // and gbri's kernels for each instruction set the processor has, on one thread
 // (gbri8_ISA@1); and a camera's packed RAW12 frame to a balanced 8-bit picture in one call
 // (raw12_*).
@@ -91,19 +91,13 @@ void gbri_on(detail::Isa isa, const Size& s, int bits, benchmark::State& state) 
 }
 
 const bool registered = [] {
-    struct Method {
-        const char* name;
-        int method;
-    };
-    for (const Method m : {Method{"ext_Nearest", QZRCFA_METHOD_NEAREST}, {"ext_Bilinear", QZRCFA_METHOD_BILINEAR},
-                           {"ext_Laplacian", QZRCFA_METHOD_LAPLACIAN}, {"ext_SmoothHue", QZRCFA_METHOD_SMOOTH_HUE},
-                           {"gbri8", QZRCFA_METHOD_GBRI}})
-        for (const int threads : {1, 0}) {
-            const std::string name = std::string(m.name) + (threads == 1 ? "@1" : "@all");
-            add(name, true, [method = m.method, threads](const Size& s, int bits, benchmark::State& st) {
-                demosaic<std::uint8_t>(method, threads, s, bits, st);
-            });
-        }
+    // Every method the library names, rows named by its name: ext_laplacian2@1.
+    for (int i = 0; const qzrcfa_name* m = qzrcfa_names(QZRCFA_NAMES_METHOD, i); ++i)
+        for (const int threads : {1, 0})
+            add(std::string("ext_") + m->name + (threads == 1 ? "@1" : "@all"), true,
+                [method = m->value, threads](const Size& s, int bits, benchmark::State& st) {
+                    demosaic<std::uint8_t>(method, threads, s, bits, st);
+                });
     add("raw12_bilinear", true, [](const Size& s, int bits, benchmark::State& st) { raw12(false, s, bits, st); });
     add("raw12_bilinear_srgb", true, [](const Size& s, int bits, benchmark::State& st) { raw12(true, s, bits, st); });
     for (const int threads : {1, 0})
