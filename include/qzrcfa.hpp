@@ -289,8 +289,10 @@ inline qzrcfa_request to_request(const RawFrame& raw, const OutputImage& out, co
 
 }  // namespace detail
 
-inline Size minimum_size(const Options& options, int depth = 8) {
-    const qzrcfa_request q = detail::to_request(0, 0, options, depth);
+// Smallest frame the request accepts; output_depth 0: the samples' depth (which rule
+// the default picks, and so the minimum, can depend on it).
+inline Size minimum_size(const Options& options, int depth = 8, int output_depth = 0) {
+    const qzrcfa_request q = detail::to_request(0, 0, options, depth, output_depth);
     Size s;
     qzrcfa_minimum_size(&q, &s.width, &s.height);
     return s;
