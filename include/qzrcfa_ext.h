@@ -55,8 +55,10 @@ enum { QZRCFA_FORMAT_GREY = 0, QZRCFA_FORMAT_BGR24 = 24, QZRCFA_FORMAT_BGRA32 = 
  * (every asymmetry of the member included), or the method's general rule (the formulas
  * the method states for every pixel, on every pattern and row order, the border computed
  * from the frame mirrored about its edges, 8- or 16-bit samples of any significant bits;
- * see README). The default: the member for 8-bit samples, and for 16-bit samples where
- * one serves the request as it is (nearest neighbour, grey); the general rule otherwise.
+ * see README). The default: the member for 8-bit samples, and for 16-bit samples of all
+ * 16 bits where one serves the request as it is (nearest neighbour, grey); the general
+ * rule otherwise. The members take samples as they are: a request with fewer `bits` than
+ * its depth runs the general rule.
  * gbri, the extended library's own method, has one rule. */
 enum { QZRCFA_RULE_DEFAULT = 0, QZRCFA_RULE_MEMBER = 1, QZRCFA_RULE_GENERAL = 2 };
 

@@ -170,6 +170,12 @@ TEST(General, NearestIsTheSixteenBitMembersForm) {
             for (int x = 3; x < (w - 1) * 3; ++x) {
                 ASSERT_EQ(g[y * w * 3 + x], want[std::size_t(y * w * 3 + x)]) << p << " " << y << "," << x / 3;
             }
+        // Fewer significant bits: the default is the general rule, which takes larger
+        // values as the largest (the member would copy them).
+        r.q.rule = QZRCFA_RULE_DEFAULT;
+        r.q.bits = 12;
+        ASSERT_EQ(r.run(), 0) << r.why;
+        EXPECT_EQ(*std::max_element(g, g + std::size_t(w) * h * 3), 4095) << p;
     }
 }
 

@@ -153,16 +153,16 @@ Why resolve_member(Plan& p) {
     const std::string method(p.method->name.name);
     if (p.output_depth != q.depth)
         return "the members write elements of their samples' depth, not " + std::to_string(p.output_depth) + "-bit from " +
-               std::to_string(q.depth) + "-bit samples (the general rule does: rule general)";
+               std::to_string(q.depth) + "-bit samples (the general rule does)";
     if (!has_members(*p.method, q.format, q.depth)) {
-        if (q.format == QZRCFA_FORMAT_GREY) return "no member of " + method + " writes grey (nearest's do; or rule general)";
-        return "no member of " + method + " takes " + std::to_string(q.depth) + "-bit samples (the general rule does: rule general)";
+        if (q.format == QZRCFA_FORMAT_GREY) return "no member of " + method + " writes grey (nearest's do, and the general rule)";
+        return "no member of " + method + " takes " + std::to_string(q.depth) + "-bit samples (the general rule does)";
     }
     p.member = find_member(*p.method, q.pattern, q.order, q.format, q.depth);
     if (!p.member)
         return "no member of " + method + " for " + name_of(QZRCFA_NAMES_PATTERN, q.pattern) + " " +
                name_of(QZRCFA_NAMES_ORDER, q.order) + ": " + method + " has " + members_of(*p.method, q.format, q.depth) +
-               " (the general rule serves every pattern and order: rule general)";
+               " (the general rule serves every pattern and order)";
     p.engine = Engine::Member;
     p.facts = facts(*p.member);
     return std::nullopt;
@@ -243,7 +243,7 @@ Why resolve(Plan& p) {
         return "format " + std::to_string(q.format) + " is not one of " + name_list(QZRCFA_NAMES_FORMAT) +
                " (bitCount 24, 32, or 0 for grey)";
     if (q.rule < QZRCFA_RULE_DEFAULT || q.rule > QZRCFA_RULE_GENERAL)
-        return "unknown rule (value " + std::to_string(q.rule) + "; default, member or general)";
+        return "unknown rule (value " + std::to_string(q.rule) + "; " + name_list(QZRCFA_NAMES_RULE) + ")";
     if (Why why = resolve_samples(p)) return why;
     p.output_depth = q.output_depth ? q.output_depth : q.depth;
     if (p.output_depth != 8 && p.output_depth != 16)
@@ -253,7 +253,7 @@ Why resolve(Plan& p) {
     const std::string method(p.method->name.name);
     if (p.picture && q.rule == QZRCFA_RULE_MEMBER)
         return "the members take samples as they are: packed rows, black level, white balance, a colour matrix and a "
-               "curve run the general rule (rule general)";
+               "curve run the general rule";
     if (p.method->members.empty()) {  // the extended library's own method
         if (q.rule == QZRCFA_RULE_MEMBER) return method + " has no member: it is the extended library's own method";
         if (p.picture) return method + " takes samples as they are (no packing, black level, white balance, matrix or curve)";
@@ -263,9 +263,14 @@ Why resolve(Plan& p) {
         p.engine = Engine::Gbri;
         return std::nullopt;
     }
+    // The members take every sample as it is: 16-bit samples of fewer significant bits,
+    // whose larger values the general rule takes as the largest, run the general rule.
+    if (q.rule == QZRCFA_RULE_MEMBER && p.bits != q.depth)
+        return "the members take samples of their full depth, not " + std::to_string(p.bits) + " significant bits of " +
+               std::to_string(q.depth) + " (the general rule takes them)";
     const bool member = q.rule == QZRCFA_RULE_MEMBER ||
                         (q.rule == QZRCFA_RULE_DEFAULT && !p.picture &&
-                         (q.depth == 8 || (p.output_depth == q.depth &&
+                         (q.depth == 8 || (p.output_depth == q.depth && p.bits == q.depth &&
                                            find_member(*p.method, q.pattern, q.order, q.format, q.depth))));
     if (member) return resolve_member(p);
     if (q.format == QZRCFA_FORMAT_GREY && q.method != QZRCFA_METHOD_NEAREST)
