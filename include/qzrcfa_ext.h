@@ -133,7 +133,8 @@ typedef struct qzrcfa_request {
     int rule;
     int reserved;            /* 0 */
     /* Since the second layout: from a camera's raw frame to a picture, in the same pass.
-     * Each of these runs the general rule; all zero, the request is as before. */
+     * Each of these runs the general rule (gbri: on the frame unpacked and balanced first,
+     * then stored as asked); all zero, the request is as before. */
     float* gains_used;       /* where the call writes the red, green and blue gains it applied */
     int packing;             /* QZRCFA_PACKING_* */
     int black[4];            /* black level of the 2x2 tile's places: row 0 column 0, row 0 column 1,

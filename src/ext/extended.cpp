@@ -256,10 +256,7 @@ Why resolve(Plan& p) {
                "curve run the general rule";
     if (p.method->members.empty()) {  // the extended library's own method
         if (q.rule == QZRCFA_RULE_MEMBER) return method + " has no member: it is the extended library's own method";
-        if (p.picture) return method + " takes samples as they are (no packing, black level, white balance, matrix or curve)";
         if (q.format == QZRCFA_FORMAT_GREY) return "no grey output from " + method + " (nearest writes grey)";
-        if (p.output_depth != q.depth) return method + " writes elements of its samples' depth";
-        if (p.bits != q.depth) return method + " takes samples of their full depth (bits 16)";
         p.engine = Engine::Gbri;
         return std::nullopt;
     }
@@ -409,35 +406,50 @@ Why auto_gains(general::Frame& f) {
     return "automatic white balance found no unsaturated sample of some colour in the frame (give the gains instead)";
 }
 
+// The general rule's view of the request: the frame with its black level and gains
+// (grey world's when asked, written to gains_used), and the image with its matrix and
+// curve (the curve's table in `curve`).
+Why picture_of(const Plan& p, general::Frame& frame, general::Image& image, std::vector<std::uint16_t>& curve) {
+    const qzrcfa_request& q = p.q;
+    frame = frame_of(p);
+    if (q.white_balance == QZRCFA_WHITE_BALANCE_AUTO)
+        if (Why why = auto_gains(frame)) return why;
+    if (q.gains_used != nullptr) {
+        q.gains_used[0] = frame.gains[detail::kRed];
+        q.gains_used[1] = frame.gains[detail::kGreen];
+        q.gains_used[2] = frame.gains[detail::kBlue];
+    }
+    image = general::Image{static_cast<std::uint8_t*>(q.output), std::ptrdiff_t(p.out_stride()),
+                           int(elements_per_pixel(q.format)), p.output_depth, q.order == QZRCFA_ORDER_BOTTOM_UP};
+    if (std::any_of(std::begin(q.matrix), std::end(q.matrix), [](float m) { return m != 0; })) image.matrix = q.matrix;
+    if (q.curve != QZRCFA_CURVE_LINEAR) {
+        curve = general::curve_table(q.curve == QZRCFA_CURVE_SRGB ? general::Curve::Srgb : general::Curve::Gamma, q.gamma,
+                                     (1 << p.bits) - 1, p.output_depth);
+        image.curve = curve.data();
+    }
+    return std::nullopt;
+}
+
 Why run(const Plan& p) {
     const qzrcfa_request& q = p.q;
     const int threads = useful_threads(q.threads, q.width, q.height, *p.method);
-    const CallTasks tasks(threads);
     const bool bottom_up = q.order == QZRCFA_ORDER_BOTTOM_UP;
+    general::Frame frame{};
+    general::Image image{};
+    std::vector<std::uint16_t> curve;
     switch (p.engine) {
     case Engine::Gbri:
-        run_gbri(q.samples, p.in_stride(), q.depth, q.width, q.height, q.pattern, q.output, p.out_stride(),
-                 int(elements_per_pixel(q.format)), bottom_up, threads);
+        if (!p.picture && p.bits == q.depth && p.output_depth == q.depth) {
+            run_gbri(q.samples, p.in_stride(), q.depth, q.width, q.height, q.pattern, q.output, p.out_stride(),
+                     int(elements_per_pixel(q.format)), bottom_up, threads);
+            return std::nullopt;
+        }
+        if (Why why = picture_of(p, frame, image, curve)) return why;
+        run_gbri_picture(frame, p.bits == 8 ? 8 : 16, image, threads);
         return std::nullopt;
     case Engine::General: {
-        general::Frame frame = frame_of(p);
-        if (q.white_balance == QZRCFA_WHITE_BALANCE_AUTO)
-            if (Why why = auto_gains(frame)) return why;
-        if (q.gains_used != nullptr) {
-            q.gains_used[0] = frame.gains[detail::kRed];
-            q.gains_used[1] = frame.gains[detail::kGreen];
-            q.gains_used[2] = frame.gains[detail::kBlue];
-        }
-        general::Image image{static_cast<std::uint8_t*>(q.output), std::ptrdiff_t(p.out_stride()),
-                             int(elements_per_pixel(q.format)), p.output_depth, bottom_up};
-        const bool matrix = std::any_of(std::begin(q.matrix), std::end(q.matrix), [](float m) { return m != 0; });
-        if (matrix) image.matrix = q.matrix;
-        std::vector<std::uint16_t> curve;
-        if (q.curve != QZRCFA_CURVE_LINEAR) {
-            curve = general::curve_table(q.curve == QZRCFA_CURVE_SRGB ? general::Curve::Srgb : general::Curve::Gamma, q.gamma,
-                                         (1 << p.bits) - 1, p.output_depth);
-            image.curve = curve.data();
-        }
+        if (Why why = picture_of(p, frame, image, curve)) return why;
+        const CallTasks tasks(threads);
         general::demosaic(p.general, frame, image, &tasks);
         return std::nullopt;
     }

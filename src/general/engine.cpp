@@ -107,20 +107,9 @@ class Sweep {
     }
 
     void load(std::ptrdiff_t r) {
-        LoadRow row{};
-        row.src = f_.data + reflect(r, f_.height) * f_.pitch;
-        row.packing = f_.packing;
-        row.out = values(r);
-        row.max = max_;
-        row.balance = f_.balance;
-        for (int parity = 0; parity < 2 && f_.balance; ++parity) {
-            const detail::Site site = detail::site_at(f_.pattern, int(r & 1), parity);
-            row.black[parity] = f_.black[r & 1][parity];
-            row.gain[parity] = f_.gains[site == detail::Site::Red ? detail::kRed : site == detail::Site::Blue ? detail::kBlue : detail::kGreen];
-        }
-        row.x_last = f_.width - 1;
-        detail::general_load(row, k_.load(row, 0));
-        mirror_columns(row.out);
+        std::uint16_t* v = values(r);
+        load_row(f_, reflect(r, f_.height), v, k_);
+        mirror_columns(v);
     }
 
     PlaneRow plane_row(std::ptrdiff_t r) {
@@ -150,17 +139,8 @@ class Sweep {
     }
 
     void store(std::ptrdiff_t y) {
-        StoreRow row{};
-        for (int i = 0; i < 3; ++i) row.planes[i] = planes_.row(i);
-        const std::ptrdiff_t out_row = im_.bottom_up ? f_.height - 1 - y : y;
-        row.out = im_.data + out_row * im_.pitch;
-        row.elements = im_.elements;
-        row.depth = im_.depth;
-        row.max = max_;
-        row.matrix = im_.matrix;
-        row.curve = im_.curve;
-        row.x_last = f_.width - 1;
-        detail::general_store(row, k_.store(row, 0));
+        const std::uint16_t* planes[3] = {planes_.row(0), planes_.row(1), planes_.row(2)};
+        store_row(im_, im_.bottom_up ? f_.height - 1 - y : y, planes, f_.width, max_, k_);
     }
 
     const Rule& rule_;
@@ -173,6 +153,36 @@ class Sweep {
 };
 
 }  // namespace
+
+void load_row(const Frame& f, std::ptrdiff_t r, std::uint16_t* out, const GeneralKernels& kernels) {
+    LoadRow row{};
+    row.src = f.data + r * f.pitch;
+    row.packing = f.packing;
+    row.out = out;
+    row.max = (1 << f.bits) - 1;
+    row.balance = f.balance;
+    for (int parity = 0; parity < 2 && f.balance; ++parity) {
+        const detail::Site site = detail::site_at(f.pattern, int(r & 1), parity);
+        row.black[parity] = f.black[r & 1][parity];
+        row.gain[parity] = f.gains[site == detail::Site::Red ? detail::kRed : site == detail::Site::Blue ? detail::kBlue : detail::kGreen];
+    }
+    row.x_last = f.width - 1;
+    detail::general_load(row, kernels.load(row, 0));
+}
+
+void store_row(const Image& im, std::ptrdiff_t y, const std::uint16_t* const planes[3], int width, int max,
+               const GeneralKernels& kernels) {
+    StoreRow row{};
+    for (int i = 0; i < 3; ++i) row.planes[i] = planes[i];
+    row.out = im.data + y * im.pitch;
+    row.elements = im.elements;
+    row.depth = im.depth;
+    row.max = max;
+    row.matrix = im.matrix;
+    row.curve = im.curve;
+    row.x_last = width - 1;
+    detail::general_store(row, kernels.store(row, 0));
+}
 
 void demosaic(Method method, const Frame& frame, const Image& image, const detail::Tasks* tasks, detail::Isa isa) {
     const Rule rule = rule_of(method, image.elements == 1);

@@ -52,15 +52,12 @@ bool grey_world(const Frame& f, float gains[3]) {
     const int max = (1 << f.bits) - 1;
     std::vector<std::uint16_t> values(std::size_t(f.width));
     double sum[3] = {}, count[3] = {};
+    const detail::GeneralKernels& kernels = detail::kernel_set(detail::best_isa()).general;
+    Frame unbalanced = f;  // the samples as they are; the black level is subtracted below
+    unbalanced.balance = false;
     for (int y = 0; y < f.height; ++y) {
         if ((y / 2) % 4 != 0) continue;  // every fourth pair of rows
-        detail::LoadRow row{};
-        row.src = f.data + std::ptrdiff_t(y) * f.pitch;
-        row.packing = f.packing;
-        row.out = values.data();
-        row.max = max;
-        row.x_last = f.width - 1;
-        detail::general_load(row, 0);
+        load_row(unbalanced, y, values.data(), kernels);
         for (int x = 0; x < f.width; ++x) {
             const int v = values[std::size_t(x)];
             if (v >= max) continue;  // saturated
