@@ -416,14 +416,14 @@ Frame load(const Settings& s, const std::string& path) {
     ReadLimits limits = s.limits;
     // Once the header is read: every request this frame makes must be one the library
     // serves, or nothing more is read.
-    limits.accept = [&](int width, int height, int depth, int channels) {
+    limits.accept = [&](int width, int height, int depth, int, int channels) {
         if (channels != 1)
             throw std::runtime_error("has " + std::to_string(channels) + " channels; a raw frame has one sample per pixel");
         if (s.all && depth != 8) throw std::runtime_error("--all compares the 8-bit methods; this frame has 16-bit samples");
         for (qzrcfa::Method m : methods_for(s, depth))
             check_request(options_for(s, m, target_for(s, f.name, m), depth), width, height, depth);
     };
-    f.image = s.raw_width ? read_raw(path, s.raw_width, s.raw_height, s.raw_depth, limits) : read_image(path, true, limits);
+    f.image = s.raw_width ? read_raw(path, RawLayout{s.raw_width, s.raw_height, s.raw_depth, 0, "", 0}, limits) : read_image(path, true, limits);
     return f;
 }
 

@@ -219,7 +219,7 @@ int main(int argc, char** argv) {
     std::vector<std::vector<double>> psnr(std::size(kMethods), std::vector<double>(paths.size()));
     std::vector<std::string> names;
     // Nothing is decoded for an image that cannot be measured.
-    limits.accept = [&](int width, int height, int, int channels) {
+    limits.accept = [&](int width, int height, int, int, int channels) {
         if (channels < 3) throw std::runtime_error("not a colour image");
         check_measurable(width, height, patterns, flip, sixteen ? 16 : 8, border);
     };
