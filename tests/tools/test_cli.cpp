@@ -539,19 +539,27 @@ TEST_F(Cli, QualityOfAUniformPhotographIsInfiniteForEveryMethodButLaplacian2) {
     EXPECT_EQ(rows, 8);
 }
 
-TEST_F(Cli, QualityRanksMethodsPlausiblyAndRefusesBadCalls) {
-    const Outcome r = run("$Q '" + std::string(QZRCFA_SAMPLES) + "/chelsea.png'");
-    ASSERT_EQ(r.status, 0) << r.err;
-    std::map<std::string, double> score;
-    std::istringstream lines(r.out);
+// The quality tool's table: method label to its cells ("-" where a method has none).
+std::map<std::string, std::string> quality_table(const std::string& out) {
+    std::map<std::string, std::string> cells;
+    std::istringstream lines(out);
     std::string line;
     std::getline(lines, line);
     // "LABEL   PSNR   MEAN", the label padded to 18 columns.
     while (std::getline(lines, line)) {
         std::string label = line.substr(0, 18);
         label.erase(label.find_last_not_of(' ') + 1);
-        score[label] = std::stod(line.substr(18));
+        cells[label] = line.substr(18);
     }
+    return cells;
+}
+
+TEST_F(Cli, QualityRanksMethodsPlausiblyAndRefusesBadCalls) {
+    const std::string cat = " '" + std::string(QZRCFA_SAMPLES) + "/chelsea.png'";
+    const Outcome r = run("$Q" + cat);
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::map<std::string, double> score;
+    for (const auto& [label, cells] : quality_table(r.out)) score[label] = std::stod(cells);
     ASSERT_EQ(score.size(), 8u) << r.out;
     for (const auto& [method, psnr] : score) EXPECT_TRUE(psnr > 20 && psnr < 60) << method << " " << psnr;
     for (const char* better : {"bilinear", "edge sensing 1", "laplacian", "smooth hue"})
@@ -559,8 +567,27 @@ TEST_F(Cli, QualityRanksMethodsPlausiblyAndRefusesBadCalls) {
     EXPECT_GT(score["laplacian"], score["bilinear"]);
     EXPECT_GT(score["gbri"], 42.0) << "the cat, 42.3 dB when gbri was made";
 
+    // 16-bit mosaics take every method, and so does the general rule every pattern; it
+    // has one Laplacian (the members' second one displaces its green pass). The members
+    // of edge2 and laplacian2 are RGGB's; of 16-bit mosaics, nearest's.
+    struct Measured {
+        const char* args;
+        int measured;      // methods with a number
+        bool laplacians;   // laplacian and laplacian 2 alike
+    };
+    for (const Measured& m : {Measured{"--depth 16", 8, true}, Measured{"--rule general --pattern bggr", 8, true}, Measured{"--pattern BGGR", 6, false},
+                              Measured{"--depth=16 --rule=member", 1, true}}) {
+        SCOPED_TRACE(m.args);
+        const Outcome q = run("$Q " + std::string(m.args) + cat);
+        ASSERT_EQ(q.status, 0) << q.err;
+        std::map<std::string, std::string> cells = quality_table(q.out);
+        EXPECT_EQ(std::count_if(cells.begin(), cells.end(), [](const auto& c) { return c.second.find('-') == std::string::npos; }), m.measured)
+            << q.out;
+        EXPECT_EQ(cells["laplacian"] == cells["laplacian 2"], m.laplacians) << q.out;
+    }
+
     qzrcfa::tools::write_png(path("grey.png").string(), Image{8, 8, 1, 8, std::vector<std::uint8_t>(64, 1), {}});
-    for (const auto& [args, status] : {std::pair{"", 2}, {"--pattern XYZW a.png", 2}, {"missing.png", 1}, {"grey.png", 1}})
+    for (const auto& [args, status] : {std::pair{"", 2}, {"--pattern XYZW a.png", 2}, {"--rule any a.png", 2}, {"missing.png", 1}, {"grey.png", 1}})
         EXPECT_EQ(run(std::string("$Q ") + args).status, status) << args;
 }
 
