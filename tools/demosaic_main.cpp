@@ -125,12 +125,14 @@ OPTIONS
         1 runs on the calling thread alone; the result is the same whatever N.
         Frames too small to gain from threads run on one. At most 1024.
     --time
-        Print, per frame and method, milliseconds per frame and megapixels per
-        second on standard output (standard error with -o -), and, unless
-        --threads is 1, how many times faster than one thread the call ran (the
-        call is timed on one thread as well).
+        Print, per frame and method, milliseconds per frame (the median of the
+        calls, see --repeat) and megapixels per second on standard output (standard
+        error with -o -), and, where the frame was split among threads, how many
+        times faster than one thread the call ran (the call is timed on one thread
+        as well) and on how many threads.
     --repeat N
-        Run each demosaic call N times and time the median (default 1).
+        With --time: time the median of N calls (default: after one call to warm
+        up, as many as last about 0.2 s).
     -v, --verbose
         Print the path of each file written, the montage's included, and the
         white-balance gains each frame used.
@@ -243,7 +245,7 @@ struct Settings {
     std::string output, output_dir, type = "png", montage;
     qzrcfa::Options options{.threads = 0};
     bool order_given = false, all = false, time = false, verbose = false, force = false;
-    int repeat = 1;
+    int repeat = 0;  // --time: calls timed; 0: as many as last about 0.2 s
     qzrcfa::tools::ReadLimits limits;
     std::optional<Crop> crop;
     // Headerless raw frames.
@@ -458,6 +460,7 @@ Settings parse(int argc, char** argv) {
     if (s.output_dir == "-") throw UsageError("-d takes a directory, not - (-o - writes one image to standard output)");
     if (s.all && s.options.format == qzrcfa::Format::Grey) throw UsageError("--all compares colour methods; use --format bgr24 or bgra32");
     if (!s.montage.empty() && !s.all) throw UsageError("--montage goes with --all");
+    if (s.repeat && !s.time) throw UsageError("--repeat goes with --time");
     s.order_given = order.has_value();
     s.options.order = order.value_or(qzrcfa::RowOrder::TopDown);
     // The thread count and the picture as the library judges them, on a request it would
@@ -658,6 +661,8 @@ struct Output {
     std::vector<std::uint16_t> wide;    // 16-bit elements
     int depth = 8;                      // of the elements
     std::array<float, 3> gains{1, 1, 1};  // the white-balance gains the call used
+    int threads = 1;                    // the frame was split among
+    int calls = 0;                      // timed
     double ms = 0;
     double ms_one_thread = 0;           // 0: not measured
 };
@@ -678,10 +683,21 @@ double call(Output& out, const Frame& frame, const qzrcfa::Options& o, std::size
     return ms;
 }
 
-// Runs the request `repeat` times into `out` and returns the median time.
-double run_into(Output& out, const Frame& frame, const qzrcfa::Options& o, std::size_t out_count, int repeat) {
-    std::vector<double> times;
-    for (int i = 0; i < repeat; ++i) times.push_back(call(out, frame, o, out_count));
+// Runs the request into `out`: once, or timed: the median of `repeat` calls, or with
+// repeat 0 of as many as last about 0.2 s after one to warm up (which starts the
+// threads and touches the buffers); a call that alone lasts that long is timed once.
+double run_into(Output& out, const Frame& frame, const qzrcfa::Options& o, std::size_t out_count, bool time, int repeat) {
+    constexpr double kBudgetMs = 200;
+    constexpr std::size_t kMostCalls = 10000;
+    std::vector<double> times{call(out, frame, o, out_count)};
+    if (time && repeat > 0) {
+        for (int i = 1; i < repeat; ++i) times.push_back(call(out, frame, o, out_count));
+    } else if (time && times[0] < kBudgetMs) {
+        times.clear();
+        for (double total = 0; total < kBudgetMs && times.size() < kMostCalls; total += times.back())
+            times.push_back(call(out, frame, o, out_count));
+    }
+    out.calls = int(times.size());
     std::nth_element(times.begin(), times.begin() + std::ptrdiff_t(times.size() / 2), times.end());
     return times[times.size() / 2];
 }
@@ -693,12 +709,13 @@ Output run(const Settings& s, const Frame& frame, const qzrcfa::Options& o) {
     const std::size_t out_count = qzrcfa_output_elements(&q);
     Output out;
     out.depth = out_depth;
-    if (s.time && o.threads != 1) {
+    out.threads = qzrcfa_threads_used(&q);
+    if (s.time && out.threads > 1) {
         qzrcfa::Options one = o;
         one.threads = 1;
-        out.ms_one_thread = run_into(out, frame, one, out_count, s.repeat);
+        out.ms_one_thread = run_into(out, frame, one, out_count, true, s.repeat);
     }
-    out.ms = run_into(out, frame, o, out_count, s.repeat);
+    out.ms = run_into(out, frame, o, out_count, s.time, s.repeat);
     return out;
 }
 
@@ -755,13 +772,10 @@ std::FILE* report(const Settings& s) { return s.output == "-" ? stderr : stdout;
 void report_time(const Settings& s, const Frame& frame, qzrcfa::Method m, const Output& out) {
     if (!s.time) return;
     const double mp = double(frame.image.width) * double(frame.image.height) / 1e6;
-    std::fprintf(report(s), "%s %s: %.3f ms per frame, %.1f MP/s", frame.name.c_str(), std::string(qzrcfa::to_string(m)).c_str(), out.ms,
-                 out.ms > 0 ? mp / (out.ms / 1000.0) : 0.0);
-    if (out.ms_one_thread > 0) {
-        const int threads = s.options.threads == 0 ? qzrcfa_processors() : s.options.threads;
-        std::fprintf(report(s), ", %.2fx one thread's speed (up to %d threads)", out.ms > 0 ? out.ms_one_thread / out.ms : 0.0,
-                     threads);
-    }
+    std::fprintf(report(s), "%s %s: %.3f ms per frame (median of %d), %.1f MP/s", frame.name.c_str(),
+                 std::string(qzrcfa::to_string(m)).c_str(), out.ms, out.calls, out.ms > 0 ? mp / (out.ms / 1000.0) : 0.0);
+    if (out.ms_one_thread > 0)
+        std::fprintf(report(s), ", %.2fx one thread's speed (%d threads)", out.ms > 0 ? out.ms_one_thread / out.ms : 0.0, out.threads);
     std::fputc('\n', report(s));
     std::fflush(report(s));
 }
