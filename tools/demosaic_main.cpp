@@ -128,8 +128,8 @@ OPTIONS
         Print, per frame and method, milliseconds per frame (the median of the
         calls, see --repeat) and megapixels per second on standard output (standard
         error with -o -), and, where the frame was split among threads, how many
-        times faster than one thread the call ran (the call is timed on one thread
-        as well) and on how many threads.
+        times faster than one thread the call ran and on how many threads (each
+        call alternates with one on a single thread).
     --repeat N
         With --time: time the median of N calls (default: after one call to warm
         up, as many as last about 0.2 s).
@@ -683,26 +683,20 @@ double call(Output& out, const Frame& frame, const qzrcfa::Options& o, std::size
     return ms;
 }
 
-// Runs the request into `out`: once, or timed: the median of `repeat` calls, or with
-// repeat 0 of as many as last about 0.2 s after one to warm up (which starts the
-// threads and touches the buffers); a call that alone lasts that long is timed once.
-double run_into(Output& out, const Frame& frame, const qzrcfa::Options& o, std::size_t out_count, bool time, int repeat) {
-    constexpr double kBudgetMs = 200;
-    constexpr std::size_t kMostCalls = 10000;
-    std::vector<double> times{call(out, frame, o, out_count)};
-    if (time && repeat > 0) {
-        for (int i = 1; i < repeat; ++i) times.push_back(call(out, frame, o, out_count));
-    } else if (time && times[0] < kBudgetMs) {
-        times.clear();
-        for (double total = 0; total < kBudgetMs && times.size() < kMostCalls; total += times.back())
-            times.push_back(call(out, frame, o, out_count));
-    }
-    out.calls = int(times.size());
+double median(std::vector<double> times) {
+    if (times.empty()) return 0;
     std::nth_element(times.begin(), times.begin() + std::ptrdiff_t(times.size() / 2), times.end());
     return times[times.size() / 2];
 }
 
+// Runs the request into `out`: once, or timed: the median of `repeat` calls, or with
+// repeat 0 of as many as last about 0.2 s after one to warm up (which starts the
+// threads and touches the buffers; a call that alone lasts that long is timed once).
+// Where the frame is split among threads, each call alternates with one on a single
+// thread, so that both meet the same load from the rest of the machine.
 Output run(const Settings& s, const Frame& frame, const qzrcfa::Options& o) {
+    constexpr double kBudgetMs = 200;
+    constexpr std::size_t kMostCalls = 10000;
     const int out_depth = output_depth(s, frame);
     check_request(frame, o, out_depth);
     const qzrcfa_request q = query(frame, o, out_depth);
@@ -710,12 +704,25 @@ Output run(const Settings& s, const Frame& frame, const qzrcfa::Options& o) {
     Output out;
     out.depth = out_depth;
     out.threads = qzrcfa_threads_used(&q);
-    if (s.time && out.threads > 1) {
-        qzrcfa::Options one = o;
-        one.threads = 1;
-        out.ms_one_thread = run_into(out, frame, one, out_count, true, s.repeat);
+    qzrcfa::Options one = o;
+    one.threads = 1;
+    const bool compare = s.time && out.threads > 1;
+    std::vector<double> times, single;
+    auto once = [&] {
+        if (compare) single.push_back(call(out, frame, one, out_count));
+        times.push_back(call(out, frame, o, out_count));
+    };
+    once();
+    if (s.time && s.repeat > 0) {
+        while (times.size() < std::size_t(s.repeat)) once();
+    } else if (s.time && times[0] < kBudgetMs) {
+        times.clear();
+        single.clear();
+        for (double total = 0; total < kBudgetMs && times.size() < kMostCalls; total += times.back()) once();
     }
-    out.ms = run_into(out, frame, o, out_count, s.time, s.repeat);
+    out.calls = int(times.size());
+    out.ms = median(times);
+    out.ms_one_thread = median(single);
     return out;
 }
 
