@@ -229,6 +229,13 @@ QZRCFA_EXT_API int qzrcfa_lookup(int kind, const char* text);
 /* Threads a request with threads = 0 uses: the processors this program may run on. */
 QZRCFA_EXT_API int qzrcfa_processors(void);
 
+/* Threads qzrcfa_demosaic splits the request's frame among: its thread count (0: every
+ * processor), fewer where the frame is too small for each to gain (each method has a
+ * number of pixels a thread should have at least), 1 at least; -1 when qzrcfa_demosaic
+ * would refuse its size, method, rule, formats or thread count. The buffers are not
+ * looked at. */
+QZRCFA_EXT_API int qzrcfa_threads_used(const qzrcfa_request* request);
+
 /* The instruction set whose kernels this processor runs ("avx512vbmi", "neon", ...). */
 QZRCFA_EXT_API const char* qzrcfa_instruction_set(void);
 

@@ -580,6 +580,16 @@ QZRCFA_EXT_API int qzrcfa_output_defined(const qzrcfa_request* request) {
 
 QZRCFA_EXT_API int qzrcfa_processors(void) { return ext::processors(); }
 
+QZRCFA_EXT_API int qzrcfa_threads_used(const qzrcfa_request* request) {
+    try {
+        ext::Plan p;
+        if (ext::plan(request, p) || p.q.threads < 0 || p.q.threads > ext::kMaxThreads) return -1;
+        return ext::useful_threads(p.q.threads, p.q.width, p.q.height, *p.method);
+    } catch (...) {
+        return -1;
+    }
+}
+
 QZRCFA_EXT_API const char* qzrcfa_instruction_set(void) { return ext::instruction_set(); }
 
 }  // extern "C"
