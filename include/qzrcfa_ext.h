@@ -57,9 +57,9 @@ enum { QZRCFA_FORMAT_GREY = 0, QZRCFA_FORMAT_BGR24 = 24, QZRCFA_FORMAT_BGRA32 = 
  * from the frame mirrored about its edges, 8- or 16-bit samples of any significant bits;
  * see README). The default: the member for 8-bit samples, and for 16-bit samples of all
  * 16 bits where one serves the request as it is (nearest neighbour, grey); the general
- * rule otherwise. The members take samples as they are: a request with fewer `bits` than
- * its depth runs the general rule.
- * gbri, the extended library's own method, has one rule. */
+ * rule otherwise. The members take samples as they are (fewer `bits` do not change what
+ * they compute), so by default a request with fewer `bits` than its depth runs the
+ * general rule. gbri, the extended library's own method, has one rule. */
 enum { QZRCFA_RULE_DEFAULT = 0, QZRCFA_RULE_MEMBER = 1, QZRCFA_RULE_GENERAL = 2 };
 
 /* How a raw frame's samples lie in its rows. NONE: 8- or 16-bit samples (`depth`); the
@@ -171,6 +171,13 @@ QZRCFA_EXT_API int qzrcfa_check(const qzrcfa_request* request, char* message, si
  * and formats), slack included; 0 when qzrcfa_demosaic would refuse those. The buffer
  * pointers and sizes of the request are not looked at. */
 QZRCFA_EXT_API size_t qzrcfa_output_bytes(const qzrcfa_request* request);
+
+/* How the request's raw frame lies (its size, depth, packing, bits and stride): bytes of
+ * one row, bytes the whole frame spans (the last row's own bytes only, no padding after
+ * it), and the significant bits of its samples. Returns 0, or -1 when qzrcfa_demosaic
+ * would refuse those fields. The buffer pointers and sizes are not looked at: a program
+ * can check a file's size before it reads or allocates anything. Any pointer may be null. */
+QZRCFA_EXT_API int qzrcfa_raw_layout(const qzrcfa_request* request, size_t* row_bytes, size_t* frame_bytes, int* bits);
 
 /* Elements of output_depth bits the output buffer must hold for the request with rows
  * back to back (the output stride taken as 0), slack included; 0 when qzrcfa_demosaic

@@ -151,7 +151,6 @@ const Refusal kRefusals[] = {
     // Significant bits, padded rows and alignment.
     {{Method::Laplacian}, 16, 10, 6, 0, 0, "bits 8 is outside 9..16", false, 0, 8},
     {{Method::Laplacian}, 16, 10, 6, 0, 0, "bits 17 is outside 9..16", false, 0, 17},
-    {{NN, P, TD, B24, 1, MEMBER}, 16, 10, 6, 0, 0, "the members take samples of their full depth, not 12", false, 0, 12},
     {{Method::SmoothHue}, 16, 10, 6, 0, 0, "stride 19 is below a row's 20 bytes", false, 0, 0, -1},
     {{Method::SmoothHue}, 16, 10, 6, 0, 0, "stride 21 is not a multiple of the 2-byte elements", false, 0, 0, 1},
     {{NN, P, TD, Format::Bgra32}, 8, 10, 6, 0, 0, "the output's stride 39 is below a row's 40 bytes", false, 0, 0, 0, -1},

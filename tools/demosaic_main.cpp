@@ -226,18 +226,21 @@ std::string manual() {
     return text;
 }
 
-// Packed layouts as qzrcfa_ext.h lays them out: the bits of their samples, and the bytes
-// of a row of `width` samples (a group the row ends inside is whole; the GenICam bit
-// streams end at the byte that holds their last bit).
-int packed_bits(qzrcfa::Packing p) { return p == qzrcfa::Packing::Raw10 || p == qzrcfa::Packing::P10 ? 10 : 12; }
-
-std::size_t packed_row_bytes(qzrcfa::Packing p, std::size_t width) {
-    switch (p) {
-    case qzrcfa::Packing::Raw10: return (width + 3) / 4 * 5;
-    case qzrcfa::Packing::Raw12:
-    case qzrcfa::Packing::Packed12: return (width + 1) / 2 * 3;
-    default: return (width * std::size_t(packed_bits(p)) + 7) / 8;
-    }
+// A packed layout as the library reads it: the bits of its samples and the bytes of a
+// row of `width` samples.
+struct PackedRow {
+    int bits = 0;
+    std::size_t bytes = 0;
+};
+PackedRow packed_row(qzrcfa::Packing p, int width) {
+    qzrcfa_request q = QZRCFA_REQUEST_INIT;
+    q.packing = int(p);
+    q.width = std::max(width, 2);  // the smallest frame the library takes; narrower ones it refuses later
+    q.height = 2;
+    PackedRow row;
+    if (qzrcfa_raw_layout(&q, &row.bytes, nullptr, &row.bits) != 0)
+        throw std::runtime_error(std::string("the library does not read ") + std::string(qzrcfa::to_string(p)) + " rows");
+    return row;
 }
 
 struct Settings {
@@ -437,11 +440,11 @@ Settings parse(int argc, char** argv) {
     }
     if (depth_given && packed) throw UsageError("--depth and --packing both give the samples' layout: give one");
     if (s.raw_depth == 0) s.raw_depth = packed ? 16 : 8;
-    if (packed && s.bits && s.bits != packed_bits(s.packing))
+    if (packed && s.bits && s.bits != packed_row(s.packing, s.raw_width).bits)
         throw UsageError("--bits " + std::to_string(s.bits) + " with --packing " + std::string(qzrcfa::to_string(s.packing)) +
-                         ", whose samples have " + std::to_string(packed_bits(s.packing)) + " bits");
+                         ", whose samples have " + std::to_string(packed_row(s.packing, s.raw_width).bits) + " bits");
     if (s.raw_stride) {
-        const std::size_t row = packed ? packed_row_bytes(s.packing, std::size_t(s.raw_width))
+        const std::size_t row = packed ? packed_row(s.packing, s.raw_width).bytes
                                        : std::size_t(s.raw_width) * std::size_t(s.raw_depth / 8);
         const std::string what = packed ? std::string(qzrcfa::to_string(s.packing)) + " row" : std::to_string(s.raw_depth) + "-bit row";
         if (s.raw_stride < row)
@@ -509,12 +512,11 @@ struct Frame {
     std::string name;
     qzrcfa::Packing packing = qzrcfa::Packing::None;
     int bits = 0;              // significant bits of 16-bit samples (0: 16)
-    bool header_bits = false;  // `bits` came from a PGM's maxval, not --bits
 
     // Bits of the values the samples become: 8 or 16.
     int depth() const { return packing != qzrcfa::Packing::None ? 16 : image.depth; }
     // Significant bits of those values.
-    int value_bits() const { return packing != qzrcfa::Packing::None ? packed_bits(packing) : bits ? bits : image.depth; }
+    int value_bits() const { return packing != qzrcfa::Packing::None ? packed_row(packing, image.width).bits : bits ? bits : image.depth; }
 };
 
 // An 8-bit frame before it is read: what --all and the outputs are judged against.
@@ -527,16 +529,13 @@ Frame eight_bit_frame() {
 int output_depth(const Settings& s, const Frame& f) { return s.output_depth ? s.output_depth : f.depth(); }
 
 // The frame as the library reads it; before its samples are read, a view of nothing.
-// gbri takes samples of their full depth: a PGM's maxval does not make its bits (it
-// still gives the output's maxval).
-qzrcfa::RawFrame raw_view(const Frame& f, const qzrcfa::Options& o) {
+qzrcfa::RawFrame raw_view(const Frame& f) {
     const Image& im = f.image;
     const auto stride = std::ptrdiff_t(im.stride);
     if (f.packing != qzrcfa::Packing::None)
         return qzrcfa::RawFrame(im.pixels.data(), im.pixels.size(), im.width, im.height, f.packing, stride);
     if (im.depth == 8) return qzrcfa::RawFrame(im.pixels.data(), im.pixels.size(), im.width, im.height, stride);
-    const int bits = o.method == qzrcfa::Method::Gbri && f.header_bits ? 0 : f.bits;
-    return qzrcfa::RawFrame(im.wide.data(), im.wide.size(), im.width, im.height, stride, bits);
+    return qzrcfa::RawFrame(im.wide.data(), im.wide.size(), im.width, im.height, stride, f.bits);
 }
 
 // The request a call on the frame makes, without its output buffer, as the extended
@@ -546,7 +545,7 @@ qzrcfa::RawFrame raw_view(const Frame& f, const qzrcfa::Options& o) {
 qzrcfa_request query(const Frame& f, const qzrcfa::Options& o, int out_depth) {
     const qzrcfa::OutputImage none = out_depth == 16 ? qzrcfa::OutputImage(static_cast<std::uint16_t*>(nullptr), 0)
                                                      : qzrcfa::OutputImage(static_cast<std::uint8_t*>(nullptr), 0);
-    return qzrcfa::detail::to_request(raw_view(f, o), none, o);
+    return qzrcfa::detail::to_request(raw_view(f), none, o);
 }
 
 // Whether the library has the method for the rest of the request (at some size).
@@ -618,7 +617,6 @@ void settle_bits(const Settings& s, Frame& f) {
         throw std::runtime_error(given + " disagrees with the header's maxval " + std::to_string(maxval) + ", " + std::to_string(header) +
                                  " significant bits");
     f.bits = s.bits ? s.bits : header;
-    f.header_bits = !s.bits && header;
 }
 
 Frame load(const Settings& s, const std::string& path) {
@@ -644,7 +642,7 @@ Frame load(const Settings& s, const std::string& path) {
     if (s.raw_width) {
         RawLayout layout{s.raw_width, s.raw_height, s.raw_depth, 0, "", s.raw_stride};
         if (s.packing != qzrcfa::Packing::None) {
-            layout.row_bytes = packed_row_bytes(s.packing, std::size_t(s.raw_width));
+            layout.row_bytes = packed_row(s.packing, s.raw_width).bytes;
             layout.packing = qzrcfa::to_string(s.packing);
         }
         f.image = read_raw(path, layout, limits);
@@ -673,7 +671,7 @@ double call(Output& out, const Frame& frame, const qzrcfa::Options& o, std::size
     // leaves it: start opaque.
     if (out.depth == 8) out.bytes.assign(out_count, 0xFF);
     else out.wide.assign(out_count, 0xFFFF);
-    const qzrcfa::RawFrame raw = raw_view(frame, o);
+    const qzrcfa::RawFrame raw = raw_view(frame);
     const auto start = std::chrono::steady_clock::now();
     const qzrcfa::Result r = out.depth == 8 ? qzrcfa::demosaic(raw, qzrcfa::OutputImage(std::span(out.bytes)), o)
                                             : qzrcfa::demosaic(raw, qzrcfa::OutputImage(std::span(out.wide)), o);

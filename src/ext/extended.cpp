@@ -260,11 +260,9 @@ Why resolve(Plan& p) {
         p.engine = Engine::Gbri;
         return std::nullopt;
     }
-    // The members take every sample as it is: 16-bit samples of fewer significant bits,
-    // whose larger values the general rule takes as the largest, run the general rule.
-    if (q.rule == QZRCFA_RULE_MEMBER && p.bits != q.depth)
-        return "the members take samples of their full depth, not " + std::to_string(p.bits) + " significant bits of " +
-               std::to_string(q.depth) + " (the general rule takes them)";
+    // The members take every sample as it is: by default, 16-bit samples of fewer
+    // significant bits, whose larger values the general rule takes as the largest, run
+    // the general rule.
     const bool member = q.rule == QZRCFA_RULE_MEMBER ||
                         (q.rule == QZRCFA_RULE_DEFAULT && !p.picture &&
                          (q.depth == 8 || (p.output_depth == q.depth && p.bits == q.depth &&
@@ -521,6 +519,21 @@ QZRCFA_EXT_API std::size_t qzrcfa_output_bytes(const qzrcfa_request* request) {
         return ext::output_bytes(p);
     } catch (...) {
         return 0;
+    }
+}
+
+QZRCFA_EXT_API int qzrcfa_raw_layout(const qzrcfa_request* request, std::size_t* row_bytes, std::size_t* frame_bytes,
+                                     int* bits) {
+    try {
+        ext::Plan p;
+        if (ext::plan(request, p)) return -1;
+        if (ext::check_stride("", p.q.samples_stride, p.in_row(), p.sample_bytes())) return -1;
+        if (row_bytes != nullptr) *row_bytes = p.in_row();
+        if (frame_bytes != nullptr) *frame_bytes = ext::span(std::size_t(p.q.height), p.in_stride(), p.in_row(), 0);
+        if (bits != nullptr) *bits = p.bits;
+        return 0;
+    } catch (...) {
+        return -1;
     }
 }
 
