@@ -165,9 +165,10 @@ class RawFrame {
     RawFrame(const std::uint16_t* samples, std::size_t count, int width, int height, std::ptrdiff_t stride = 0, int bits = 0)
         : data_(samples), count_(count), width_(width), height_(height), depth_(16), stride_(stride), bits_(bits) {}
     // Rows of a sensor's packed layout: `count` bytes, `stride` bytes from a row to the
-    // next (0: the layout's row bytes).
-    RawFrame(const std::uint8_t* bytes, std::size_t count, int width, int height, Packing packing, std::ptrdiff_t stride = 0)
-        : data_(bytes), count_(count), width_(width), height_(height), depth_(0), stride_(stride), packing_(packing) {}
+    // next (0: the layout's row bytes). `bits`: 0, or the layout's own (others are refused).
+    RawFrame(const std::uint8_t* bytes, std::size_t count, int width, int height, Packing packing, std::ptrdiff_t stride = 0,
+             int bits = 0)
+        : data_(bytes), count_(count), width_(width), height_(height), depth_(0), stride_(stride), bits_(bits), packing_(packing) {}
     RawFrame(std::span<const std::uint8_t> samples, int width, int height)
         : RawFrame(samples.data(), samples.size(), width, height) {}
     RawFrame(std::span<const std::uint16_t> samples, int width, int height)
