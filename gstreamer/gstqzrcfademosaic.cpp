@@ -25,9 +25,9 @@
 //
 // Caps the library cannot serve (a method without a member for the pattern, depth or
 // format, a size below the minimum, an image too large for the members) are refused at
-// negotiation with the library's reason, posted once per distinct reason as a warning
-// on the bus and written to the debug log; a buffer smaller than its caps say is an
-// element error.
+// negotiation with the library's reason, posted once per distinct reason and run as a
+// warning on the bus and written to the debug log; a buffer smaller than its caps say
+// is an element error.
 #include <gst/base/gstbasetransform.h>
 #include <gst/gst.h>
 #include <gst/video/video.h>
@@ -278,7 +278,7 @@ static void get_property(GObject* object, guint id, GValue* value, GParamSpec* p
 
 // A refusal of caps: a warning on the bus and in the log the first time this reason
 // comes, the log alone after that (caps are asked for again and again while a pipeline
-// links and negotiates).
+// links and negotiates); each run of the element (until it stops) tells it once.
 static void refuse(GstQzrcfaDemosaic* self, const std::string& why) {
     bool first;
     {
@@ -676,6 +676,8 @@ static gboolean stop(GstBaseTransform* trans) {
     neg.out = nullptr;
     std::vector<std::uint8_t>().swap(neg.in_scratch);
     std::vector<std::uint8_t>().swap(neg.out_scratch);
+    std::lock_guard<std::mutex> lock(neg.told_mutex);
+    neg.told.clear();
     return TRUE;
 }
 
