@@ -1,7 +1,8 @@
 // The qzrcfademosaic element in real pipelines: what leaves it equals qzrcfa_demosaic
-// on one thread over the frame that entered it, for each pattern, output format, depth
-// and a few methods, padded rows included; caps it cannot serve fail negotiation with
-// its reason in the log, and a short buffer is an element error.
+// on one thread over the frame that entered it, for each pattern, output format, sample
+// container (8 to 16 bits) and a few methods and rules, padded rows read and written in
+// place; caps it cannot serve fail negotiation with the library's reason posted once as
+// a warning on the bus and in the log, and a short buffer is an element error.
 //
 // Hermetic: the registry holds only the plugins loaded here by path (GStreamer's own
 // from GST_PLUGINS_DIR and the element from QZRCFA_GST_PLUGIN), see CMakeLists.txt.
@@ -26,9 +27,29 @@ struct Frame {
 };
 
 struct Outcome {
-    std::vector<Frame> in, out;  // buffers entering and leaving the element "d"
-    std::string error;           // the first error on the bus: source, message, debug
+    std::vector<Frame> in, out;         // buffers entering and leaving the element "d"
+    std::string error;                  // the first error on the bus: source, message, debug
+    std::vector<std::string> warnings;  // the warnings "d" posted
 };
+
+// Keeps the warnings `m` holds when "d" posted it.
+void keep_warning(GstMessage* m, Outcome& r) {
+    if (GST_MESSAGE_TYPE(m) != GST_MESSAGE_WARNING || std::strcmp(GST_OBJECT_NAME(GST_MESSAGE_SRC(m)), "d") != 0) return;
+    GError* e = nullptr;
+    gst_message_parse_warning(m, &e, nullptr);
+    r.warnings.push_back(e->message);
+    g_error_free(e);
+}
+
+// The warnings still queued on the pipeline's bus.
+void drain_warnings(GstElement* pipeline, Outcome& r) {
+    GstBus* bus = gst_element_get_bus(pipeline);
+    while (GstMessage* m = gst_bus_pop_filtered(bus, GST_MESSAGE_WARNING)) {
+        keep_warning(m, r);
+        gst_message_unref(m);
+    }
+    gst_object_unref(bus);
+}
 
 std::mutex log_mutex;
 std::string element_log;  // what the element logged, one message a line
@@ -60,7 +81,10 @@ Outcome run(const std::string& description, const std::vector<std::uint8_t>* pus
     if (error) {
         r.error = std::string("parse: ") + error->message;
         g_error_free(error);
-        if (pipeline) gst_object_unref(pipeline);
+        if (pipeline) {
+            drain_warnings(pipeline, r);  // refusals while the parser linked
+            gst_object_unref(pipeline);
+        }
         return r;
     }
     GstElement* d = gst_bin_get_by_name(GST_BIN(pipeline), "d");
@@ -80,7 +104,13 @@ Outcome run(const std::string& description, const std::vector<std::uint8_t>* pus
         gst_object_unref(src);
     }
     GstBus* bus = gst_element_get_bus(pipeline);
-    GstMessage* m = gst_bus_timed_pop_filtered(bus, 60 * GST_SECOND, GstMessageType(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
+    GstMessage* m = nullptr;
+    while ((m = gst_bus_timed_pop_filtered(bus, 60 * GST_SECOND,
+                                           GstMessageType(GST_MESSAGE_EOS | GST_MESSAGE_ERROR | GST_MESSAGE_WARNING))) &&
+           GST_MESSAGE_TYPE(m) == GST_MESSAGE_WARNING) {
+        keep_warning(m, r);
+        gst_message_unref(m);
+    }
     if (m == nullptr) r.error = "timed out";
     else if (GST_MESSAGE_TYPE(m) == GST_MESSAGE_ERROR) {
         GError* e = nullptr;
@@ -93,6 +123,7 @@ Outcome run(const std::string& description, const std::vector<std::uint8_t>* pus
     if (m) gst_message_unref(m);
     gst_object_unref(bus);
     gst_element_set_state(pipeline, GST_STATE_NULL);
+    drain_warnings(pipeline, r);
     gst_object_unref(pipeline);
     return r;
 }
@@ -124,15 +155,18 @@ class Element : public testing::Test {
 };
 
 struct Bayer {
-    int pattern, depth;
+    int pattern, depth, bits;
     bool big_endian;
 };
 
+// "rggb", "bggr12le", "gbrg16be": pattern, then the container.
 Bayer bayer_of(const std::string& name) {
     const char* patterns[] = {"rggb", "bggr", "grbg", "gbrg"};
     for (int p = 0; p < 4; ++p)
-        if (name.rfind(patterns[p], 0) == 0)
-            return {p, name.size() > 4 ? 16 : 8, name.size() > 4 && name.substr(6) == "be"};
+        if (name.rfind(patterns[p], 0) == 0) {
+            if (name.size() == 4) return {p, 8, 0, false};
+            return {p, 16, std::stoi(name.substr(4, 2)), name.substr(6) == "be"};
+        }
     ADD_FAILURE() << name;
     return {};
 }
@@ -143,25 +177,40 @@ struct Conversion {
     const char* properties;
     const char* output;
     bool from_videotestsrc;  // else appsrc with a random mosaic and junk in the row padding
+    const char* copies;      // the sides the element copies: "input" (byte order), "output" (too little room)
 };
 
 // Widths whose rows are not a multiple of 4 bytes pad the bayer rows (rgb2bayer's
-// layout), BGR and 16-bit grey rows: the element copies those through scratch.
+// layout), BGR and grey rows: the element hands the padded rows to the library as they
+// are. 16-bit frames of 10 to 14 bits carry any 16-bit values here, which the library
+// takes as the largest the bits hold.
 const Conversion kConversions[] = {
-    {"rggb", 64, 48, "", "BGRx", true},
-    {"bggr", 30, 20, "threads=1", "BGR", true},
-    {"grbg", 61, 40, "method=laplacian threads=2", "BGRA", true},
-    {"gbrg", 62, 33, "method=nearest", "GRAY8", true},
-    {"rggb", 640, 480, "method=laplacian threads=0", "BGRx", true},
-    {"rggb", 64, 32, "method=edge-sensing-2 row-order=bottom-up", "BGRx", false},
-    {"bggr", 45, 31, "method=smooth-hue", "BGR", false},
-    {"grbg", 40, 40, "method=gbri threads=3", "BGRx", false},
-    {"rggb", 36, 20, "method=laplacian-2", "BGR", false},
-    {"gbrg", 50, 30, "method=edge-sensing-1 row-order=bottom-up", "BGRA", false},
-    {"rggb16le", 33, 21, "method=nearest", "GRAY16_LE", false},
-    {"gbrg16be", 34, 20, "method=nearest row-order=bottom-up", "GRAY16_LE", false},  // writes 2 elements past the image
-    {"bggr16le", 40, 24, "method=gbri", "BGRA64_LE", false},
-    {"grbg16be", 31, 17, "method=nearest", "BGRA64_LE", false},
+    {"rggb", 64, 48, "", "BGRx", true, ""},
+    {"bggr", 30, 20, "threads=1", "BGR", true, ""},
+    {"grbg", 61, 40, "method=laplacian threads=2", "BGRA", true, ""},
+    {"gbrg", 62, 33, "method=nearest", "GRAY8", true, ""},
+    {"rggb", 640, 480, "method=laplacian threads=0", "BGRx", true, ""},
+    {"rggb", 64, 32, "method=edge-sensing-2 row-order=bottom-up", "BGRx", false, ""},
+    {"bggr", 45, 31, "method=smooth-hue", "BGR", false, ""},
+    {"grbg", 40, 40, "method=gbri threads=3", "BGRx", false, ""},
+    {"rggb", 36, 20, "method=laplacian-2", "BGR", false, ""},
+    {"gbrg", 50, 30, "method=edge-sensing-1 row-order=bottom-up", "BGRA", false, ""},
+    {"grbg", 45, 29, "method=nearest", "GRAY8", false, ""},
+    {"bggr", 47, 31, "method=edge-sensing-2 rule=general", "BGRx", false, ""},
+    {"rggb16le", 33, 21, "method=nearest", "GRAY16_LE", false, ""},
+    {"gbrg16be", 34, 20, "method=nearest row-order=bottom-up", "GRAY16_LE", false, "input output"},  // writes 2 elements past the image
+    {"bggr16le", 40, 24, "method=gbri", "BGRA64_LE", false, ""},
+    {"grbg16be", 31, 17, "method=nearest", "BGRA64_LE", false, "input"},
+    {"rggb16le", 30, 20, "method=nearest rule=member", "BGRA64_LE", false, ""},
+    // The general rule: 16-bit frames of any bits, 8-bit elements rounded from them.
+    {"rggb10le", 33, 21, "", "BGRx", false, ""},
+    {"bggr12le", 40, 24, "method=smooth-hue", "BGRA64_LE", false, ""},
+    {"grbg14le", 31, 17, "method=edge-sensing-1 row-order=bottom-up threads=2", "BGR", false, ""},
+    {"gbrg12le", 45, 23, "method=nearest", "GRAY8", false, ""},
+    {"gbrg14le", 35, 17, "method=nearest rule=general", "GRAY16_LE", false, ""},
+    {"rggb16le", 37, 19, "method=laplacian-2", "BGRA", false, ""},
+    {"bggr16be", 29, 15, "method=laplacian", "BGR", false, "input"},
+    {"grbg10le", 26, 14, "method=edge-sensing-2 row-order=bottom-up", "BGRA64_LE", false, ""},
 };
 
 int enum_value(const std::string& properties, const std::string& key, const char* const* nicks, int n, int fallback) {
@@ -178,10 +227,15 @@ TEST_F(Element, OutputIsTheLibrarysBytesForTheFrameThatEnteredIt) {
     const char* methods[] = {"nearest",   "bilinear",    "edge-sensing-1", "edge-sensing-2",
                              "laplacian", "laplacian-2", "smooth-hue",     "gbri"};
     const char* orders[] = {"top-down", "bottom-up"};
+    const char* rules[] = {"default", "member", "general"};
     std::mt19937 random(7);
     for (const Conversion& c : kConversions) {
         SCOPED_TRACE(std::string(c.bayer) + " " + std::to_string(c.width) + "x" + std::to_string(c.height) + " " +
                      c.properties + " -> " + c.output);
+        {
+            std::lock_guard<std::mutex> lock(log_mutex);
+            element_log.clear();
+        }
         const Bayer b = bayer_of(c.bayer);
         const std::size_t sample_bytes = b.depth / 8, row = c.width * sample_bytes, stride = (row + 3) & ~std::size_t(3);
         const std::string caps = "video/x-bayer,format=" + std::string(c.bayer) + ",width=" + std::to_string(c.width) +
@@ -196,10 +250,22 @@ TEST_F(Element, OutputIsTheLibrarysBytesForTheFrameThatEnteredIt) {
                         " ! fakesink",
                     &push);
         ASSERT_EQ(r.error, "");
+        EXPECT_TRUE(r.warnings.empty()) << r.warnings[0];
         ASSERT_EQ(r.in.size(), c.from_videotestsrc ? 2u : 1u);
         ASSERT_EQ(r.out.size(), r.in.size());
         if (!c.from_videotestsrc) {
             ASSERT_EQ(r.in[0].bytes, push);
+        }
+        {
+            const std::string copies = c.copies;
+            std::lock_guard<std::mutex> lock(log_mutex);
+            for (const char* side : {"input", "output"}) {
+                const bool copied = copies.find(side) != std::string::npos;
+                EXPECT_NE(element_log.find(std::string(side) + (copied ? " through a copy" : " in place")), std::string::npos)
+                    << element_log;
+                EXPECT_EQ(element_log.find(std::string(side) + (copied ? " in place" : " through a copy")), std::string::npos)
+                    << element_log;
+            }
         }
         for (std::size_t n = 0; n < r.in.size(); ++n) {
             // The compact samples, in the machine's order.
@@ -219,6 +285,7 @@ TEST_F(Element, OutputIsTheLibrarysBytesForTheFrameThatEnteredIt) {
             q.width = c.width;
             q.height = c.height;
             q.depth = b.depth;
+            q.bits = b.bits;
             q.output_depth = out_depth;
             q.method = enum_value(c.properties, "method", methods, 8, QZRCFA_METHOD_BILINEAR);
             q.pattern = b.pattern;
@@ -228,6 +295,7 @@ TEST_F(Element, OutputIsTheLibrarysBytesForTheFrameThatEnteredIt) {
                            ? QZRCFA_FORMAT_BGRA32
                            : QZRCFA_FORMAT_BGR24;
             q.threads = 1;
+            q.rule = enum_value(c.properties, "rule", rules, 3, QZRCFA_RULE_DEFAULT);
             q.output_bytes = qzrcfa_output_bytes(&q);
             std::vector<std::uint8_t> expected(q.output_bytes, 0xFF);  // the element's start
             q.output = expected.data();
@@ -252,32 +320,45 @@ TEST_F(Element, OutputIsTheLibrarysBytesForTheFrameThatEnteredIt) {
 struct Refusal {
     const char* pipeline;
     std::size_t push_bytes;  // what appsrc pushes
-    const char* reason;      // in the element's log or in the bus error
-    const char* source;      // the element that posts the error
+    const char* source;      // the element that posts the error; "parse" when linking fails
+    const char* reason;      // in the one warning "d" posts and in its log; in its log alone when linking
+                             // fails (GStreamer compares the caps itself); in the error from "d"
 };
 
 const Refusal kRefusals[] = {
-    // bilinear has no 16-bit member
-    {"appsrc name=src caps=video/x-bayer,format=rggb16le,width=64,height=48 ! qzrcfademosaic name=d ! fakesink",
-     64 * 48 * 2, "method bilinear (top-down) has nothing to convert from video/x-bayer", "src"},
-    // edge sensing 2 is RGGB only
+    // gbri takes 16 significant bits: no output from a 12-bit frame
+    {"appsrc name=src caps=video/x-bayer,format=rggb12le,width=64,height=48 ! qzrcfademosaic name=d method=gbri "
+     "! fakesink",
+     64 * 48 * 2, "src", "method gbri cannot convert rggb12le: gbri takes samples of their full depth (bits 16)"},
+    // edge sensing 2's members are RGGB only
     {"appsrc name=src caps=video/x-bayer,format=bggr,width=64,height=48 ! qzrcfademosaic name=d method=edge-sensing-2 "
      "! fakesink",
-     64 * 48, "method edge2 (top-down) has nothing to convert from video/x-bayer, format=(string)bggr", "src"},
-    // grey output is nearest neighbour only
+     64 * 48, "src", "method edge2 cannot convert bggr: no member of edge2 for BGGR top-down"},
+    // the same while the parser links, whose error says nothing of why
+    {"videotestsrc num-buffers=1 ! video/x-raw,width=64,height=48 ! rgb2bayer ! video/x-bayer,format=gbrg ! "
+     "qzrcfademosaic name=d method=laplacian-2 ! fakesink",
+     0, "parse", "method laplacian2 cannot convert bggr, grbg, gbrg: no member of laplacian2 for BGGR top-down"},
+    // grey output is nearest neighbour's
     {"appsrc name=src caps=video/x-bayer,format=grbg,width=64,height=48 ! qzrcfademosaic name=d ! "
      "video/x-raw,format=GRAY8 ! fakesink",
-     64 * 48, "d can't handle caps video/x-raw, format=(string)GRAY8", "parse"},
-    // laplacian-2 is top-down only
+     64 * 48, "parse", "method bilinear cannot make GRAY8, GRAY16_LE: no member of bilinear writes grey"},
+    // laplacian-2's member is top-down only
     {"appsrc name=src caps=video/x-bayer,format=rggb,width=64,height=48 ! qzrcfademosaic name=d method=laplacian-2 "
      "row-order=bottom-up ! fakesink",
-     64 * 48, "method laplacian2 (bottom-up) has nothing to convert", "parse"},
+     64 * 48, "src", "no member of laplacian2 for RGGB bottom-up"},
+    // the member rule asked of a 16-bit frame that only the general rule serves
+    {"appsrc name=src caps=video/x-bayer,format=gbrg16le,width=64,height=48 ! qzrcfademosaic name=d rule=member "
+     "! fakesink",
+     64 * 48 * 2, "src", "method bilinear, rule member cannot convert gbrg16le: no member of bilinear takes 16-bit samples"},
     // too small for the method
     {"appsrc name=src caps=video/x-bayer,format=rggb,width=3,height=2 ! qzrcfademosaic name=d method=laplacian ! fakesink",
-     4 * 2, "cannot convert rggb 3x2 into BGRx: frame size 3x2 is below the 4x4 minimum", "src"},
+     4 * 2, "src", "method laplacian cannot convert rggb 3x2 into BGRx: frame size 3x2 is below the 4x4 minimum"},
+    // too large for the members' 32-bit sizes (and for GstVideoInfo)
+    {"appsrc name=src caps=video/x-bayer,format=rggb,width=46341,height=46341 ! qzrcfademosaic name=d ! fakesink", 16,
+     "src", "cannot convert rggb 46341x46341 into BGRx: frame size 46341x46341 is too large: the interface's members"},
     // a buffer one row short; rows of 62 samples take 64 bytes
     {"appsrc name=src caps=video/x-bayer,format=rggb,width=62,height=48 ! qzrcfademosaic name=d ! fakesink", 64 * 47,
-     "input buffer of 3008 bytes is smaller than the 3072 bytes of a 62x48 rggb frame", "d"},
+     "d", "input buffer of 3008 bytes is smaller than the 3072 bytes of a 62x48 rggb frame"},
 };
 
 TEST_F(Element, RefusesWhatItCannotServeWithItsReason) {
@@ -292,8 +373,18 @@ TEST_F(Element, RefusesWhatItCannotServeWithItsReason) {
         EXPECT_EQ(r.error.substr(0, r.error.find(':')), c.source) << r.error;
         EXPECT_TRUE(r.out.empty());
         std::lock_guard<std::mutex> lock(log_mutex);
-        EXPECT_TRUE(element_log.find(c.reason) != std::string::npos || r.error.find(c.reason) != std::string::npos)
-            << r.error << "\n" << element_log;
+        if (std::string(c.source) == "d") {  // not a refusal of caps: an element error
+            EXPECT_NE(r.error.find(c.reason), std::string::npos) << r.error;
+            EXPECT_TRUE(r.warnings.empty());
+        } else if (std::string(c.source) == "parse") {
+            EXPECT_NE(element_log.find(c.reason), std::string::npos) << element_log;
+        } else {
+            // Posted once however often the caps were asked for, and logged.
+            int posted = 0;
+            for (const std::string& w : r.warnings) posted += w.find(c.reason) != std::string::npos;
+            EXPECT_EQ(posted, 1) << testing::PrintToString(r.warnings);
+            EXPECT_NE(element_log.find(c.reason), std::string::npos) << element_log;
+        }
         release(r);
     }
 }
