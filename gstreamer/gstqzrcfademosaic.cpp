@@ -227,16 +227,7 @@ static GType row_order_get_type() {
 
 static GType rule_get_type() {
     static GType type = 0;
-    static const GEnumValue rules[] = {
-        {QZRCFA_RULE_DEFAULT, "default: the member for 8-bit frames, for 16-bit frames where one serves them, "
-                              "else the general rule", "default"},
-        {QZRCFA_RULE_MEMBER, "member: the interface's member, byte for byte with its export; caps without one "
-                             "are refused", "member"},
-        {QZRCFA_RULE_GENERAL, "general: the method's own formulas on every pattern, row order and depth, the border "
-                              "from the frame mirrored about its edges", "general"},
-        {0, nullptr, nullptr},
-    };
-    if (g_once_init_enter(&type)) g_once_init_leave(&type, g_enum_register_static("GstQzrcfaRule", rules));
+    if (g_once_init_enter(&type)) g_once_init_leave(&type, names_get_type("GstQzrcfaRule", QZRCFA_NAMES_RULE));
     return type;
 }
 
@@ -721,8 +712,7 @@ static void gst_qzrcfa_demosaic_class_init(GstQzrcfaDemosaicClass* klass) {
     g_object_class_install_property(
         object, PROP_METHOD,
         g_param_spec_enum("method", "Method",
-                          "Demosaicing method; negotiation offers only what it serves (grey output: nearest; "
-                          "gbri: samples of 16 significant bits into elements of their depth)",
+                          "Demosaicing method; negotiation offers only what it serves (grey output: nearest)",
                           method_get_type(), QZRCFA_METHOD_BILINEAR, flags));
     g_object_class_install_property(
         object, PROP_THREADS,

@@ -14,11 +14,12 @@
 //                                       qzrcfa::OutputImage(bgr), options);
 //   if (!r) std::cerr << r.message() << "\n";
 //
-// What is checked, and why:
-//  - the combination must have a member: edge sensing 2 exists for RGGB only,
-//    Laplacian2 for RGGB top-down only, 16-bit samples for nearest neighbour and gbri,
-//    grey output for nearest neighbour only; enum values outside their lists are
-//    refused;
+// What is checked, and why (the rule, Options::rule, says which computation runs: the
+// member, or the method's general rule, which serves every pattern, order and depth):
+//  - a request for a member must have one: edge sensing 2 exists for RGGB only,
+//    Laplacian2 for RGGB top-down only, 16-bit samples for nearest neighbour only;
+//    grey output is nearest neighbour's only, whatever the rule; enum values outside
+//    their lists are refused;
 //  - the size must be at least what the member's border fill and kernel need
 //    (see minimum_size()): below it the exports read or write outside the image;
 //  - width * height * bytes per pixel must fit the signed 32-bit products the

@@ -35,7 +35,7 @@ extern "C" {
 
 /* Methods; the values of qzrcfa::Method. qzrcfa_names() says what each is called. */
 enum {
-    QZRCFA_METHOD_NEAREST = 0,      /* nearest neighbour (with gbri, for 16-bit frames; alone for grey output) */
+    QZRCFA_METHOD_NEAREST = 0,      /* nearest neighbour (alone for grey output) */
     QZRCFA_METHOD_BILINEAR = 1,
     QZRCFA_METHOD_EDGE_SENSING_1 = 2,
     QZRCFA_METHOD_EDGE_SENSING_2 = 3,

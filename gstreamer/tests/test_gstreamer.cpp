@@ -211,6 +211,7 @@ const Conversion kConversions[] = {
     {"rggb16le", 37, 19, "method=laplacian-2", "BGRA", false, ""},
     {"bggr16be", 29, 15, "method=laplacian", "BGR", false, "input"},
     {"grbg10le", 26, 14, "method=edge-sensing-2 row-order=bottom-up", "BGRA64_LE", false, ""},
+    {"rggb12le", 40, 24, "method=gbri", "BGRx", false, ""},
 };
 
 int enum_value(const std::string& properties, const std::string& key, const char* const* nicks, int n, int fallback) {
@@ -326,10 +327,6 @@ struct Refusal {
 };
 
 const Refusal kRefusals[] = {
-    // gbri takes 16 significant bits: no output from a 12-bit frame
-    {"appsrc name=src caps=video/x-bayer,format=rggb12le,width=64,height=48 ! qzrcfademosaic name=d method=gbri "
-     "! fakesink",
-     64 * 48 * 2, "src", "method gbri cannot convert rggb12le: gbri takes samples of their full depth (bits 16)"},
     // edge sensing 2's members are RGGB only
     {"appsrc name=src caps=video/x-bayer,format=bggr,width=64,height=48 ! qzrcfademosaic name=d method=edge-sensing-2 "
      "! fakesink",

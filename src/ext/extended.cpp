@@ -155,7 +155,7 @@ Why resolve_member(Plan& p) {
         return "the members write elements of their samples' depth, not " + std::to_string(p.output_depth) + "-bit from " +
                std::to_string(q.depth) + "-bit samples (the general rule does)";
     if (!has_members(*p.method, q.format, q.depth)) {
-        if (q.format == QZRCFA_FORMAT_GREY) return "no member of " + method + " writes grey (nearest's do, and the general rule)";
+        if (q.format == QZRCFA_FORMAT_GREY) return "no member of " + method + " writes grey (nearest writes grey)";
         return "no member of " + method + " takes " + std::to_string(q.depth) + "-bit samples (the general rule does)";
     }
     p.member = find_member(*p.method, q.pattern, q.order, q.format, q.depth);
