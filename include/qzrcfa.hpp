@@ -308,6 +308,38 @@ inline std::size_t output_elements(int width, int height, const Options& options
     return qzrcfa_output_elements(&q);
 }
 
+namespace detail {
+// A request for a frame as it will arrive (its size, depth, bits, packing and stride),
+// without buffers.
+inline qzrcfa_request to_query(const RawFrame& raw, const Options& o, int output_depth) {
+    qzrcfa_request q = to_request(raw.width(), raw.height(), o, raw.depth(), output_depth);
+    q.samples_stride = raw.stride();
+    q.bits = raw.bits();
+    q.packing = int(raw.packing());
+    return q;
+}
+}  // namespace detail
+
+// The same for a frame as it will arrive: its bits, packing and stride count too, and
+// `raw` may view no samples yet (a program asks before it reads or allocates).
+inline Size minimum_size(const RawFrame& raw, const Options& options, int output_depth = 0) {
+    const qzrcfa_request q = detail::to_query(raw, options, output_depth);
+    Size s;
+    qzrcfa_minimum_size(&q, &s.width, &s.height);
+    return s;
+}
+inline std::size_t output_elements(const RawFrame& raw, const Options& options, int output_depth = 0) {
+    const qzrcfa_request q = detail::to_query(raw, options, output_depth);
+    return qzrcfa_output_elements(&q);
+}
+
+// Threads demosaic() splits such a frame among (1: the calling thread alone); -1 when it
+// would refuse the request's fields.
+inline int threads_used(const RawFrame& raw, const Options& options, int output_depth = 0) {
+    const qzrcfa_request q = detail::to_query(raw, options, output_depth);
+    return qzrcfa_threads_used(&q);
+}
+
 // Every check demosaic() makes, without calling anything.
 inline Result check(const RawFrame& raw, const OutputImage& out, const Options& options) {
     char message[512];

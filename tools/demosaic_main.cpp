@@ -538,32 +538,18 @@ qzrcfa::RawFrame raw_view(const Frame& f) {
     return qzrcfa::RawFrame(im.wide.data(), im.wide.size(), im.width, im.height, stride, f.bits);
 }
 
-// The request a call on the frame makes, without its output buffer, as the extended
-// library's queries take it: the checked interface's output_elements() and
-// minimum_size() see no bits, packing or stride, which decide requests before any
-// buffer exists.
-qzrcfa_request query(const Frame& f, const qzrcfa::Options& o, int out_depth) {
-    const qzrcfa::OutputImage none = out_depth == 16 ? qzrcfa::OutputImage(static_cast<std::uint16_t*>(nullptr), 0)
-                                                     : qzrcfa::OutputImage(static_cast<std::uint8_t*>(nullptr), 0);
-    return qzrcfa::detail::to_request(raw_view(f), none, o);
-}
-
 // Whether the library has the method for the rest of the request (at some size).
 bool serves(const Frame& f, const qzrcfa::Options& o, int out_depth) {
-    const qzrcfa_request q = query(f, o, out_depth);
-    int width = 0, height = 0;
-    qzrcfa_minimum_size(&q, &width, &height);
-    return width != 0;
+    return qzrcfa::minimum_size(raw_view(f), o, out_depth).width != 0;
 }
 
 // Refuses a request the library would refuse, from the frame's header alone, before any
 // buffer is allocated for it.
 void check_request(const Frame& f, const qzrcfa::Options& o, int out_depth) {
-    const qzrcfa_request q = query(f, o, out_depth);
-    if (qzrcfa_output_elements(&q) != 0) return;
-    char message[512];
-    qzrcfa_check(&q, message, sizeof message);
-    throw std::runtime_error(message);
+    if (qzrcfa::output_elements(raw_view(f), o, out_depth) != 0) return;
+    const qzrcfa::OutputImage none = out_depth == 16 ? qzrcfa::OutputImage(static_cast<std::uint16_t*>(nullptr), 0)
+                                                     : qzrcfa::OutputImage(static_cast<std::uint8_t*>(nullptr), 0);
+    throw std::runtime_error(qzrcfa::check(raw_view(f), none, o).message());
 }
 
 std::string stem(const std::string& path) { return path == "-" ? "stdin" : fs::path(path).stem().string(); }
@@ -697,11 +683,10 @@ Output run(const Settings& s, const Frame& frame, const qzrcfa::Options& o) {
     constexpr std::size_t kMostCalls = 10000;
     const int out_depth = output_depth(s, frame);
     check_request(frame, o, out_depth);
-    const qzrcfa_request q = query(frame, o, out_depth);
-    const std::size_t out_count = qzrcfa_output_elements(&q);
+    const std::size_t out_count = qzrcfa::output_elements(raw_view(frame), o, out_depth);
     Output out;
     out.depth = out_depth;
-    out.threads = qzrcfa_threads_used(&q);
+    out.threads = qzrcfa::threads_used(raw_view(frame), o, out_depth);
     qzrcfa::Options one = o;
     one.threads = 1;
     const bool compare = s.time && out.threads > 1;
