@@ -28,11 +28,11 @@
 // and `wb-auto` measures the gains with the library's grey world on the first frame
 // or every N frames and keeps them in between. The gains each frame used are the
 // read-only `wb-gains-used`, in the text `wb-gains` takes. A property value the
-// element or the library refuses is left unset, the property keeping what it had,
-// with one warning on the bus (held until the element starts when it was set before);
-// a black level at or above 2^bits of the frame is refused with the caps, or, set
-// while playing, leaves the frames with the settings they had; a frame in which grey
-// world finds no gains keeps the gains in use.
+// element or the library refuses is not taken: the property keeps what it had, and one
+// warning goes on the bus (when the element starts, if it was set before). A black
+// level at or above 2^bits of the frame is refused with the caps, or, set while
+// playing, leaves the frames with the settings they had; a frame in which grey world
+// finds no gains keeps the gains in use, with one warning.
 //
 // Caps the library cannot serve (a method without a member for the pattern, depth or
 // format, a size below the minimum, an image too large for the members) are refused at
