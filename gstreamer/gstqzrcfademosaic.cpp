@@ -321,7 +321,7 @@ enum {
     PROP_GAMMA
 };
 
-static GParamSpec* gains_used_spec;
+static GParamSpec* gains_used_property;
 
 // An enumeration of the library's names of a kind: each value under its name, then
 // under each alias, so that gst-launch-1.0 takes any spelling the library takes; the
@@ -974,7 +974,7 @@ static GstFlowReturn transform(GstBaseTransform* trans, GstBuffer* inbuf, GstBuf
     const bool changed = !std::equal(used, used + 3, self->settings->used.begin());
     std::copy(used, used + 3, self->settings->used.begin());
     GST_OBJECT_UNLOCK(self);
-    if (changed) g_object_notify_by_pspec(G_OBJECT(self), gains_used_spec);
+    if (changed) g_object_notify_by_pspec(G_OBJECT(self), gains_used_property);
     return GST_FLOW_OK;
 }
 
@@ -1097,11 +1097,11 @@ static void gst_qzrcfa_demosaic_class_init(GstQzrcfaDemosaicClass* klass) {
                           "With wb-auto=every: grey world measures frames 0, N, 2N, ... counted from the start or from "
                           "setting wb-auto or this (1: every frame)",
                           1, G_MAXUINT, 30, flags));
-    gains_used_spec = g_param_spec_string("wb-gains-used", "White-balance gains used",
+    gains_used_property = g_param_spec_string("wb-gains-used", "White-balance gains used",
                                           "The red, green and blue gains the last frame applied, as wb-gains takes them "
                                           "(1,1,1 without white balance); notified when they change",
                                           "1,1,1", GParamFlags(G_PARAM_READABLE | G_PARAM_STATIC_STRINGS));
-    g_object_class_install_property(object, PROP_WB_GAINS_USED, gains_used_spec);
+    g_object_class_install_property(object, PROP_WB_GAINS_USED, gains_used_property);
     g_object_class_install_property(
         object, PROP_COLOR_MATRIX,
         g_param_spec_string("color-matrix", "Colour matrix",
