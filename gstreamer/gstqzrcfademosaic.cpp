@@ -23,6 +23,17 @@
 // defined start a recycled buffer would change the picture. Every frame thus has the
 // bytes of a direct call into an opaque buffer.
 //
+// A raw frame becomes a picture in the same call: `black-level`, `wb-gains`,
+// `color-matrix` and `curve` go into the request (any of them runs the general rule),
+// and `wb-auto` measures the gains with the library's grey world on the first frame
+// or every N frames and keeps them in between. The gains each frame used are the
+// read-only `wb-gains-used`, in the text `wb-gains` takes. A property value the
+// element or the library refuses is not taken: the property keeps what it had, and one
+// warning goes on the bus (when the element starts, if it was set before). A black
+// level at or above 2^bits of the frame is refused with the caps, or, set while
+// playing, leaves the frames with the settings they had; a frame in which grey world
+// finds no gains keeps the gains in use, with one warning.
+//
 // Caps the library cannot serve (a method without a member for the pattern, depth or
 // format, a size below the minimum, an image too large for the members) are refused at
 // negotiation with the library's reason, posted once per distinct reason and run as a
@@ -32,12 +43,18 @@
 #include <gst/gst.h>
 #include <gst/video/video.h>
 
+#include <algorithm>
+#include <array>
+#include <charconv>
 #include <cstdint>
 #include <cstring>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <set>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "qzrcfa_ext.h"
@@ -107,10 +124,37 @@ const Format* find_format(const std::vector<Format>& table, const char* name) {
 const BayerFormat* find_bayer(const char* name) { return find_format(bayer_formats(), name); }
 const RawFormat* find_raw(const char* name) { return find_format(raw_formats(), name); }
 
+// What a request carries beyond the method: black level, white-balance gains, colour
+// matrix and curve; all zero, nothing.
+struct Picture {
+    std::array<int, 4> black{};
+    std::array<float, 3> gains{};
+    std::array<float, 9> matrix{};
+    int curve = QZRCFA_CURVE_LINEAR;
+    float gamma = 0;  // with the gamma curve only
+};
+
 // What the properties choose, read once per negotiation or frame.
 struct Choice {
     int method, order, rule, threads;
+    Picture picture;
 };
+
+void set_picture(qzrcfa_request& q, const Picture& p) {
+    std::copy(p.black.begin(), p.black.end(), q.black);
+    std::copy(p.gains.begin(), p.gains.end(), q.gains);
+    std::copy(p.matrix.begin(), p.matrix.end(), q.matrix);
+    q.curve = p.curve;
+    q.gamma = p.gamma;
+}
+
+void set_picture_of(Picture& p, const qzrcfa_request& q) {
+    std::copy(q.black, q.black + 4, p.black.begin());
+    std::copy(q.gains, q.gains + 3, p.gains.begin());
+    std::copy(q.matrix, q.matrix + 9, p.matrix.begin());
+    p.curve = q.curve;
+    p.gamma = q.gamma;
+}
 
 qzrcfa_request make_request(const BayerFormat& in, const RawFormat& out, const Choice& c, int width, int height) {
     qzrcfa_request q = QZRCFA_REQUEST_INIT;
@@ -125,6 +169,7 @@ qzrcfa_request make_request(const BayerFormat& in, const RawFormat& out, const C
     q.format = out.format;
     q.threads = 1;
     q.rule = c.rule;
+    set_picture(q, c.picture);
     return q;
 }
 
@@ -157,6 +202,54 @@ std::string asked(const Choice& c) {
     return text;
 }
 
+// The numbers of a comma-separated text, spaces around each allowed, each read whole in
+// C's notation whatever the locale ("1.5", "-0.25", "2e-1"); nothing when any is not a
+// number of T.
+template <typename T>
+std::optional<std::vector<T>> numbers(std::string_view text) {
+    std::vector<T> found;
+    for (std::size_t at = 0; at <= text.size();) {
+        std::size_t end = text.find(',', at);
+        if (end == std::string_view::npos) end = text.size();
+        std::string_view item = text.substr(at, end - at);
+        while (!item.empty() && item.front() == ' ') item.remove_prefix(1);
+        while (!item.empty() && item.back() == ' ') item.remove_suffix(1);
+        T v{};
+        const auto [last, error] = std::from_chars(item.data(), item.data() + item.size(), v);
+        if (item.empty() || error != std::errc() || last != item.data() + item.size()) return std::nullopt;
+        found.push_back(v);
+        at = end + 1;
+    }
+    return found;
+}
+
+// "1.9,1,1.6": the gains in the text wb-gains takes, each the shortest that reads back
+// as the same float.
+std::string text_of(const float* gains) {
+    std::string text;
+    for (int i = 0; i < 3; ++i) {
+        char digits[32];
+        const auto end = std::to_chars(digits, digits + sizeof digits, gains[i]).ptr;
+        if (i) text += ',';
+        text.append(digits, end);
+    }
+    return text;
+}
+
+// The library's reason for refusing the picture in every frame ("" when it takes it in
+// some): judged with a 16-bit frame of 16 bits and colour output.
+std::string refused(const Picture& p) {
+    qzrcfa_request q = QZRCFA_REQUEST_INIT;
+    q.depth = 16;
+    q.method = QZRCFA_METHOD_BILINEAR;
+    q.format = QZRCFA_FORMAT_BGR24;
+    q.rule = QZRCFA_RULE_GENERAL;
+    set_picture(q, p);
+    int w = 0, h = 0;
+    qzrcfa_minimum_size(&q, &w, &h);
+    return w > 0 ? std::string() : reason(q);
+}
+
 }  // namespace
 
 #define GST_TYPE_QZRCFA_DEMOSAIC (gst_qzrcfa_demosaic_get_type())
@@ -171,9 +264,32 @@ struct Negotiated {
     gsize in_stride = 0;
     GstVideoInfo out_info;
     std::vector<std::uint8_t> in_scratch, out_scratch;
+    std::string what;  // "rggb 64x48 into BGRx"
+    Picture applied;   // the black level, gains, matrix and curve of the last frame
     std::string path;  // how the last frame's rows went, logged when it changes
     std::mutex told_mutex;
     std::set<std::string> told;
+    bool running = false;               // between start and stop
+    std::vector<std::string> pending;   // properties refused before the element started
+};
+
+enum { WB_OFF = 0, WB_FIRST = 1, WB_EVERY = 2 };
+
+// The picture properties as set, and the white balance of the frames.
+struct Settings {
+    std::string black, gains, matrix;  // the texts of the properties ("": none)
+    Picture picture;                   // their values, and the curve (its gamma below)
+    double gamma = 2.2;
+    int wb_auto = WB_OFF;
+    guint wb_interval = 30;
+    // Automatic white balance since it was last started: frames, and the gains grey world
+    // found; `generation` counts the restarts, so a frame measured before one keeps its
+    // gains to itself.
+    guint64 frames = 0;
+    unsigned generation = 0;
+    bool measured = false;
+    std::array<float, 3> measured_gains{};
+    std::array<float, 3> used{1, 1, 1};  // what the last frame applied
 };
 
 struct _GstQzrcfaDemosaic {
@@ -183,12 +299,29 @@ struct _GstQzrcfaDemosaic {
     int order;
     int rule;
     int threads;
+    Settings* settings;
     Negotiated* neg;
 };
 
 G_DEFINE_TYPE(GstQzrcfaDemosaic, gst_qzrcfa_demosaic, GST_TYPE_BASE_TRANSFORM)
 
-enum { PROP_0, PROP_METHOD, PROP_THREADS, PROP_ROW_ORDER, PROP_RULE };
+enum {
+    PROP_0,
+    PROP_METHOD,
+    PROP_THREADS,
+    PROP_ROW_ORDER,
+    PROP_RULE,
+    PROP_BLACK_LEVEL,
+    PROP_WB_GAINS,
+    PROP_WB_AUTO,
+    PROP_WB_AUTO_INTERVAL,
+    PROP_WB_GAINS_USED,
+    PROP_COLOR_MATRIX,
+    PROP_CURVE,
+    PROP_GAMMA
+};
+
+static GParamSpec* gains_used_property;
 
 // An enumeration of the library's names of a kind: each value under its name, then
 // under each alias, so that gst-launch-1.0 takes any spelling the library takes; the
@@ -231,21 +364,155 @@ static GType rule_get_type() {
     return type;
 }
 
-static Choice snapshot(GstQzrcfaDemosaic* self) {
+static GType curve_get_type() {
+    static GType type = 0;
+    if (g_once_init_enter(&type)) g_once_init_leave(&type, names_get_type("GstQzrcfaCurve", QZRCFA_NAMES_CURVE));
+    return type;
+}
+
+static GType wb_auto_get_type() {
+    static GType type = 0;
+    static const GEnumValue values[] = {
+        {WB_OFF, "off: the gains are wb-gains (or none)", "off"},
+        {WB_FIRST, "first: grey world's gains from the first frame in which it finds some, kept after", "first"},
+        {WB_EVERY, "every: grey world's gains measured every wb-auto-interval frames, kept in between", "every"},
+        {0, nullptr, nullptr}};
+    if (g_once_init_enter(&type)) g_once_init_leave(&type, g_enum_register_static("GstQzrcfaWbAuto", values));
+    return type;
+}
+
+// What automatic white balance does with a frame: its number since the balance started,
+// whether grey world measures it, and the balance's generation.
+struct Balance {
+    guint64 frame = 0;
+    bool measure = false;
+    unsigned generation = 0;
+};
+
+// The properties' choice; the gains are those of the frames to come: wb-gains, and with
+// automatic white balance grey world's once it found some, else wb-gains or 1. With
+// `balance`, the choice for the next frame, which it counts.
+static Choice snapshot(GstQzrcfaDemosaic* self, Balance* balance = nullptr) {
     GST_OBJECT_LOCK(self);
-    const Choice c{self->method, self->order, self->rule, self->threads};
+    Settings& s = *self->settings;
+    Choice c{self->method, self->order, self->rule, self->threads, s.picture};
+    if (c.picture.curve == QZRCFA_CURVE_GAMMA) c.picture.gamma = float(s.gamma);
+    if (s.wb_auto != WB_OFF) {
+        if (s.measured) c.picture.gains = s.measured_gains;
+        else if (c.picture.gains == std::array<float, 3>{}) c.picture.gains = {1, 1, 1};
+    }
+    if (balance) {
+        balance->frame = s.frames++;
+        balance->measure = s.wb_auto == WB_FIRST ? !s.measured : s.wb_auto == WB_EVERY && balance->frame % s.wb_interval == 0;
+        balance->generation = s.generation;
+    }
     GST_OBJECT_UNLOCK(self);
     return c;
 }
 
+// Automatic white balance from the next frame on, as if the element had just started.
+static void restart_balance(Settings& s) {
+    s.frames = 0;
+    s.measured = false;
+    ++s.generation;
+}
+
+enum class About { Caps, Setting, Frame };
+
+// A warning on the bus and in the log the first time this text comes in a run of the
+// element (until it stops), the log alone after that (caps are asked for again and again
+// while a pipeline links and negotiates). A property refused before the element runs is
+// told when it starts: gst-launch-1.0 sets properties before the element is in a
+// pipeline, whose bus would carry the warning.
+static void tell(GstQzrcfaDemosaic* self, const std::string& why, About about) {
+    bool first;
+    {
+        std::lock_guard<std::mutex> lock(self->neg->told_mutex);
+        if (about == About::Setting && !self->neg->running) {
+            GST_INFO_OBJECT(self, "%s (told when the element starts)", why.c_str());
+            self->neg->pending.push_back(why);
+            return;
+        }
+        first = self->neg->told.insert(why).second;
+    }
+    if (!first) {
+        GST_DEBUG_OBJECT(self, "%s", why.c_str());
+        return;
+    }
+    GST_WARNING_OBJECT(self, "%s", why.c_str());
+    switch (about) {
+    case About::Caps: GST_ELEMENT_WARNING(self, CORE, NEGOTIATION, ("%s", why.c_str()), (nullptr)); break;
+    case About::Setting: GST_ELEMENT_WARNING(self, RESOURCE, SETTINGS, ("%s", why.c_str()), (nullptr)); break;
+    case About::Frame: GST_ELEMENT_WARNING(self, STREAM, FAILED, ("%s", why.c_str()), (nullptr)); break;
+    }
+}
+
+// A refusal of caps.
+static void refuse(GstQzrcfaDemosaic* self, const std::string& why) { tell(self, why, About::Caps); }
+
+// Reads the text of black-level, wb-gains or color-matrix into `p` ("" reads as none);
+// returns why it cannot.
+static std::string read_picture(guint id, const std::string& text, Picture& p) {
+    if (text.empty()) return "";
+    if (id == PROP_BLACK_LEVEL) {
+        const auto n = numbers<int>(text);
+        if (!n || (n->size() != 1 && n->size() != 4) ||
+            std::any_of(n->begin(), n->end(), [](int b) { return b < 0 || b > 65535; }))
+            return "black-level '" + text + "' is not one black level or four (the 2x2 tile's places), whole numbers "
+                   "from 0 to 65535";
+        for (std::size_t k = 0; k < 4; ++k) p.black[k] = (*n)[n->size() == 1 ? 0 : k];
+        return "";  // judged against each frame's bits
+    }
+    const bool gains = id == PROP_WB_GAINS;
+    const auto n = numbers<float>(text);
+    if (!n || n->size() != (gains ? 3u : 9u))
+        return gains ? "wb-gains '" + text + "' is not three gains (red, green, blue)"
+                     : "color-matrix '" + text + "' is not nine numbers (camera red, green, blue to the output's, row-major)";
+    if (gains) std::copy(n->begin(), n->end(), p.gains.begin());
+    else std::copy(n->begin(), n->end(), p.matrix.begin());
+    const std::string why = refused(p);
+    return why.empty() ? why : (gains ? "wb-gains '" : "color-matrix '") + text + "': " + why;
+}
+
 static void set_property(GObject* object, guint id, const GValue* value, GParamSpec* pspec) {
     GstQzrcfaDemosaic* self = GST_QZRCFA_DEMOSAIC(object);
+    if (id == PROP_BLACK_LEVEL || id == PROP_WB_GAINS || id == PROP_COLOR_MATRIX) {
+        const char* given = g_value_get_string(value);
+        const std::string text = given ? given : "";
+        Picture p;
+        std::string why = read_picture(id, text, p);
+        GST_OBJECT_LOCK(self);
+        Settings& s = *self->settings;
+        std::string& kept = id == PROP_BLACK_LEVEL ? s.black : id == PROP_WB_GAINS ? s.gains : s.matrix;
+        if (!why.empty()) {
+            why += "; " + std::string(pspec->name) + " stays '" + kept + "'";
+        } else {
+            kept = text;
+            if (id == PROP_BLACK_LEVEL) s.picture.black = p.black;
+            if (id == PROP_WB_GAINS) s.picture.gains = p.gains;
+            if (id == PROP_COLOR_MATRIX) s.picture.matrix = p.matrix;
+        }
+        GST_OBJECT_UNLOCK(self);
+        if (!why.empty()) tell(self, why, About::Setting);
+        return;
+    }
     GST_OBJECT_LOCK(self);
+    Settings& s = *self->settings;
     switch (id) {
     case PROP_METHOD: self->method = g_value_get_enum(value); break;
     case PROP_ROW_ORDER: self->order = g_value_get_enum(value); break;
     case PROP_RULE: self->rule = g_value_get_enum(value); break;
     case PROP_THREADS: self->threads = g_value_get_int(value); break;
+    case PROP_WB_AUTO:
+        s.wb_auto = g_value_get_enum(value);
+        restart_balance(s);
+        break;
+    case PROP_WB_AUTO_INTERVAL:
+        s.wb_interval = g_value_get_uint(value);
+        restart_balance(s);
+        break;
+    case PROP_CURVE: s.picture.curve = g_value_get_enum(value); break;
+    case PROP_GAMMA: s.gamma = g_value_get_double(value); break;
     default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec); break;
     }
     GST_OBJECT_UNLOCK(self);
@@ -257,31 +524,23 @@ static void set_property(GObject* object, guint id, const GValue* value, GParamS
 static void get_property(GObject* object, guint id, GValue* value, GParamSpec* pspec) {
     GstQzrcfaDemosaic* self = GST_QZRCFA_DEMOSAIC(object);
     GST_OBJECT_LOCK(self);
+    const Settings& s = *self->settings;
     switch (id) {
     case PROP_METHOD: g_value_set_enum(value, self->method); break;
     case PROP_ROW_ORDER: g_value_set_enum(value, self->order); break;
     case PROP_RULE: g_value_set_enum(value, self->rule); break;
     case PROP_THREADS: g_value_set_int(value, self->threads); break;
+    case PROP_BLACK_LEVEL: g_value_set_string(value, s.black.c_str()); break;
+    case PROP_WB_GAINS: g_value_set_string(value, s.gains.c_str()); break;
+    case PROP_WB_AUTO: g_value_set_enum(value, s.wb_auto); break;
+    case PROP_WB_AUTO_INTERVAL: g_value_set_uint(value, s.wb_interval); break;
+    case PROP_WB_GAINS_USED: g_value_set_string(value, text_of(s.used.data()).c_str()); break;
+    case PROP_COLOR_MATRIX: g_value_set_string(value, s.matrix.c_str()); break;
+    case PROP_CURVE: g_value_set_enum(value, s.picture.curve); break;
+    case PROP_GAMMA: g_value_set_double(value, s.gamma); break;
     default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec); break;
     }
     GST_OBJECT_UNLOCK(self);
-}
-
-// A refusal of caps: a warning on the bus and in the log the first time this reason
-// comes, the log alone after that (caps are asked for again and again while a pipeline
-// links and negotiates); each run of the element (until it stops) tells it once.
-static void refuse(GstQzrcfaDemosaic* self, const std::string& why) {
-    bool first;
-    {
-        std::lock_guard<std::mutex> lock(self->neg->told_mutex);
-        first = self->neg->told.insert(why).second;
-    }
-    if (!first) {
-        GST_DEBUG_OBJECT(self, "%s", why.c_str());
-        return;
-    }
-    GST_WARNING_OBJECT(self, "%s", why.c_str());
-    GST_ELEMENT_WARNING(self, CORE, NEGOTIATION, ("%s", why.c_str()), (nullptr));
 }
 
 // The formats a structure allows: its "format" field (a string or a list), or every
@@ -381,10 +640,13 @@ static void explain_nothing(GstQzrcfaDemosaic* self, const Choice& c, GstPadDire
 // bayer formats it can make them from; size and rate pass through unchanged. Formats
 // that convert with nothing are logged with the library's reason: when a link fails as
 // a pipeline is built, GStreamer compares the caps itself and the element never sees
-// the ones it was offered, so the log is where the reason is.
+// the ones it was offered, so the log is where the reason is. A black level counts as
+// one of 1 here: set_caps judges it against the frame's bits and posts its reason, where
+// a format left out here often fails a link with none.
 static GstCaps* transform_caps(GstBaseTransform* trans, GstPadDirection direction, GstCaps* caps, GstCaps* filter) {
     GstQzrcfaDemosaic* self = GST_QZRCFA_DEMOSAIC(trans);
-    const Choice c = snapshot(self);
+    Choice c = snapshot(self);
+    for (int& black : c.picture.black) black = std::min(black, 1);
     const auto& raws = raw_formats();
     const auto& bayers = bayer_formats();
     GstCaps* result = gst_caps_new_empty();
@@ -491,6 +753,8 @@ static gboolean set_caps(GstBaseTransform* trans, GstCaps* incaps, GstCaps* outc
     neg.height = height;
     neg.in_stride = GST_ROUND_UP_4(gsize(width) * gsize(in->depth / 8));
     neg.out_info = info;
+    neg.what = what;
+    neg.applied = c.picture;
     neg.path.clear();
     GST_DEBUG_OBJECT(self, "%s (stride %" G_GSIZE_FORMAT ", stride %d out) by %s", what.c_str(), neg.in_stride,
                      GST_VIDEO_INFO_PLANE_STRIDE(&info, 0), asked(c).c_str());
@@ -540,6 +804,36 @@ static bool grow(std::vector<std::uint8_t>& scratch, std::size_t bytes) {
     }
 }
 
+// Grey world's gains for the frame of `q` (its samples, bits, pattern and black level)
+// into `q`, and into the settings for the frames to come; a frame in which it finds none,
+// or gains the library does not take, keeps the gains of `q` with a warning.
+static void measure(GstQzrcfaDemosaic* self, const Balance& balance, qzrcfa_request& q) {
+    qzrcfa_request m = q;
+    std::fill(m.gains, m.gains + 3, 0.0f);
+    float gains[3];
+    char why[512];
+    std::string failed;
+    if (qzrcfa_auto_white_balance(&m, gains, why, sizeof why) != 0) {
+        failed = why;
+    } else {
+        std::copy(gains, gains + 3, m.gains);
+        if (qzrcfa_output_bytes(&m) == 0) failed = reason(m);
+    }
+    if (!failed.empty()) {
+        tell(self, "automatic white balance kept the gains " + text_of(q.gains) + ": " + failed, About::Frame);
+        return;
+    }
+    GST_DEBUG_OBJECT(self, "frame %" G_GUINT64_FORMAT ": grey world's gains %s", balance.frame, text_of(gains).c_str());
+    std::copy(gains, gains + 3, q.gains);
+    GST_OBJECT_LOCK(self);
+    Settings& s = *self->settings;
+    if (s.generation == balance.generation) {
+        s.measured = true;
+        std::copy(gains, gains + 3, s.measured_gains.begin());
+    }
+    GST_OBJECT_UNLOCK(self);
+}
+
 static GstFlowReturn transform(GstBaseTransform* trans, GstBuffer* inbuf, GstBuffer* outbuf) {
     GstQzrcfaDemosaic* self = GST_QZRCFA_DEMOSAIC(trans);
     Negotiated& neg = *self->neg;
@@ -547,12 +841,26 @@ static GstFlowReturn transform(GstBaseTransform* trans, GstBuffer* inbuf, GstBuf
         GST_ELEMENT_ERROR(self, CORE, NEGOTIATION, (nullptr), ("a buffer came before the caps"));
         return GST_FLOW_NOT_NEGOTIATED;
     }
-    const Choice c = snapshot(self);
+    Balance balance;
+    const Choice c = snapshot(self, &balance);
     qzrcfa_request q = make_request(*neg.in, *neg.out, c, neg.width, neg.height);
     q.threads = c.threads;
-    if (qzrcfa_output_bytes(&q) == 0) {  // the properties changed since the caps were set
-        GST_ELEMENT_ERROR(self, CORE, NEGOTIATION, (nullptr), ("%s: %s", asked(c).c_str(), reason(q).c_str()));
-        return GST_FLOW_NOT_NEGOTIATED;
+    if (qzrcfa_output_bytes(&q) == 0) {
+        // Black level, gains, matrix or curve set while playing that this frame does not
+        // take leave the frames with what they had; anything else changed since the caps
+        // were set.
+        Choice kept = c;
+        kept.picture = neg.applied;
+        const qzrcfa_request before = make_request(*neg.in, *neg.out, kept, neg.width, neg.height);
+        if (qzrcfa_output_bytes(&before) == 0) {
+            GST_ELEMENT_ERROR(self, CORE, NEGOTIATION, (nullptr), ("%s: %s", asked(c).c_str(), reason(q).c_str()));
+            return GST_FLOW_NOT_NEGOTIATED;
+        }
+        tell(self, asked(c) + " cannot convert " + neg.what + " with the black level, gains, matrix and curve set: " +
+                       reason(q) + "; the frames keep those they had",
+             About::Setting);
+        q = before;
+        q.threads = c.threads;
     }
 
     const gsize sample_bytes = gsize(neg.in->depth / 8);
@@ -603,6 +911,9 @@ static GstFlowReturn transform(GstBaseTransform* trans, GstBuffer* inbuf, GstBuf
         q.samples_stride = std::ptrdiff_t(neg.in_stride);
         path = "input in place";
     }
+    if (balance.measure) measure(self, balance, q);
+    float used[3] = {1, 1, 1};  // the library writes them where the gains apply
+    q.gains_used = used;
 
     GstVideoFrame frame;
     if (!gst_video_frame_map(&frame, &neg.out_info, outbuf, GST_MAP_WRITE)) {
@@ -658,22 +969,48 @@ static GstFlowReturn transform(GstBaseTransform* trans, GstBuffer* inbuf, GstBuf
         GST_ELEMENT_ERROR(self, STREAM, FAILED, (nullptr), ("demosaicing refused: %s", why));
         return GST_FLOW_ERROR;
     }
+    set_picture_of(neg.applied, q);
+    GST_OBJECT_LOCK(self);
+    const bool changed = !std::equal(used, used + 3, self->settings->used.begin());
+    std::copy(used, used + 3, self->settings->used.begin());
+    GST_OBJECT_UNLOCK(self);
+    if (changed) g_object_notify_by_pspec(G_OBJECT(self), gains_used_property);
     return GST_FLOW_OK;
 }
 
+// Tells the properties refused before the start.
+static gboolean start(GstBaseTransform* trans) {
+    GstQzrcfaDemosaic* self = GST_QZRCFA_DEMOSAIC(trans);
+    std::vector<std::string> pending;
+    {
+        std::lock_guard<std::mutex> lock(self->neg->told_mutex);
+        self->neg->running = true;
+        pending.swap(self->neg->pending);
+    }
+    for (const std::string& why : pending) tell(self, why, About::Setting);
+    return TRUE;
+}
+
 static gboolean stop(GstBaseTransform* trans) {
-    Negotiated& neg = *GST_QZRCFA_DEMOSAIC(trans)->neg;
+    GstQzrcfaDemosaic* self = GST_QZRCFA_DEMOSAIC(trans);
+    Negotiated& neg = *self->neg;
     neg.in = nullptr;
     neg.out = nullptr;
     std::vector<std::uint8_t>().swap(neg.in_scratch);
     std::vector<std::uint8_t>().swap(neg.out_scratch);
+    GST_OBJECT_LOCK(self);
+    restart_balance(*self->settings);
+    self->settings->used = {1, 1, 1};
+    GST_OBJECT_UNLOCK(self);
     std::lock_guard<std::mutex> lock(neg.told_mutex);
     neg.told.clear();
+    neg.running = false;
     return TRUE;
 }
 
 static void finalize(GObject* object) {
     delete GST_QZRCFA_DEMOSAIC(object)->neg;
+    delete GST_QZRCFA_DEMOSAIC(object)->settings;
     G_OBJECT_CLASS(gst_qzrcfa_demosaic_parent_class)->finalize(object);
 }
 
@@ -682,6 +1019,7 @@ static void gst_qzrcfa_demosaic_init(GstQzrcfaDemosaic* self) {
     self->order = QZRCFA_ORDER_TOP_DOWN;
     self->rule = QZRCFA_RULE_DEFAULT;
     self->threads = 0;
+    self->settings = new Settings();
     self->neg = new Negotiated();
 }
 
@@ -733,6 +1071,51 @@ static void gst_qzrcfa_demosaic_class_init(GstQzrcfaDemosaicClass* klass) {
                           "patterns, orders and formats it has) or the method's general rule (every pattern, order "
                           "and depth, 8-bit output from 16-bit frames)",
                           rule_get_type(), QZRCFA_RULE_DEFAULT, flags));
+    g_object_class_install_property(
+        object, PROP_BLACK_LEVEL,
+        g_param_spec_string("black-level", "Black level",
+                            "Black level subtracted from the samples: one for every place of the 2x2 tile (\"64\"), or "
+                            "four, comma-separated, row 0 column 0, row 0 column 1, row 1 column 0, row 1 column 1 "
+                            "(\"64,60,60,64\"); each below 2^bits of the frame; \"\" for none",
+                            "", flags));
+    g_object_class_install_property(
+        object, PROP_WB_GAINS,
+        g_param_spec_string("wb-gains", "White-balance gains",
+                            "Gains of red, green and blue, comma-separated, each above 0 and at most 64 "
+                            "(\"1.9,1,1.6\"); \"\" for none; with wb-auto, the gains until grey world finds some",
+                            "", flags));
+    g_object_class_install_property(
+        object, PROP_WB_AUTO,
+        g_param_spec_enum("wb-auto", "Automatic white balance",
+                          "Grey world's gains (green 1), measured on the first frame in which it finds some or every "
+                          "wb-auto-interval frames, and kept in between; a frame in which it finds none keeps the "
+                          "gains in use (wb-gains' or 1) with a warning. Setting it measures on the next frame",
+                          wb_auto_get_type(), WB_OFF, flags));
+    g_object_class_install_property(
+        object, PROP_WB_AUTO_INTERVAL,
+        g_param_spec_uint("wb-auto-interval", "Frames between white-balance measurements",
+                          "With wb-auto=every: grey world measures frames 0, N, 2N, ... counted from the start or from "
+                          "setting wb-auto or this (1: every frame)",
+                          1, G_MAXUINT, 30, flags));
+    gains_used_property = g_param_spec_string("wb-gains-used", "White-balance gains used",
+                                          "The red, green and blue gains the last frame applied, as wb-gains takes them "
+                                          "(1,1,1 without white balance); notified when they change",
+                                          "1,1,1", GParamFlags(G_PARAM_READABLE | G_PARAM_STATIC_STRINGS));
+    g_object_class_install_property(object, PROP_WB_GAINS_USED, gains_used_property);
+    g_object_class_install_property(
+        object, PROP_COLOR_MATRIX,
+        g_param_spec_string("color-matrix", "Colour matrix",
+                            "Output red, green and blue from camera red, green and blue: nine numbers, comma-separated, "
+                            "row-major, each from -64 to 64, as a camera's calibration gives them; \"\" for none; "
+                            "colour output only",
+                            "", flags));
+    g_object_class_install_property(
+        object, PROP_CURVE,
+        g_param_spec_enum("curve", "Curve", "Transfer curve of the output values: linear, sRGB, or the gamma of gamma",
+                          curve_get_type(), QZRCFA_CURVE_LINEAR, flags));
+    g_object_class_install_property(
+        object, PROP_GAMMA,
+        g_param_spec_double("gamma", "Gamma", "With curve=gamma: output = linear ^ (1 / gamma)", 0.01, 10, 2.2, flags));
 
     gst_element_class_set_static_metadata(element, "Bayer demosaicing (qzrcfa)", "Filter/Converter/Video",
                                           "Converts 8- to 16-bit Bayer frames to BGR, BGRx, BGRA or grey with the "
@@ -751,12 +1134,15 @@ static void gst_qzrcfa_demosaic_class_init(GstQzrcfaDemosaicClass* klass) {
     base->get_unit_size = get_unit_size;
     base->transform = transform;
     base->decide_allocation = decide_allocation;
+    base->start = start;
     base->stop = stop;
     base->passthrough_on_same_caps = FALSE;
 
     gst_type_mark_as_plugin_api(method_get_type(), GstPluginAPIFlags(0));
     gst_type_mark_as_plugin_api(row_order_get_type(), GstPluginAPIFlags(0));
     gst_type_mark_as_plugin_api(rule_get_type(), GstPluginAPIFlags(0));
+    gst_type_mark_as_plugin_api(curve_get_type(), GstPluginAPIFlags(0));
+    gst_type_mark_as_plugin_api(wb_auto_get_type(), GstPluginAPIFlags(0));
 }
 
 static gboolean plugin_init(GstPlugin* plugin) {
