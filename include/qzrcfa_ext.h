@@ -85,7 +85,7 @@ enum {
 
 /* White balance: the gains as given, or grey world (the red and blue gains that bring
  * the means of the frame's unsaturated red and blue samples, black level subtracted, to
- * the green one's, read over every fourth pair of rows; green 1). */
+ * the green one's, read over every fourth pair of rows, at most 64; green 1). */
 enum { QZRCFA_WHITE_BALANCE_GIVEN = 0, QZRCFA_WHITE_BALANCE_AUTO = 1 };
 
 /* The output's transfer curve: linear values as they are, the sRGB curve, or a gamma. */

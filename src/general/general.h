@@ -68,7 +68,8 @@ std::vector<std::uint16_t> curve_table(Curve curve, double gamma, int max, int d
 
 // Grey world over the frame: the red and blue gains that bring the means of the
 // unsaturated red and blue samples (black level subtracted) to the green one's, every
-// fourth pair of rows read; green 1. False when some colour has no unsaturated sample.
+// fourth pair of rows read, at most 64; green 1. False when some colour has no
+// unsaturated sample.
 bool grey_world(const Frame& frame, float gains[3]);
 
 // Row r of the frame (0 .. height - 1) as the methods read it: width values in `out`,

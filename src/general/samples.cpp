@@ -1,5 +1,6 @@
 // What the general rule needs of samples besides the methods: the bytes of packed rows,
 // output curves, and grey-world white balance.
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <vector>
@@ -69,10 +70,11 @@ bool grey_world(const Frame& f, float gains[3]) {
     }
     for (int e = 0; e < 3; ++e)
         if (count[e] == 0 || sum[e] == 0) return false;
+    // At most the largest gain a request may give (a colour almost absent from the frame).
     const double green = sum[1] / count[1];
-    gains[detail::kBlue] = float(green / (sum[detail::kBlue] / count[detail::kBlue]));
+    gains[detail::kBlue] = float(std::min(64.0, green / (sum[detail::kBlue] / count[detail::kBlue])));
     gains[detail::kGreen] = 1.0f;
-    gains[detail::kRed] = float(green / (sum[detail::kRed] / count[detail::kRed]));
+    gains[detail::kRed] = float(std::min(64.0, green / (sum[detail::kRed] / count[detail::kRed])));
     return true;
 }
 
