@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "general/general.h"
 #include "kernels/bayer.h"
 #include "kernels/kernels.h"
 
@@ -199,6 +200,140 @@ TEST_P(Kernels, EqualTheReferencesForGbri) {
                     << "gbri pass " << pass << " on " << isa_name(GetParam()) << " differs: width " << width << " variant "
                     << variant;
             }
+}
+
+// The general rule's kernels. Rows of values hold exactly their two columns of margin
+// on either side, so AddressSanitizer reports a read beyond them, and every row a
+// kernel writes is compared whole, margins included. Every width 1 .. 140 and one large,
+// every phase of a row (green at even columns or odd, in a red or a blue row), values
+// over the full range of three largest values or tiny (0 .. 3: ties everywhere), and
+// greens with zeros among them (smooth hue's 0/0 and x/0).
+using u16 = std::uint16_t;
+
+struct ValueRow {
+    std::vector<u16> v;
+    ValueRow(int width, std::uint32_t seed, unsigned max) : v(random_values<u16>(std::size_t(width) + 4, seed, max)) {}
+    u16* at0() { return v.data() + 2; }
+};
+
+std::vector<int> general_widths(int large) {
+    std::vector<int> widths;
+    for (int w = 1; w <= 140; ++w) widths.push_back(w);
+    widths.push_back(large);
+    return widths;
+}
+
+struct PlaneSlot {
+    const char* name;
+    PlaneKernel reference;
+    PlaneKernel GeneralKernels::*wide;
+    int variant;
+    int planes;  // 3, or the one plane out[plane] that a green pass (1) or grey (0) writes
+};
+
+const PlaneSlot kPlaneSlots[] = {
+    {"nearest", general_nearest, &GeneralKernels::nearest, 0, 3},
+    {"bilinear", general_bilinear, &GeneralKernels::bilinear, 0, 3},
+    {"edge sensing 1", general_edge_sensing, &GeneralKernels::edge_sensing, 1, 3},
+    {"edge sensing 2", general_edge_sensing, &GeneralKernels::edge_sensing, 2, 3},
+    {"laplacian green", general_laplacian_green, &GeneralKernels::laplacian_green, 0, kGreen},
+    {"laplacian colour", general_laplacian_colour, &GeneralKernels::laplacian_colour, 0, 3},
+    {"smooth hue green", general_smooth_hue_green, &GeneralKernels::smooth_hue_green, 0, kGreen},
+    {"smooth hue colour", general_smooth_hue_colour, &GeneralKernels::smooth_hue_colour, 0, 3},
+    {"grey", general_grey, &GeneralKernels::grey, 0, 0},
+};
+
+TEST_P(Kernels, EqualTheGeneralRulesReferences) {
+    const GeneralKernels& set = kernel_set(GetParam()).general;
+    const char* isa = isa_name(GetParam());
+    for (const int width : general_widths(1001))
+        for (const unsigned max : {255u, 4095u, 65535u})
+            for (const unsigned range : {max, 3u}) {
+                const std::uint32_t seed = std::uint32_t(width * 17 + max + range);
+                std::vector<ValueRow> values, greens, planes;
+                for (std::uint32_t i = 0; i < 5; ++i) values.emplace_back(width, seed + i, range);
+                for (std::uint32_t i = 0; i < 3; ++i) greens.emplace_back(width, seed + 5 + i, range);
+                for (std::uint32_t i = 0; i < 3; ++i) planes.emplace_back(width, seed + 8 + i, 65535);
+                std::mt19937 rng(seed);
+                for (ValueRow& g : greens)
+                    for (u16& v : g.v)
+                        if (rng() % 8 == 0) v = 0;
+                for (const PlaneSlot& slot : kPlaneSlots)
+                    for (const RowPhase phase : {RowPhase{kRed, true}, RowPhase{kRed, false}, RowPhase{kBlue, true}, RowPhase{kBlue, false}}) {
+                        std::vector<ValueRow> want = planes, got = planes;
+                        auto row_into = [&](std::vector<ValueRow>& out) {
+                            PlaneRow row{};
+                            for (int i = 0; i < 5; ++i) row.s[i] = values[std::size_t(i)].at0();
+                            for (int i = 0; i < 3; ++i) row.g[i] = greens[std::size_t(i)].at0();
+                            for (int i = 0; i < 3; ++i) row.out[i] = slot.planes == 3 || slot.planes == i ? out[std::size_t(i)].at0() : nullptr;
+                            row.phase = phase, row.max = int(max), row.variant = slot.variant, row.x_last = width - 1;
+                            return row;
+                        };
+                        const PlaneRow reference = row_into(want), wide = row_into(got);
+                        slot.reference(reference, 0);
+                        const int x = (set.*slot.wide)(wide, 0);
+                        ASSERT_TRUE(x >= 0 && x <= width) << slot.name << " on " << isa << " returned " << x;
+                        slot.reference(wide, x);
+                        for (int i = 0; i < 3; ++i)
+                            ASSERT_EQ(want[std::size_t(i)].v, got[std::size_t(i)].v)
+                                << slot.name << " on " << isa << " differs in plane " << i << ": width " << width << " max " << max
+                                << " values 0.." << range << (phase.colour == kRed ? " red" : " blue") << " row, green at "
+                                << (phase.green_even ? "even" : "odd") << " columns";
+                    }
+            }
+}
+
+// Raw rows of 8- and 16-bit samples to values (16-bit samples above the largest value
+// clamped), and planes to pixels of 1, 3 and 4 elements of 8 and 16 bits under every
+// largest value 2^b - 1 (8-bit elements round from each); the large row of every
+// store holds each value 0 .. max once.
+TEST_P(Kernels, LoadAndStoreAsTheGeneralRulesReferences) {
+    const GeneralKernels& set = kernel_set(GetParam()).general;
+    const char* isa = isa_name(GetParam());
+    for (const int depth : {8, 16})
+        for (const unsigned max : {255u, 4095u, 65535u})
+            for (const int width : general_widths(1001)) {
+                const std::uint32_t seed = std::uint32_t(width * 3 + depth + max);
+                const auto samples = random_values<u16>(std::size_t(width), seed, depth == 8 ? 255u : 65535u);
+                const std::vector<std::uint8_t> samples8(samples.begin(), samples.end());
+                const ValueRow before(width, seed + 1, 65535);
+                ValueRow want = before, got = before;
+                LoadRow row{};
+                row.src = depth == 8 ? static_cast<const void*>(samples8.data()) : samples.data();
+                row.depth = depth, row.max = int(max), row.x_last = width - 1;
+                LoadRow reference = row, wide = row;
+                reference.out = want.at0(), wide.out = got.at0();
+                general_load(reference, 0);
+                general_load(wide, set.load(wide, 0));
+                ASSERT_EQ(want.v, got.v) << "load on " << isa << " differs: " << depth << "-bit samples, width " << width << " max " << max;
+            }
+    for (int bits = 8; bits <= 16; ++bits) {
+        const unsigned max = (1u << bits) - 1;
+        for (const int width : general_widths(int(max) + 1))
+            for (const unsigned range : {max, 3u}) {
+                const std::uint32_t seed = std::uint32_t(width * 5 + bits + range);
+                std::vector<ValueRow> planes;
+                for (std::uint32_t i = 0; i < 3; ++i) planes.emplace_back(width, seed + i, range);
+                if (width == int(max) + 1)
+                    for (std::uint32_t i = 0; i < 3; ++i)
+                        for (int x = 0; x < width; ++x) planes[i].at0()[x] = u16((unsigned(x) + 7 * i) % (max + 1));
+                for (const int elements : {1, 3, 4})
+                    for (const int depth : {8, 16}) {
+                        const std::size_t bytes = std::size_t(width) * std::size_t(elements) * std::size_t(depth / 8);
+                        const auto before = random_values<std::uint8_t>(bytes, seed + 3, 255);
+                        std::vector<std::uint8_t> want = before, got = before;
+                        StoreRow row{};
+                        for (int i = 0; i < 3; ++i) row.planes[i] = planes[std::size_t(i)].at0();
+                        row.elements = elements, row.depth = depth, row.max = int(max), row.x_last = width - 1;
+                        StoreRow reference = row, wide = row;
+                        reference.out = want.data(), wide.out = got.data();
+                        general_store(reference, 0);
+                        general_store(wide, set.store(wide, 0));
+                        ASSERT_EQ(want, got) << "store on " << isa << " differs: " << elements << " elements of " << depth
+                                             << " bits, width " << width << " max " << max << " values 0.." << range;
+                    }
+            }
+    }
 }
 
 // Every instruction set of the dispatch table, whether or not this build or processor

@@ -1,0 +1,368 @@
+// The general rule's column kernels (src/general/), written once on the pixel layer's
+// vectors and compiled per instruction set: a target file includes this after
+// kernels-inl.h, whose toolkit (run_blocks, quieter_pair, the float and integer lane
+// types) it uses, and its kernel set takes kGeneralKernels.
+//
+// Rows of values are 16-bit and hold two columns of margin on either side; a block is
+// one vector of kWords columns (kLanes columns where 8-bit elements are stored), and
+// reads no value outside columns -2 .. x_last + 2 of a row. Every lane computes what
+// its site needs and keeps its own site's value, as the families' kernels do.
+//
+// Sums of two or four values would overflow 16 bits, so means are the floor means of
+// the toolkit, formed without widening. The Laplacian and smooth hue compute in 32-bit
+// lanes: a block read as 32-bit lanes holds one red or blue site and one green site in
+// each lane (the low half the even column of the pair), so one vector's worth of sites
+// of one kind is a mask or a shift away from the values, and the results go back to
+// their halves without any widening or narrowing of whole blocks.
+
+constexpr int kWords = kLanes / 2;  // columns of a block of 16-bit values
+
+// ---------------------------------------------------------------------------------
+// Helpers on 32-bit lanes.
+
+// Column (site + k) of `row` for each site of one kind in a block at column x: the site
+// of lane i is column x + 2 i + Half.
+template <int Half>
+QZRCFA_INLINE Ints sites(const uint16_t* row, int x, int k) {
+    const UInts pairs = load<UInts>(row + x + k);
+    return (Ints)(Half == 0 ? pairs & 0xFFFF : pairs >> 16);
+}
+
+// Words of a block whose lanes of the half `Half` hold `v` (each in 0 .. 65535) and whose
+// other halves hold those of `rest`.
+template <int Half>
+QZRCFA_INLINE Words with_sites(const Ints& v, const Words& rest) {
+    const UInts r = (UInts)rest;
+    return (Words)(Half == 0 ? (r & 0xFFFF0000u) | (UInts)v : (r & 0xFFFFu) | ((UInts)v << 16));
+}
+
+template <int Half>
+QZRCFA_INLINE Words join_sites(const Ints& low_or_high, const Ints& other_half) {
+    return (Words)(Half == 0 ? (UInts)low_or_high | ((UInts)other_half << 16) : ((UInts)low_or_high << 16) | (UInts)other_half);
+}
+
+QZRCFA_INLINE Ints magnitude(const Ints& x) {
+    const Ints sign = x >> 31;
+    return (x ^ sign) - sign;
+}
+
+// x / 2^Shift, truncating toward zero as C++ integer division does.
+template <int Shift>
+QZRCFA_INLINE Ints truncate_div(const Ints& x) {
+    return (x + ((x >> 31) & ((1 << Shift) - 1))) >> Shift;
+}
+
+// `first` where a < b, `second` where b < a, `tie` elsewhere.
+QZRCFA_INLINE Ints choose(const Ints& a, const Ints& b, const Ints& first, const Ints& second, const Ints& tie) {
+    return select(a < b, first, select(b < a, second, tie));
+}
+
+QZRCFA_INLINE Ints clamp_to(const Ints& x, const Ints& max) { return select(x < 0, Ints{}, select(x > max, max, x)); }
+
+// ---------------------------------------------------------------------------------
+// Plane kernels.
+
+// A block's values of the row's own colour, green and the other colour.
+struct Colours {
+    Words colour, green, other;
+};
+
+// Blocks of kWords columns from x; compute(c, green) gives the block at column c, with
+// `green` all ones in the lanes of green sites.
+template <class Compute>
+QZRCFA_INLINE int colour_blocks(const PlaneRow& row, int x, Compute&& compute) {
+    if (row.x_last - x + 1 < kWords) return x;
+    const Words green = parity_lanes<Words>(row.phase.green_at(x) ? 0 : 1);
+    uint16_t* const colour = row.out[row.phase.colour];
+    uint16_t* const g = row.out[kGreen];
+    uint16_t* const other = row.out[row.phase.other()];
+    return run_blocks<kWords>(
+        x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return compute(c, green); },
+        [&](const Colours& v, int c, bool) QZRCFA_LAMBDA_INLINE {
+            store(colour + c, v.colour);
+            store(g + c, v.green);
+            store(other + c, v.other);
+        });
+}
+
+// Blocks that write one plane, out[plane].
+template <class Compute>
+QZRCFA_INLINE int plane_blocks(const PlaneRow& row, int x, int plane, Compute&& compute) {
+    if (row.x_last - x + 1 < kWords) return x;
+    const Words green = parity_lanes<Words>(row.phase.green_at(x) ? 0 : 1);
+    uint16_t* const out = row.out[plane];
+    return run_blocks<kWords>(
+        x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return compute(c, green); },
+        [&](const Words& v, int c, bool) QZRCFA_LAMBDA_INLINE { store(out + c, v); });
+}
+
+// Runs body.template operator()<Half>() with Half the half of each 32-bit lane that
+// holds the red or blue site of a block starting at column x.
+template <class Body>
+QZRCFA_INLINE int by_site_half(const PlaneRow& row, int x, Body&& body) {
+    return row.phase.green_at(x) ? body.template operator()<1>() : body.template operator()<0>();
+}
+
+int general_nearest_wide(const PlaneRow& row, int x) {
+    const uint16_t *s = row.s[2], *dn = row.s[3];
+    return colour_blocks(row, x, [&](int c, const Words& green) QZRCFA_LAMBDA_INLINE {
+        const Words left = load<Words>(s + c - 1), mid = load<Words>(s + c);
+        return Colours{select(green, left, mid), select(green, mid, left),
+                       select(green, load<Words>(dn + c), load<Words>(dn + c - 1))};
+    });
+}
+
+int general_bilinear_wide(const PlaneRow& row, int x) {
+    const uint16_t *up = row.s[1], *s = row.s[2], *dn = row.s[3];
+    return colour_blocks(row, x, [&](int c, const Words& green) QZRCFA_LAMBDA_INLINE {
+        const Words left = load<Words>(s + c - 1), mid = load<Words>(s + c), right = load<Words>(s + c + 1);
+        const Words u = load<Words>(up + c), d = load<Words>(dn + c);
+        const Words diagonal = mean4(load<Words>(up + c - 1), load<Words>(up + c + 1), load<Words>(dn + c - 1), load<Words>(dn + c + 1));
+        return Colours{select(green, mean2(left, right), mid), select(green, mid, mean4(left, right, u, d)),
+                       select(green, mean2(u, d), diagonal)};
+    });
+}
+
+int general_edge_sensing_wide(const PlaneRow& row, int x) {
+    const uint16_t *up = row.s[1], *s = row.s[2], *dn = row.s[3];
+    const bool directional = row.variant == 2;
+    return colour_blocks(row, x, [&](int c, const Words& green) QZRCFA_LAMBDA_INLINE {
+        const Words left = load<Words>(s + c - 1), mid = load<Words>(s + c), right = load<Words>(s + c + 1);
+        const Words u = load<Words>(up + c), d = load<Words>(dn + c);
+        const Words ul = load<Words>(up + c - 1), ur = load<Words>(up + c + 1);
+        const Words dl = load<Words>(dn + c - 1), dr = load<Words>(dn + c + 1);
+        const Words diagonal = directional ? quieter_pair(ul, dr, ur, dl) : mean4(ul, ur, dl, dr);
+        return Colours{select(green, mean2(left, right), mid), select(green, mid, quieter_pair(left, right, u, d)),
+                       select(green, mean2(u, d), diagonal)};
+    });
+}
+
+int general_grey_wide(const PlaneRow& row, int x) {
+    const uint16_t *s = row.s[2], *dn = row.s[3];
+    return plane_blocks(row, x, 0, [&](int c, const Words&) QZRCFA_LAMBDA_INLINE {
+        return mean4(load<Words>(s + c), load<Words>(s + c + 1), load<Words>(dn + c), load<Words>(dn + c + 1));
+    });
+}
+
+int general_laplacian_green_wide(const PlaneRow& row, int x) {
+    const uint16_t *u2 = row.s[0], *up = row.s[1], *s = row.s[2], *dn = row.s[3], *d2 = row.s[4];
+    const Ints max = Ints{} + row.max;
+    return by_site_half(row, x, [&]<int H>() {
+        return plane_blocks(row, x, kGreen, [&](int c, const Words&) QZRCFA_LAMBDA_INLINE {
+            const Ints v0 = sites<H>(s, c, 0), left = sites<H>(s, c, -1), right = sites<H>(s, c, 1);
+            const Ints u = sites<H>(up, c, 0), d = sites<H>(dn, c, 0);
+            const Ints dh = v0 + v0 - sites<H>(s, c, -2) - sites<H>(s, c, 2);
+            const Ints dv = v0 + v0 - sites<H>(u2, c, 0) - sites<H>(d2, c, 0);
+            const Ints h = magnitude(left - right) + magnitude(dh), v = magnitude(u - d) + magnitude(dv);
+            const Ints g = choose(h, v, truncate_div<2>(dh) + ((left + right) >> 1), truncate_div<2>(dv) + ((u + d) >> 1),
+                                  truncate_div<3>(dh + dv) + ((left + right + u + d) >> 2));
+            return with_sites<H>(clamp_to(g, max), load<Words>(s + c));
+        });
+    });
+}
+
+int general_laplacian_colour_wide(const PlaneRow& row, int x) {
+    const uint16_t *up = row.s[1], *s = row.s[2], *dn = row.s[3];
+    const uint16_t *gu = row.g[0], *g = row.g[1], *gd = row.g[2];
+    const Ints max = Ints{} + row.max;
+    return by_site_half(row, x, [&]<int H>() {
+        return colour_blocks(row, x, [&](int c, const Words& green) QZRCFA_LAMBDA_INLINE {
+            const Ints g0 = sites<H>(g, c, 0);
+            const Ints d1 = g0 + g0 - sites<H>(gu, c, -1) - sites<H>(gd, c, 1);
+            const Ints d2 = g0 + g0 - sites<H>(gu, c, 1) - sites<H>(gd, c, -1);
+            const Ints ul = sites<H>(up, c, -1), lr = sites<H>(dn, c, 1), ur = sites<H>(up, c, 1), ll = sites<H>(dn, c, -1);
+            const Ints e1 = magnitude(ul - lr) + magnitude(d1), e2 = magnitude(ur - ll) + magnitude(d2);
+            const Ints v = choose(e1, e2, truncate_div<1>(ul + lr + d1), truncate_div<1>(ur + ll + d2),
+                                  truncate_div<2>(ul + lr + ur + ll + d1 + d2));
+            const Words mid = load<Words>(s + c);
+            const Words across = mean2(load<Words>(s + c - 1), load<Words>(s + c + 1));
+            return Colours{select(green, across, mid), load<Words>(g + c),
+                           with_sites<H>(clamp_to(v, max), mean2(load<Words>(up + c), load<Words>(dn + c)))};
+        });
+    });
+}
+
+int general_smooth_hue_green_wide(const PlaneRow& row, int x) {
+    const uint16_t *up = row.s[1], *s = row.s[2], *dn = row.s[3];
+    return plane_blocks(row, x, kGreen, [&](int c, const Words& green) QZRCFA_LAMBDA_INLINE {
+        const Words mid = load<Words>(s + c);
+        return select(green, mid, mean4(load<Words>(s + c + 1), load<Words>(s + c - 1), load<Words>(up + c), load<Words>(dn + c)));
+    });
+}
+
+QZRCFA_INLINE Floats to_float(const Ints& v) { return __builtin_convertvector(v, Floats); }
+
+// A sample over its green, in single precision, as the reference divides them.
+QZRCFA_INLINE Floats quotient(const Ints& sample, const Ints& green) { return to_float(sample) / to_float(green); }
+
+// Above the largest value: the largest; NaN: 0; otherwise truncated.
+QZRCFA_INLINE Ints saturate(const Floats& v, const Floats& max) {
+    Floats y = select_bits(v > max, max, v);
+    y = select_bits(v != v, Floats{}, y);
+    return __builtin_convertvector(y, Ints);
+}
+
+// Each quotient of the rows above and below is shared by a green site's vertical estimate
+// and one of the diagonals of the red or blue site beside it in the same lane (to its
+// left when H is 0, to its right when H is 1); the other diagonal takes the green site
+// a pair away.
+int general_smooth_hue_colour_wide(const PlaneRow& row, int x) {
+    const uint16_t *up = row.s[1], *s = row.s[2], *dn = row.s[3];
+    const uint16_t *gu = row.g[0], *g = row.g[1], *gd = row.g[2];
+    const Floats max = Floats{} + float(row.max);
+    return by_site_half(row, x, [&]<int H>() {
+        constexpr int G = 1 - H;           // the green sites' half
+        constexpr int far = H == 0 ? -2 : 2;  // the green site of the other diagonal
+        return colour_blocks(row, x, [&](int c, const Words& green) QZRCFA_LAMBDA_INLINE {
+            const Floats above = quotient(sites<G>(up, c, 0), sites<G>(gu, c, 0));
+            const Floats below = quotient(sites<G>(dn, c, 0), sites<G>(gd, c, 0));
+            const Floats above_far = quotient(sites<G>(up, c, far), sites<G>(gu, c, far));
+            const Floats below_far = quotient(sites<G>(dn, c, far), sites<G>(gd, c, far));
+            const Floats left = quotient(sites<G>(s, c, -1), sites<G>(g, c, -1));
+            const Floats right = quotient(sites<G>(s, c, 1), sites<G>(g, c, 1));
+            const Floats own_green = to_float(sites<G>(g, c, 0)), own_colour = to_float(sites<H>(g, c, 0));
+            const Floats vertical = (above + below) * (own_green * 0.5f);
+            const Floats horizontal = (left + right) * (own_green * 0.5f);
+            const Floats ul = H == 0 ? above_far : above, ur = H == 0 ? above : above_far;
+            const Floats dl = H == 0 ? below_far : below, dr = H == 0 ? below : below_far;
+            const Floats diagonal = (((ul + ur) + dl) + dr) * (own_colour * 0.25f);
+            const Words mid = load<Words>(s + c);
+            (void)green;
+            return Colours{with_sites<G>(saturate(horizontal, max), mid), load<Words>(g + c),
+                           join_sites<H>(saturate(diagonal, max), saturate(vertical, max))};
+        });
+    });
+}
+
+// ---------------------------------------------------------------------------------
+// Raw rows to values, and planes to pixels. Rows that ask for anything beyond the plain
+// containers and elements below are left whole to the reference.
+
+QZRCFA_INLINE bool plain(const LoadRow& row) { return row.depth == 8 || row.depth == 16; }
+
+int general_load_wide(const LoadRow& row, int x) {
+    if (!plain(row) || row.x_last - x + 1 < kWords) return x;
+    const Words max = Words{} + uint16_t(row.max);
+    uint16_t* const out = row.out;
+    const auto put = [out](const Words& v, int c, bool) QZRCFA_LAMBDA_INLINE { store(out + c, v); };
+    if (row.depth == 8) {
+        const uint8_t* src = static_cast<const uint8_t*>(row.src);
+        return run_blocks<kWords>(
+            x, row.x_last, -1,
+            [&](int c) QZRCFA_LAMBDA_INLINE { return lesser(__builtin_convertvector(load<Half>(src + c), Words), max); }, put);
+    }
+    const uint16_t* src = static_cast<const uint16_t*>(row.src);
+    return run_blocks<kWords>(x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return lesser(load<Words>(src + c), max); }, put);
+}
+
+// Values of 0 .. max to 8-bit elements, rounded to nearest with halves up: for max =
+// 2^b - 1 (b of 9 .. 16) that is floor(T / max) with T = 255 v + 2^(b-1) - 1, formed
+// in 16-bit lanes. With q = T >> b and t = T mod 2^b, T = q max + q + t, and q + t <
+// 2 max, so the result is q, or q + 1 where t >= max - q. 255 v splits into its low b
+// bits (a wrapping product) and its high bits (a high product); adding 2^(b-1) - 1
+// carries into the high bits where the low bits exceed 2^(b-1).
+struct Narrowing {
+    Words low_bits, scaled, half, rounding, max;
+
+    QZRCFA_INLINE explicit Narrowing(int m, int b)
+        : low_bits(Words{} + uint16_t(m)), scaled(Words{} + uint16_t(255u << (16 - b))), half(Words{} + uint16_t(1u << (b - 1))),
+          rounding(Words{} + uint16_t((1u << (b - 1)) - 1)), max(Words{} + uint16_t(m)) {}
+
+    QZRCFA_INLINE Words operator()(const Words& v) const {
+        const Words low = (v * uint16_t(255)) & low_bits;
+        const Words q = mul_high(v, scaled) - (Words)(low > half);
+        const Words t = (low + rounding) & low_bits;
+        return q - (Words)(t >= max - q);
+    }
+};
+
+// Significant bits b of a largest value 2^b - 1 that 8-bit elements round from (9 .. 16),
+// 8 for 255 (kept as they are), 0 for any other.
+QZRCFA_INLINE int rounding_bits(int max) {
+    for (int b = 8; b <= 16; ++b)
+        if (max == (1 << b) - 1) return b;
+    return 0;
+}
+
+template <int P>
+QZRCFA_INLINE int store16(const StoreRow& row, int x) {
+    uint16_t* const out = static_cast<uint16_t*>(row.out);
+    const uint16_t *b = row.planes[0], *g = row.planes[1], *r = row.planes[2];
+    if constexpr (P == 1) {
+        return run_blocks<kWords>(
+            x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return load<Words>(b + c); },
+            [&](const Words& v, int c, bool) QZRCFA_LAMBDA_INLINE { store(out + c, v); });
+    } else {
+        const Words fourth = Words{} + uint16_t(row.max);
+        return run_blocks<kWords>(
+            x, row.x_last, -1,
+            [&](int c) QZRCFA_LAMBDA_INLINE { return Planes<Words>{load<Words>(b + c), load<Words>(g + c), load<Words>(r + c)}; },
+            [&](const Planes<Words>& p, int c, bool) QZRCFA_LAMBDA_INLINE {
+                store_pixels16<P>(out + std::ptrdiff_t(c) * P, p.blue, p.green, p.red, fourth);
+            });
+    }
+}
+
+// Two blocks of values (each at most 255) as one of bytes.
+QZRCFA_INLINE Bytes pack_bytes(const Words& low, const Words& high) {
+    return join_halves(__builtin_convertvector(low, Half), __builtin_convertvector(high, Half), std::make_index_sequence<kLanes>());
+}
+
+template <int P, bool Identity>
+QZRCFA_INLINE int store8(const StoreRow& row, int x, const Narrowing& narrow) {
+    if (row.x_last - x + 1 < kLanes) return x;
+    uint8_t* const out = static_cast<uint8_t*>(row.out);
+    const auto bytes = [&](const uint16_t* plane, int c) QZRCFA_LAMBDA_INLINE {
+        const Words low = load<Words>(plane + c), high = load<Words>(plane + c + kWords);
+        if constexpr (Identity) return pack_bytes(low, high);
+        else return pack_bytes(narrow(low), narrow(high));
+    };
+    if constexpr (P == 1) {
+        return run_blocks<kLanes>(
+            x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return bytes(row.planes[0], c); },
+            [&](const Bytes& v, int c, bool) QZRCFA_LAMBDA_INLINE { store(out + c, v); });
+    } else {
+        return run_blocks<kLanes>(
+            x, row.x_last, -1,
+            [&](int c) QZRCFA_LAMBDA_INLINE {
+                return Planes<Bytes>{bytes(row.planes[0], c), bytes(row.planes[1], c), bytes(row.planes[2], c)};
+            },
+            [&](const Planes<Bytes>& p, int c, bool) QZRCFA_LAMBDA_INLINE {
+                store_pixels<P>(out + std::ptrdiff_t(c) * P, p.blue, p.green, p.red, true);
+            });
+    }
+}
+
+template <int P>
+QZRCFA_INLINE int store_elements(const StoreRow& row, int x) {
+    if (row.depth == 16) return row.x_last - x + 1 < kWords ? x : store16<P>(row, x);
+    const int b = rounding_bits(row.max);
+    if (b == 0) return x;
+    const Narrowing narrow(row.max, b == 8 ? 9 : b);
+    return b == 8 ? store8<P, true>(row, x, narrow) : store8<P, false>(row, x, narrow);
+}
+
+QZRCFA_INLINE bool plain(const StoreRow& row) { return row.depth == 8 || row.depth == 16; }
+
+int general_store_wide(const StoreRow& row, int x) {
+    if (!plain(row)) return x;
+    switch (row.elements) {
+    case 1: return store_elements<1>(row, x);
+    case 3: return store_elements<3>(row, x);
+    case 4: return store_elements<4>(row, x);
+    default: return x;
+    }
+}
+
+constexpr GeneralKernels kGeneralKernels = {
+    .load = general_load_wide,
+    .nearest = general_nearest_wide,
+    .bilinear = general_bilinear_wide,
+    .edge_sensing = general_edge_sensing_wide,
+    .laplacian_green = general_laplacian_green_wide,
+    .laplacian_colour = general_laplacian_colour_wide,
+    .smooth_hue_green = general_smooth_hue_green_wide,
+    .smooth_hue_colour = general_smooth_hue_colour_wide,
+    .grey = general_grey_wide,
+    .store = general_store_wide,
+};
