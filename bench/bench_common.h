@@ -29,4 +29,8 @@ const std::vector<std::uint16_t>& mosaic16(int width, int height);
 using Body = std::function<void(const Size&, int bits, benchmark::State&)>;
 void add(const std::string& family, bool colour, Body body);
 
+// Rows of `family` also show `counter`: their time over that of `baseline`'s row of the
+// same size and pixel size.
+void compare(const std::string& family, const std::string& counter, const std::string& baseline);
+
 }  // namespace qzrcfa::bench
