@@ -255,25 +255,21 @@ int general_load_wide(const LoadRow& row, int x) {
     return run_blocks<kWords>(x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return lesser(load<Words>(src + c), max); }, put);
 }
 
-// Values of 0 .. max to 8-bit elements, rounded to nearest with halves up: for max =
-// 2^b - 1 (b of 9 .. 16) that is floor(T / max) with T = 255 v + 2^(b-1) - 1, formed
-// in 16-bit lanes. With q = T >> b and t = T mod 2^b, T = q max + q + t, and q + t <
-// 2 max, so the result is q, or q + 1 where t >= max - q. 255 v splits into its low b
-// bits (a wrapping product) and its high bits (a high product); adding 2^(b-1) - 1
-// carries into the high bits where the low bits exceed 2^(b-1).
+// Values of 0 .. max to 8-bit elements, rounded to nearest with halves up, for max =
+// 2^b - 1 (b of 9 .. 16): (v * 510 + max) / (2 max) is (hi(v << (16 - b), M) + C) >> s
+// with hi the high half of the 16-bit product, M = 2^b - 2^(b-8) + 1, C = 2^(b-9)
+// and s = b - 8. M / 2^(b+8) is 255 / max within what the high product truncates, and
+// C the half; the equality was checked for every value of every b, which the kernel
+// tests do again (their longest row of a store holds every value 0 .. max).
 struct Narrowing {
-    Words low_bits, scaled, half, rounding, max;
+    int shift_in, shift_out;
+    Words scale, half;
 
-    QZRCFA_INLINE explicit Narrowing(int m, int b)
-        : low_bits(Words{} + uint16_t(m)), scaled(Words{} + uint16_t(255u << (16 - b))), half(Words{} + uint16_t(1u << (b - 1))),
-          rounding(Words{} + uint16_t((1u << (b - 1)) - 1)), max(Words{} + uint16_t(m)) {}
+    QZRCFA_INLINE explicit Narrowing(int b)
+        : shift_in(16 - b), shift_out(b - 8), scale(Words{} + uint16_t((1u << b) - (1u << (b - 8)) + 1)),
+          half(Words{} + uint16_t(1u << (b - 9))) {}
 
-    QZRCFA_INLINE Words operator()(const Words& v) const {
-        const Words low = (v * uint16_t(255)) & low_bits;
-        const Words q = mul_high(v, scaled) - (Words)(low > half);
-        const Words t = (low + rounding) & low_bits;
-        return q - (Words)(t >= max - q);
-    }
+    QZRCFA_INLINE Words operator()(const Words& v) const { return (mul_high(v << shift_in, scale) + half) >> shift_out; }
 };
 
 // Significant bits b of a largest value 2^b - 1 that 8-bit elements round from (9 .. 16),
@@ -338,7 +334,7 @@ QZRCFA_INLINE int store_elements(const StoreRow& row, int x) {
     if (row.depth == 16) return row.x_last - x + 1 < kWords ? x : store16<P>(row, x);
     const int b = rounding_bits(row.max);
     if (b == 0) return x;
-    const Narrowing narrow(row.max, b == 8 ? 9 : b);
+    const Narrowing narrow(b == 8 ? 9 : b);
     return b == 8 ? store8<P, true>(row, x, narrow) : store8<P, false>(row, x, narrow);
 }
 
