@@ -336,6 +336,98 @@ TEST_P(Kernels, LoadAndStoreAsTheGeneralRulesReferences) {
     }
 }
 
+// The sweep (src/general/engine.cpp) against the references applied to the frame mirrored
+// about its edge pixels, every value and green of it computed: whichever rows the sweep
+// reads in place or through its ring, however it splits rows into chunks and frames into
+// bands, its elements must be these. Frames from narrower than a block to wider than two
+// chunks, 16-bit samples of 16 bits (read in place) and of 12 bits (clamped), 8-bit
+// samples; 3, 4 and 1 elements of 8 and 16 bits, compact top-down rows or padded
+// bottom-up ones, one band or several.
+struct Serial final : Tasks {
+    int threads() const override { return 3; }
+    void run(int count, void (*task)(const void*, int), const void* context) const override {
+        for (int i = 0; i < count; ++i) task(context, i);
+    }
+};
+
+std::ptrdiff_t mirror(std::ptrdiff_t i, std::ptrdiff_t n) {
+    while (i < 0 || i >= n) i = i < 0 ? -i : 2 * (n - 1) - i;
+    return i;
+}
+
+std::vector<std::uint8_t> mirrored_model(general::Method method, const general::Frame& f, const general::Image& im) {
+    constexpr int m = 4;  // columns and rows of the mirrored frame beyond each edge
+    const int w = f.width, h = f.height, max = (1 << f.bits) - 1, pitch = w + 2 * m;
+    auto frame = [&](int rows) { return std::vector<u16>(std::size_t(pitch) * std::size_t(h + 2 * m), u16(rows)); };
+    std::vector<u16> values = frame(0), greens = frame(0), planes = frame(0);
+    auto at = [&](std::vector<u16>& v, int r) { return v.data() + std::ptrdiff_t(r + m) * pitch + m; };
+    for (int r = -m; r < h + m; ++r)
+        for (int x = -m; x < w + m; ++x) {
+            const std::uint8_t* row = f.data + mirror(r, h) * f.pitch;
+            const int v = f.depth == 8 ? row[mirror(x, w)] : reinterpret_cast<const u16*>(row)[mirror(x, w)];
+            at(values, r)[x] = u16(std::min(v, max));
+        }
+    const bool grey = im.elements == 1, laplacian = method == general::Method::Laplacian;
+    const bool two = !grey && (laplacian || method == general::Method::SmoothHue);
+    const PlaneKernel colour = grey ? general_grey
+                               : method == general::Method::Nearest  ? general_nearest
+                               : method == general::Method::Bilinear ? general_bilinear
+                               : laplacian                           ? general_laplacian_colour
+                               : two                                 ? general_smooth_hue_colour
+                                                                     : general_edge_sensing;
+    auto row_of = [&](int r) {
+        PlaneRow row{};
+        for (int i = 0; i < 5; ++i) row.s[i] = at(values, r - 2 + i);
+        for (int i = 0; i < 3; ++i) row.g[i] = at(greens, r - 1 + i);
+        row.phase = row_phase(f.pattern, r & 1), row.max = max, row.x_last = w - 1;
+        row.variant = method == general::Method::EdgeSensing2 ? 2 : 1;
+        return row;
+    };
+    if (two)
+        for (int r = -1; r <= h; ++r) {
+            PlaneRow row = row_of(r);
+            row.out[1] = at(greens, r), row.x_last = w + 1;
+            (laplacian ? general_laplacian_green : general_smooth_hue_green)(row, -2);
+        }
+    std::vector<std::uint8_t> out(std::size_t(im.pitch) * std::size_t(h), 0x5C);
+    for (int y = 0; y < h; ++y) {
+        PlaneRow row = row_of(y);
+        for (int i = 0; i < 3; ++i) row.out[i] = at(planes, i);
+        colour(row, 0);
+        StoreRow store{};
+        for (int i = 0; i < 3; ++i) store.planes[i] = at(planes, i);
+        store.out = out.data() + (im.bottom_up ? h - 1 - y : y) * im.pitch;
+        store.elements = im.elements, store.depth = im.depth, store.max = max, store.x_last = w - 1;
+        general_store(store, 0);
+    }
+    return out;
+}
+
+TEST_P(Kernels, SweepEqualsTheReferencesOnTheMirroredFrame) {
+    const Serial bands;
+    for (int method = 0; method <= int(general::Method::SmoothHue); ++method)
+        for (const auto& [w, h] : {std::pair{5, 2}, {63, 3}, {64, 7}, {65, 9}, {1100, 5}, {70, 40}})
+            for (const int bits : {16, 12, 8})
+                for (const int elements : {3, 4, 1})
+                    for (const int depth : {8, 16})
+                        for (const bool padded : {false, true}) {
+                            const int sample_bytes = bits == 8 ? 1 : 2, pad = padded ? 6 : 0;
+                            const auto samples = random_values<std::uint8_t>(std::size_t(w * sample_bytes + pad) * std::size_t(h),
+                                                                             std::uint32_t(w * h + method + bits), 255);
+                            const general::Frame f{samples.data(), w * sample_bytes + pad, 8 * sample_bytes, bits, w, h,
+                                                   Pattern(method % 4)};
+                            const general::Image im{nullptr, std::ptrdiff_t(w) * elements * depth / 8 + 2 * pad, elements, depth, padded};
+                            const std::vector<std::uint8_t> want = mirrored_model(general::Method(method), f, im);
+                            std::vector<std::uint8_t> got(want.size(), 0x5C);
+                            general::Image into = im;
+                            into.data = got.data();
+                            general::demosaic(general::Method(method), f, into, padded ? &bands : nullptr, GetParam());
+                            ASSERT_EQ(want, got) << "method " << method << " on " << isa_name(GetParam()) << ": " << w << "x" << h
+                                                 << " of " << bits << " bits to " << elements << " elements of " << depth << " bits"
+                                                 << (padded ? ", padded bottom-up rows in bands" : "");
+                        }
+}
+
 // Every instruction set of the dispatch table, whether or not this build or processor
 // has it (those are skipped, and say so).
 INSTANTIATE_TEST_SUITE_P(EveryInstructionSet, Kernels, testing::ValuesIn(std::begin(kIsas) + 1, std::end(kIsas)),

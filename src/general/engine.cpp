@@ -169,9 +169,10 @@ class Sweep {
 void demosaic(Method method, const Frame& frame, const Image& image, const detail::Tasks* tasks, detail::Isa isa) {
     const Rule rule = rule_of(method, image.elements == 1);
     const detail::KernelSet& kernels = detail::kernel_set(isa);
-    const int threads = tasks != nullptr ? tasks->threads() : 1;
-    // Bands of at least 16 rows: each loads a few rows above and below its own.
-    const detail::Bands bands{0, frame.height, std::max(1, std::min(threads * 2, frame.height / 16))};
+    // Bands of at least 16 rows, two per thread: each loads a few rows above and below its
+    // own. Without tasks, one band on the calling thread.
+    const int count = tasks != nullptr ? std::max(1, std::min(tasks->threads() * 2, frame.height / 16)) : 1;
+    const detail::Bands bands{0, frame.height, count};
     auto band = [&](int i) { Sweep(rule, frame, image, kernels).run(bands.first(i), bands.first(i + 1)); };
     if (bands.count > 1) tasks->for_each(bands.count, band);
     else band(0);
