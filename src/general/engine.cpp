@@ -59,6 +59,12 @@ std::ptrdiff_t reflect(std::ptrdiff_t i, std::ptrdiff_t n) {
 constexpr int kRingRows = 8;       // rows of values a band holds: every method reads at most 7
 constexpr int kGreenRows = 4;      // rows of green: the second passes read 3
 constexpr std::ptrdiff_t kSlack = 32;  // values past each end of a row, so that rows start aligned
+constexpr int kChunk = 512;        // columns whose planes are computed and stored at once, in L1
+// Columns at either end of a row whose passes read values beyond the frame (every pass
+// reads at most kGeneralMargin columns to either side), and the columns those read.
+constexpr int kEdge = detail::kGeneralMargin;
+constexpr int kEdgeReads = 2 * detail::kGeneralMargin;
+constexpr int kInPlaceWidth = 64;  // narrower frames are read through the ring alone
 
 // Rows of values of the frame's width with their margins.
 class Rows {
@@ -71,11 +77,15 @@ class Rows {
     std::vector<std::uint16_t> memory_;
 };
 
+// 16-bit samples of 16 significant bits are their own values: the passes read their raw
+// rows in place, and the ring holds, of each row, only the columns the passes of the
+// first and last kEdge columns read, with the mirrored columns beyond them. Other frames
+// load every row into the ring, clamped.
 class Sweep {
   public:
     Sweep(const Rule& rule, const Frame& f, const Image& im, const detail::KernelSet& kernels)
         : rule_(rule), f_(f), im_(im), k_(kernels.general), values_(kRingRows, f.width), greens_(kGreenRows, f.width),
-          planes_(3, f.width), max_((1 << f.bits) - 1) {}
+          planes_(3, f.width), max_((1 << f.bits) - 1), in_place_(f.depth == 16 && f.bits == 16 && f.width >= kInPlaceWidth) {}
 
     // Output rows y0 .. y1 - 1 (raw rows).
     void run(int y0, int y1) {
@@ -89,14 +99,14 @@ class Sweep {
             while (next_value_ <= y + reach) load(next_value_++);
             if (two)
                 while (next_green_ <= y + 1) green(next_green_++);
-            colour(y);
-            store(y);
+            colour_and_store(y, raw(next_value_));
         }
     }
 
   private:
     std::uint16_t* values(std::ptrdiff_t r) { return values_.row((r % kRingRows + kRingRows) % kRingRows); }
     std::uint16_t* greens(std::ptrdiff_t r) { return greens_.row((r % kGreenRows + kGreenRows) % kGreenRows); }
+    const std::uint8_t* raw(std::ptrdiff_t r) const { return f_.data + reflect(r, f_.height) * f_.pitch; }
 
     // Values of row r beyond the frame's edges, from the columns they mirror.
     void mirror_columns(std::uint16_t* v) const {
@@ -107,43 +117,83 @@ class Sweep {
     }
 
     void load(std::ptrdiff_t r) {
-        LoadRow row{};
-        row.src = f_.data + reflect(r, f_.height) * f_.pitch;
-        row.depth = f_.depth;
-        row.out = values(r);
-        row.max = max_;
-        row.x_last = f_.width - 1;
-        detail::general_load(row, k_.load(row, 0));
-        mirror_columns(row.out);
+        std::uint16_t* v = values(r);
+        if (in_place_) {
+            const auto* samples = reinterpret_cast<const std::uint16_t*>(raw(r));
+            std::copy_n(samples, kEdgeReads, v);
+            std::copy_n(samples + f_.width - kEdgeReads, kEdgeReads, v + f_.width - kEdgeReads);
+        } else {
+            LoadRow row{};
+            row.src = raw(r);
+            row.depth = f_.depth;
+            row.out = v;
+            row.max = max_;
+            row.x_last = f_.width - 1;
+            detail::general_load(row, k_.load(row, 0));
+        }
+        mirror_columns(v);
     }
 
-    PlaneRow plane_row(std::ptrdiff_t r) {
+    // A pass of row r over whole rows of values: the ring's, or the frame's in place.
+    PlaneRow plane_row(std::ptrdiff_t r, bool ring) {
         PlaneRow row{};
-        for (int i = 0; i < 5; ++i) row.s[i] = values(r - 2 + i);
+        for (int i = 0; i < 5; ++i)
+            row.s[i] = ring ? values(r - 2 + i) : reinterpret_cast<const std::uint16_t*>(raw(r - 2 + i));
         for (int i = 0; i < 3; ++i) row.g[i] = greens(r - 1 + i);
         row.phase = detail::row_phase(f_.pattern, int(r & 1));
         row.max = max_;
         row.variant = rule_.variant;
-        row.x_last = f_.width - 1;
         return row;
     }
 
+    // Columns x0 .. x1 of a pass.
+    static void pass(PlaneRow row, PlaneKernel reference, PlaneKernel wide, int x0, int x1) {
+        if (x1 < x0) return;
+        row.x_last = x1;
+        reference(row, wide(row, x0));
+    }
+
+    // Columns x0 .. x1 of a pass of row r: where rows are read in place, the columns
+    // beyond the edge columns from the frame and the edge columns from the ring.
+    void span(std::ptrdiff_t r, PlaneRow row, PlaneKernel reference, PlaneKernel wide, int x0, int x1) {
+        if (!in_place_) {
+            for (int i = 0; i < 5; ++i) row.s[i] = values(r - 2 + i);
+            return pass(row, reference, wide, x0, x1);
+        }
+        const int inner0 = std::max(x0, kEdge), inner1 = std::min(x1, f_.width - 1 - kEdge);
+        pass(row, reference, wide, inner0, inner1);
+        for (int i = 0; i < 5; ++i) row.s[i] = values(r - 2 + i);
+        pass(row, reference, wide, x0, std::min(x1, kEdge - 1));
+        pass(row, reference, wide, std::max(x0, f_.width - kEdge), x1);
+    }
+
     void green(std::ptrdiff_t r) {
-        PlaneRow row = plane_row(r);
+        PlaneRow row = plane_row(r, !in_place_);
         std::uint16_t* g = greens(r);
         row.out[0] = row.out[2] = nullptr;
         row.out[1] = g;
-        rule_.green_reference(row, (k_.*rule_.green_wide)(row, 0));
+        span(r, row, rule_.green_reference, k_.*rule_.green_wide, 0, f_.width - 1);
         mirror_columns(g);
     }
 
-    void colour(std::ptrdiff_t y) {
-        PlaneRow row = plane_row(y);
+    // The planes of row y in chunks of columns, each stored while its planes are in L1.
+    // The raw row the next output row reads first is fetched meanwhile, a chunk at a time:
+    // a row is too short for the processor's prefetchers to reach it in time.
+    void colour_and_store(std::ptrdiff_t y, const std::uint8_t* next) {
+        PlaneRow row = plane_row(y, !in_place_);
         for (int i = 0; i < 3; ++i) row.out[i] = planes_.row(i);
-        rule_.colour_reference(row, (k_.*rule_.colour_wide)(row, 0));
+        const int sample_bytes = f_.depth / 8;
+        for (int x0 = 0; x0 < f_.width;) {
+            const int x1 = f_.width - x0 < 2 * kChunk ? f_.width - 1 : x0 + kChunk - 1;
+            for (std::ptrdiff_t b = std::ptrdiff_t(x0) * sample_bytes; b <= std::ptrdiff_t(x1) * sample_bytes; b += 64)
+                __builtin_prefetch(next + b);
+            span(y, row, rule_.colour_reference, k_.*rule_.colour_wide, x0, x1);
+            store(y, x0, x1);
+            x0 = x1 + 1;
+        }
     }
 
-    void store(std::ptrdiff_t y) {
+    void store(std::ptrdiff_t y, int x0, int x1) {
         StoreRow row{};
         for (int i = 0; i < 3; ++i) row.planes[i] = planes_.row(i);
         const std::ptrdiff_t out_row = im_.bottom_up ? f_.height - 1 - y : y;
@@ -151,8 +201,8 @@ class Sweep {
         row.elements = im_.elements;
         row.depth = im_.depth;
         row.max = max_;
-        row.x_last = f_.width - 1;
-        detail::general_store(row, k_.store(row, 0));
+        row.x_last = x1;
+        detail::general_store(row, k_.store(row, x0));
     }
 
     const Rule& rule_;
@@ -161,6 +211,7 @@ class Sweep {
     const GeneralKernels& k_;
     Rows values_, greens_, planes_;
     int max_;
+    bool in_place_;
     std::ptrdiff_t next_value_ = 0, next_green_ = 0;
 };
 
