@@ -227,20 +227,22 @@ struct PlaneSlot {
     const char* name;
     PlaneKernel reference;
     PlaneKernel GeneralKernels::*wide;
+    PixelKernel GeneralKernels::*pixels;  // the pass fused with the store, if it has one
     int variant;
     int planes;  // 3, or the one plane out[plane] that a green pass (1) or grey (0) writes
 };
 
+using K = GeneralKernels;
 const PlaneSlot kPlaneSlots[] = {
-    {"nearest", general_nearest, &GeneralKernels::nearest, 0, 3},
-    {"bilinear", general_bilinear, &GeneralKernels::bilinear, 0, 3},
-    {"edge sensing 1", general_edge_sensing, &GeneralKernels::edge_sensing, 1, 3},
-    {"edge sensing 2", general_edge_sensing, &GeneralKernels::edge_sensing, 2, 3},
-    {"laplacian green", general_laplacian_green, &GeneralKernels::laplacian_green, 0, kGreen},
-    {"laplacian colour", general_laplacian_colour, &GeneralKernels::laplacian_colour, 0, 3},
-    {"smooth hue green", general_smooth_hue_green, &GeneralKernels::smooth_hue_green, 0, kGreen},
-    {"smooth hue colour", general_smooth_hue_colour, &GeneralKernels::smooth_hue_colour, 0, 3},
-    {"grey", general_grey, &GeneralKernels::grey, 0, 0},
+    {"nearest", general_nearest, &K::nearest, &K::nearest_pixels, 0, 3},
+    {"bilinear", general_bilinear, &K::bilinear, &K::bilinear_pixels, 0, 3},
+    {"edge sensing 1", general_edge_sensing, &K::edge_sensing, &K::edge_sensing_pixels, 1, 3},
+    {"edge sensing 2", general_edge_sensing, &K::edge_sensing, &K::edge_sensing_pixels, 2, 3},
+    {"laplacian green", general_laplacian_green, &K::laplacian_green, nullptr, 0, kGreen},
+    {"laplacian colour", general_laplacian_colour, &K::laplacian_colour, &K::laplacian_pixels, 0, 3},
+    {"smooth hue green", general_smooth_hue_green, &K::smooth_hue_green, nullptr, 0, kGreen},
+    {"smooth hue colour", general_smooth_hue_colour, &K::smooth_hue_colour, &K::smooth_hue_pixels, 0, 3},
+    {"grey", general_grey, &K::grey, &K::grey_pixels, 0, 0},
 };
 
 TEST_P(Kernels, EqualTheGeneralRulesReferences) {
@@ -274,11 +276,34 @@ TEST_P(Kernels, EqualTheGeneralRulesReferences) {
                         const int x = (set.*slot.wide)(wide, 0);
                         ASSERT_TRUE(x >= 0 && x <= width) << slot.name << " on " << isa << " returned " << x;
                         slot.reference(wide, x);
-                        for (int i = 0; i < 3; ++i)
-                            ASSERT_EQ(want[std::size_t(i)].v, got[std::size_t(i)].v)
-                                << slot.name << " on " << isa << " differs in plane " << i << ": width " << width << " max " << max
-                                << " values 0.." << range << (phase.colour == kRed ? " red" : " blue") << " row, green at "
-                                << (phase.green_even ? "even" : "odd") << " columns";
+                        const std::string where = std::string(" on ") + isa + ": width " + std::to_string(width) + " max " +
+                                                  std::to_string(max) + " values 0.." + std::to_string(range) +
+                                                  (phase.colour == kRed ? " red" : " blue") + " row, green at " +
+                                                  (phase.green_even ? "even" : "odd") + " columns";
+                        for (int i = 0; i < 3; ++i) ASSERT_EQ(want[std::size_t(i)].v, got[std::size_t(i)].v) << slot.name << where << ", plane " << i;
+                        if (slot.pixels == nullptr) continue;
+                        // Fused with the store: the pixels the reference's planes give.
+                        for (const int elements : slot.planes == 3 ? std::vector<int>{3, 4} : std::vector<int>{1})
+                            for (const int depth : {8, 16}) {
+                                const std::size_t bytes = std::size_t(width) * std::size_t(elements) * std::size_t(depth / 8);
+                                const auto before = random_values<std::uint8_t>(bytes, seed + 3, 255);
+                                std::vector<std::uint8_t> pixels_want = before, pixels_got = before;
+                                std::vector<ValueRow> scratch = planes;
+                                StoreRow out{};
+                                for (int i = 0; i < 3; ++i) out.planes[i] = want[std::size_t(i)].at0();
+                                out.elements = elements, out.depth = depth, out.max = int(max), out.x_last = width - 1;
+                                out.out = pixels_want.data();
+                                general_store(out, 0);
+                                const PlaneRow fused = row_into(scratch);
+                                for (int i = 0; i < 3; ++i) out.planes[i] = scratch[std::size_t(i)].at0();
+                                out.out = pixels_got.data();
+                                const int left = (set.*slot.pixels)(fused, out, 0);
+                                ASSERT_TRUE(left >= 0 && left <= width) << slot.name << " pixels" << where;
+                                slot.reference(fused, left);
+                                general_store(out, left);
+                                ASSERT_EQ(pixels_want, pixels_got) << slot.name << " pixels" << where << ", " << elements << " elements of "
+                                                                   << depth << " bits";
+                            }
                     }
             }
 }

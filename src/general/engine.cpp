@@ -16,40 +16,47 @@ namespace {
 using detail::GeneralKernels;
 using detail::LoadRow;
 using detail::PlaneKernel;
+using detail::PixelKernel;
 using detail::PlaneRow;
 using detail::StoreRow;
 
-// A method's passes: an optional green pass, then the pass that gives the planes.
+// A method's passes: an optional green pass, then the pass that gives the planes, whose
+// kernels come alone or fused with the store.
 struct Rule {
     PlaneKernel colour_reference;
     PlaneKernel GeneralKernels::*colour_wide;
+    PixelKernel GeneralKernels::*pixels_wide;
     PlaneKernel green_reference = nullptr;
     PlaneKernel GeneralKernels::*green_wide = nullptr;
     int variant = 0;
     int green_reach = 0;  // rows of values the green pass reads on either side of its row
-    bool grey = false;
 };
 
 Rule rule_of(Method m, bool grey) {
     using namespace detail;
-    if (grey) return {general_grey, &GeneralKernels::grey, nullptr, nullptr, 0, 0, true};
+    using K = GeneralKernels;
+    if (grey) return {general_grey, &K::grey, &K::grey_pixels};
     switch (m) {
-    case Method::Nearest: return {general_nearest, &GeneralKernels::nearest};
-    case Method::Bilinear: return {general_bilinear, &GeneralKernels::bilinear};
-    case Method::EdgeSensing1: return {general_edge_sensing, &GeneralKernels::edge_sensing, nullptr, nullptr, 1};
-    case Method::EdgeSensing2: return {general_edge_sensing, &GeneralKernels::edge_sensing, nullptr, nullptr, 2};
+    case Method::Nearest: return {general_nearest, &K::nearest, &K::nearest_pixels};
+    case Method::Bilinear: return {general_bilinear, &K::bilinear, &K::bilinear_pixels};
+    case Method::EdgeSensing1: return {general_edge_sensing, &K::edge_sensing, &K::edge_sensing_pixels, nullptr, nullptr, 1};
+    case Method::EdgeSensing2: return {general_edge_sensing, &K::edge_sensing, &K::edge_sensing_pixels, nullptr, nullptr, 2};
     case Method::Laplacian:
-        return {general_laplacian_colour, &GeneralKernels::laplacian_colour, general_laplacian_green,
-                &GeneralKernels::laplacian_green, 0, 2};
+        return {general_laplacian_colour, &K::laplacian_colour, &K::laplacian_pixels, general_laplacian_green, &K::laplacian_green, 0, 2};
     case Method::SmoothHue:
-        return {general_smooth_hue_colour, &GeneralKernels::smooth_hue_colour, general_smooth_hue_green,
-                &GeneralKernels::smooth_hue_green, 0, 1};
+        return {general_smooth_hue_colour, &K::smooth_hue_colour, &K::smooth_hue_pixels, general_smooth_hue_green,
+                &K::smooth_hue_green, 0, 1};
     }
-    return {general_bilinear, &GeneralKernels::bilinear};
+    return {general_bilinear, &K::bilinear, &K::bilinear_pixels};
 }
 
 // Reflection about the edge pixels, period 2 (n - 1); keeps the parity of i (n >= 2).
+// Indices inside the frame or one reflection away (all but the tiniest frames') without
+// a division.
 std::ptrdiff_t reflect(std::ptrdiff_t i, std::ptrdiff_t n) {
+    if (i >= 0 && i < n) return i;
+    if (i < 0 && -i < n) return -i;
+    if (i >= n && i < 2 * (n - 1)) return 2 * (n - 1) - i;
     const std::ptrdiff_t period = 2 * (n - 1);
     i %= period;
     if (i < 0) i += period;
@@ -99,7 +106,7 @@ class Sweep {
             while (next_value_ <= y + reach) load(next_value_++);
             if (two)
                 while (next_green_ <= y + 1) green(next_green_++);
-            colour_and_store(y, raw(next_value_));
+            colour_and_store(y);
         }
     }
 
@@ -146,25 +153,16 @@ class Sweep {
         return row;
     }
 
-    // Columns x0 .. x1 of a pass.
-    static void pass(PlaneRow row, PlaneKernel reference, PlaneKernel wide, int x0, int x1) {
-        if (x1 < x0) return;
-        row.x_last = x1;
-        reference(row, wide(row, x0));
-    }
-
-    // Columns x0 .. x1 of a pass of row r: where rows are read in place, the columns
-    // beyond the edge columns from the frame and the edge columns from the ring.
-    void span(std::ptrdiff_t r, PlaneRow row, PlaneKernel reference, PlaneKernel wide, int x0, int x1) {
-        if (!in_place_) {
-            for (int i = 0; i < 5; ++i) row.s[i] = values(r - 2 + i);
-            return pass(row, reference, wide, x0, x1);
-        }
-        const int inner0 = std::max(x0, kEdge), inner1 = std::min(x1, f_.width - 1 - kEdge);
-        pass(row, reference, wide, inner0, inner1);
+    // Columns x0 .. x1 of row r, run(row, first, last) on spans of them: where rows are
+    // read in place, the columns beyond the edge columns from the frame and the edge
+    // columns from the ring.
+    template <class Run>
+    void span(std::ptrdiff_t r, PlaneRow row, int x0, int x1, Run&& run) {
+        if (!in_place_) return run(row, x0, x1);
+        run(row, std::max(x0, kEdge), std::min(x1, f_.width - 1 - kEdge));
         for (int i = 0; i < 5; ++i) row.s[i] = values(r - 2 + i);
-        pass(row, reference, wide, x0, std::min(x1, kEdge - 1));
-        pass(row, reference, wide, std::max(x0, f_.width - kEdge), x1);
+        run(row, x0, std::min(x1, kEdge - 1));
+        run(row, std::max(x0, f_.width - kEdge), x1);
     }
 
     void green(std::ptrdiff_t r) {
@@ -172,37 +170,40 @@ class Sweep {
         std::uint16_t* g = greens(r);
         row.out[0] = row.out[2] = nullptr;
         row.out[1] = g;
-        span(r, row, rule_.green_reference, k_.*rule_.green_wide, 0, f_.width - 1);
+        span(r, row, 0, f_.width - 1, [this](PlaneRow part, int first, int last) {
+            if (last < first) return;
+            part.x_last = last;
+            rule_.green_reference(part, (k_.*rule_.green_wide)(part, first));
+        });
         mirror_columns(g);
     }
 
-    // The planes of row y in chunks of columns, each stored while its planes are in L1.
-    // The raw row the next output row reads first is fetched meanwhile, a chunk at a time:
-    // a row is too short for the processor's prefetchers to reach it in time.
-    void colour_and_store(std::ptrdiff_t y, const std::uint8_t* next) {
+    // Row y's pixels in chunks of columns: each chunk through the pixel kernel, and what it
+    // leaves through the planes (the pass's and the store's kernels, then their references),
+    // stored while its planes are in L1.
+    void colour_and_store(std::ptrdiff_t y) {
         PlaneRow row = plane_row(y, !in_place_);
         for (int i = 0; i < 3; ++i) row.out[i] = planes_.row(i);
-        const int sample_bytes = f_.depth / 8;
+        StoreRow out{};
+        for (int i = 0; i < 3; ++i) out.planes[i] = planes_.row(i);
+        out.out = im_.data + (im_.bottom_up ? f_.height - 1 - y : y) * im_.pitch;
+        out.elements = im_.elements;
+        out.depth = im_.depth;
+        out.max = max_;
+        const auto pixels = [this, &out](PlaneRow part, int first, int last) {
+            if (last < first) return;
+            StoreRow to = out;
+            part.x_last = to.x_last = last;
+            const int x = (k_.*rule_.pixels_wide)(part, to, first);
+            if (x > last) return;
+            rule_.colour_reference(part, (k_.*rule_.colour_wide)(part, x));
+            detail::general_store(to, k_.store(to, x));
+        };
         for (int x0 = 0; x0 < f_.width;) {
             const int x1 = f_.width - x0 < 2 * kChunk ? f_.width - 1 : x0 + kChunk - 1;
-            for (std::ptrdiff_t b = std::ptrdiff_t(x0) * sample_bytes; b <= std::ptrdiff_t(x1) * sample_bytes; b += 64)
-                __builtin_prefetch(next + b);
-            span(y, row, rule_.colour_reference, k_.*rule_.colour_wide, x0, x1);
-            store(y, x0, x1);
+            span(y, row, x0, x1, pixels);
             x0 = x1 + 1;
         }
-    }
-
-    void store(std::ptrdiff_t y, int x0, int x1) {
-        StoreRow row{};
-        for (int i = 0; i < 3; ++i) row.planes[i] = planes_.row(i);
-        const std::ptrdiff_t out_row = im_.bottom_up ? f_.height - 1 - y : y;
-        row.out = im_.data + out_row * im_.pitch;
-        row.elements = im_.elements;
-        row.depth = im_.depth;
-        row.max = max_;
-        row.x_last = x1;
-        detail::general_store(row, k_.store(row, x0));
     }
 
     const Rule& rule_;

@@ -1,7 +1,7 @@
 // The general rule's column kernels (src/general/), written once on the pixel layer's
 // vectors and compiled per instruction set: a target file includes this after
-// kernels-inl.h, whose toolkit (run_blocks, quieter_pair, the float and integer lane
-// types) it uses, and its kernel set takes kGeneralKernels.
+// kernels-inl.h, whose toolkit (run_blocks, the float and integer lane types) it uses,
+// and its kernel set takes kGeneralKernels.
 //
 // Rows of values are 16-bit and hold two columns of margin on either side; a block is
 // one vector of kWords columns (kLanes columns where 8-bit elements are stored), and
@@ -41,43 +41,51 @@ QZRCFA_INLINE Words join_sites(const Ints& low_or_high, const Ints& other_half) 
     return (Words)(Half == 0 ? (UInts)low_or_high | ((UInts)other_half << 16) : ((UInts)low_or_high << 16) | (UInts)other_half);
 }
 
-QZRCFA_INLINE Ints magnitude(const Ints& x) {
-    const Ints sign = x >> 31;
-    return (x ^ sign) - sign;
-}
-
-// x / 2^Shift, truncating toward zero as C++ integer division does.
-template <int Shift>
-QZRCFA_INLINE Ints truncate_div(const Ints& x) {
-    return (x + ((x >> 31) & ((1 << Shift) - 1))) >> Shift;
-}
+// Written with the vector conditional, which the compiler turns into single
+// instructions (absolute value, maximum and minimum, blends) where the instruction set
+// has them. Divisions by a power of two truncate toward zero, as C++ integer division
+// does: the compiler forms them with shifts.
+QZRCFA_INLINE Ints magnitude(const Ints& x) { return x < 0 ? -x : x; }
 
 // `first` where a < b, `second` where b < a, `tie` elsewhere.
 QZRCFA_INLINE Ints choose(const Ints& a, const Ints& b, const Ints& first, const Ints& second, const Ints& tie) {
-    return select(a < b, first, select(b < a, second, tie));
+    return a < b ? first : b < a ? second : tie;
 }
 
-QZRCFA_INLINE Ints clamp_to(const Ints& x, const Ints& max) { return select(x < 0, Ints{}, select(x > max, max, x)); }
+QZRCFA_INLINE Ints clamp_to(const Ints& x, const Ints& max) {
+    const Ints low = x < 0 ? Ints{} : x;
+    return low > max ? max : low;
+}
+
+// Mean of the pair (a, b) or of the pair (c, d), whichever differs less; of all four
+// when they differ equally.
+QZRCFA_INLINE Words quieter(const Words& a, const Words& b, const Words& c, const Words& d) {
+    const Words d1 = (a > b ? a : b) - (a < b ? a : b), d2 = (c > d ? c : d) - (c < d ? c : d);
+    return d1 < d2 ? mean2(a, b) : d2 < d1 ? mean2(c, d) : mean4(a, b, c, d);
+}
 
 // ---------------------------------------------------------------------------------
-// Plane kernels.
+// Plane kernels. Each pass is a block function, block(c, green) of the block at column
+// c with `green` all ones in the lanes of green sites, that gives the pass's planes
+// (its plane kernel) or the pixels straight from them (its pixel kernel, below).
 
 // A block's values of the row's own colour, green and the other colour.
 struct Colours {
     Words colour, green, other;
 };
 
-// Blocks of kWords columns from x; compute(c, green) gives the block at column c, with
-// `green` all ones in the lanes of green sites.
-template <class Compute>
-QZRCFA_INLINE int colour_blocks(const PlaneRow& row, int x, Compute&& compute) {
+QZRCFA_INLINE Words green_lanes_at(const PlaneRow& row, int x) { return parity_lanes<Words>(row.phase.green_at(x) ? 0 : 1); }
+
+// Blocks of kWords columns from x, into the planes.
+template <class Block>
+QZRCFA_INLINE int colour_blocks(const PlaneRow& row, int x, const Block& block) {
     if (row.x_last - x + 1 < kWords) return x;
-    const Words green = parity_lanes<Words>(row.phase.green_at(x) ? 0 : 1);
+    const Words green = green_lanes_at(row, x);
     uint16_t* const colour = row.out[row.phase.colour];
     uint16_t* const g = row.out[kGreen];
     uint16_t* const other = row.out[row.phase.other()];
     return run_blocks<kWords>(
-        x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return compute(c, green); },
+        x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return block(c, green); },
         [&](const Colours& v, int c, bool) QZRCFA_LAMBDA_INLINE {
             store(colour + c, v.colour);
             store(g + c, v.green);
@@ -86,13 +94,13 @@ QZRCFA_INLINE int colour_blocks(const PlaneRow& row, int x, Compute&& compute) {
 }
 
 // Blocks that write one plane, out[plane].
-template <class Compute>
-QZRCFA_INLINE int plane_blocks(const PlaneRow& row, int x, int plane, Compute&& compute) {
+template <class Block>
+QZRCFA_INLINE int plane_blocks(const PlaneRow& row, int x, int plane, const Block& block) {
     if (row.x_last - x + 1 < kWords) return x;
-    const Words green = parity_lanes<Words>(row.phase.green_at(x) ? 0 : 1);
+    const Words green = green_lanes_at(row, x);
     uint16_t* const out = row.out[plane];
     return run_blocks<kWords>(
-        x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return compute(c, green); },
+        x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return block(c, green); },
         [&](const Words& v, int c, bool) QZRCFA_LAMBDA_INLINE { store(out + c, v); });
 }
 
@@ -103,91 +111,87 @@ QZRCFA_INLINE int by_site_half(const PlaneRow& row, int x, Body&& body) {
     return row.phase.green_at(x) ? body.template operator()<1>() : body.template operator()<0>();
 }
 
-int general_nearest_wide(const PlaneRow& row, int x) {
+QZRCFA_INLINE auto nearest_block(const PlaneRow& row) {
     const uint16_t *s = row.s[2], *dn = row.s[3];
-    return colour_blocks(row, x, [&](int c, const Words& green) QZRCFA_LAMBDA_INLINE {
+    return [s, dn](int c, const Words& green) QZRCFA_LAMBDA_INLINE {
         const Words left = load<Words>(s + c - 1), mid = load<Words>(s + c);
-        return Colours{select(green, left, mid), select(green, mid, left),
-                       select(green, load<Words>(dn + c), load<Words>(dn + c - 1))};
-    });
+        return Colours{select(green, left, mid), select(green, mid, left), select(green, load<Words>(dn + c), load<Words>(dn + c - 1))};
+    };
 }
 
-int general_bilinear_wide(const PlaneRow& row, int x) {
+QZRCFA_INLINE auto bilinear_block(const PlaneRow& row) {
     const uint16_t *up = row.s[1], *s = row.s[2], *dn = row.s[3];
-    return colour_blocks(row, x, [&](int c, const Words& green) QZRCFA_LAMBDA_INLINE {
+    return [up, s, dn](int c, const Words& green) QZRCFA_LAMBDA_INLINE {
         const Words left = load<Words>(s + c - 1), mid = load<Words>(s + c), right = load<Words>(s + c + 1);
         const Words u = load<Words>(up + c), d = load<Words>(dn + c);
         const Words diagonal = mean4(load<Words>(up + c - 1), load<Words>(up + c + 1), load<Words>(dn + c - 1), load<Words>(dn + c + 1));
         return Colours{select(green, mean2(left, right), mid), select(green, mid, mean4(left, right, u, d)),
                        select(green, mean2(u, d), diagonal)};
-    });
+    };
 }
 
-int general_edge_sensing_wide(const PlaneRow& row, int x) {
+QZRCFA_INLINE auto edge_sensing_block(const PlaneRow& row) {
     const uint16_t *up = row.s[1], *s = row.s[2], *dn = row.s[3];
     const bool directional = row.variant == 2;
-    return colour_blocks(row, x, [&](int c, const Words& green) QZRCFA_LAMBDA_INLINE {
+    return [up, s, dn, directional](int c, const Words& green) QZRCFA_LAMBDA_INLINE {
         const Words left = load<Words>(s + c - 1), mid = load<Words>(s + c), right = load<Words>(s + c + 1);
         const Words u = load<Words>(up + c), d = load<Words>(dn + c);
         const Words ul = load<Words>(up + c - 1), ur = load<Words>(up + c + 1);
         const Words dl = load<Words>(dn + c - 1), dr = load<Words>(dn + c + 1);
-        const Words diagonal = directional ? quieter_pair(ul, dr, ur, dl) : mean4(ul, ur, dl, dr);
-        return Colours{select(green, mean2(left, right), mid), select(green, mid, quieter_pair(left, right, u, d)),
+        const Words diagonal = directional ? quieter(ul, dr, ur, dl) : mean4(ul, ur, dl, dr);
+        return Colours{select(green, mean2(left, right), mid), select(green, mid, quieter(left, right, u, d)),
                        select(green, mean2(u, d), diagonal)};
-    });
+    };
 }
 
-int general_grey_wide(const PlaneRow& row, int x) {
+QZRCFA_INLINE auto grey_block(const PlaneRow& row) {
     const uint16_t *s = row.s[2], *dn = row.s[3];
-    return plane_blocks(row, x, 0, [&](int c, const Words&) QZRCFA_LAMBDA_INLINE {
+    return [s, dn](int c, const Words&) QZRCFA_LAMBDA_INLINE {
         return mean4(load<Words>(s + c), load<Words>(s + c + 1), load<Words>(dn + c), load<Words>(dn + c + 1));
-    });
+    };
 }
 
-int general_laplacian_green_wide(const PlaneRow& row, int x) {
+template <int H>
+QZRCFA_INLINE auto laplacian_green_block(const PlaneRow& row) {
     const uint16_t *u2 = row.s[0], *up = row.s[1], *s = row.s[2], *dn = row.s[3], *d2 = row.s[4];
     const Ints max = Ints{} + row.max;
-    return by_site_half(row, x, [&]<int H>() {
-        return plane_blocks(row, x, kGreen, [&](int c, const Words&) QZRCFA_LAMBDA_INLINE {
-            const Ints v0 = sites<H>(s, c, 0), left = sites<H>(s, c, -1), right = sites<H>(s, c, 1);
-            const Ints u = sites<H>(up, c, 0), d = sites<H>(dn, c, 0);
-            const Ints dh = v0 + v0 - sites<H>(s, c, -2) - sites<H>(s, c, 2);
-            const Ints dv = v0 + v0 - sites<H>(u2, c, 0) - sites<H>(d2, c, 0);
-            const Ints h = magnitude(left - right) + magnitude(dh), v = magnitude(u - d) + magnitude(dv);
-            const Ints g = choose(h, v, truncate_div<2>(dh) + ((left + right) >> 1), truncate_div<2>(dv) + ((u + d) >> 1),
-                                  truncate_div<3>(dh + dv) + ((left + right + u + d) >> 2));
-            return with_sites<H>(clamp_to(g, max), load<Words>(s + c));
-        });
-    });
+    return [=](int c, const Words&) QZRCFA_LAMBDA_INLINE {
+        const Ints v0 = sites<H>(s, c, 0), left = sites<H>(s, c, -1), right = sites<H>(s, c, 1);
+        const Ints u = sites<H>(up, c, 0), d = sites<H>(dn, c, 0);
+        const Ints dh = v0 + v0 - sites<H>(s, c, -2) - sites<H>(s, c, 2);
+        const Ints dv = v0 + v0 - sites<H>(u2, c, 0) - sites<H>(d2, c, 0);
+        const Ints h = magnitude(left - right) + magnitude(dh), v = magnitude(u - d) + magnitude(dv);
+        const Ints g = choose(h, v, dh / 4 + ((left + right) >> 1), dv / 4 + ((u + d) >> 1),
+                              (dh + dv) / 8 + ((left + right + u + d) >> 2));
+        return with_sites<H>(clamp_to(g, max), load<Words>(s + c));
+    };
 }
 
-int general_laplacian_colour_wide(const PlaneRow& row, int x) {
+template <int H>
+QZRCFA_INLINE auto laplacian_colour_block(const PlaneRow& row) {
     const uint16_t *up = row.s[1], *s = row.s[2], *dn = row.s[3];
     const uint16_t *gu = row.g[0], *g = row.g[1], *gd = row.g[2];
     const Ints max = Ints{} + row.max;
-    return by_site_half(row, x, [&]<int H>() {
-        return colour_blocks(row, x, [&](int c, const Words& green) QZRCFA_LAMBDA_INLINE {
-            const Ints g0 = sites<H>(g, c, 0);
-            const Ints d1 = g0 + g0 - sites<H>(gu, c, -1) - sites<H>(gd, c, 1);
-            const Ints d2 = g0 + g0 - sites<H>(gu, c, 1) - sites<H>(gd, c, -1);
-            const Ints ul = sites<H>(up, c, -1), lr = sites<H>(dn, c, 1), ur = sites<H>(up, c, 1), ll = sites<H>(dn, c, -1);
-            const Ints e1 = magnitude(ul - lr) + magnitude(d1), e2 = magnitude(ur - ll) + magnitude(d2);
-            const Ints v = choose(e1, e2, truncate_div<1>(ul + lr + d1), truncate_div<1>(ur + ll + d2),
-                                  truncate_div<2>(ul + lr + ur + ll + d1 + d2));
-            const Words mid = load<Words>(s + c);
-            const Words across = mean2(load<Words>(s + c - 1), load<Words>(s + c + 1));
-            return Colours{select(green, across, mid), load<Words>(g + c),
-                           with_sites<H>(clamp_to(v, max), mean2(load<Words>(up + c), load<Words>(dn + c)))};
-        });
-    });
+    return [=](int c, const Words& green) QZRCFA_LAMBDA_INLINE {
+        const Ints g0 = sites<H>(g, c, 0);
+        const Ints d1 = g0 + g0 - sites<H>(gu, c, -1) - sites<H>(gd, c, 1);
+        const Ints d2 = g0 + g0 - sites<H>(gu, c, 1) - sites<H>(gd, c, -1);
+        const Ints ul = sites<H>(up, c, -1), lr = sites<H>(dn, c, 1), ur = sites<H>(up, c, 1), ll = sites<H>(dn, c, -1);
+        const Ints e1 = magnitude(ul - lr) + magnitude(d1), e2 = magnitude(ur - ll) + magnitude(d2);
+        const Ints v = choose(e1, e2, (ul + lr + d1) / 2, (ur + ll + d2) / 2,
+                              (ul + lr + ur + ll + d1 + d2) / 4);
+        const Words mid = load<Words>(s + c);
+        const Words across = mean2(load<Words>(s + c - 1), load<Words>(s + c + 1));
+        return Colours{select(green, across, mid), load<Words>(g + c),
+                       with_sites<H>(clamp_to(v, max), mean2(load<Words>(up + c), load<Words>(dn + c)))};
+    };
 }
 
-int general_smooth_hue_green_wide(const PlaneRow& row, int x) {
+QZRCFA_INLINE auto smooth_hue_green_block(const PlaneRow& row) {
     const uint16_t *up = row.s[1], *s = row.s[2], *dn = row.s[3];
-    return plane_blocks(row, x, kGreen, [&](int c, const Words& green) QZRCFA_LAMBDA_INLINE {
-        const Words mid = load<Words>(s + c);
-        return select(green, mid, mean4(load<Words>(s + c + 1), load<Words>(s + c - 1), load<Words>(up + c), load<Words>(dn + c)));
-    });
+    return [up, s, dn](int c, const Words& green) QZRCFA_LAMBDA_INLINE {
+        return select(green, load<Words>(s + c), mean4(load<Words>(s + c + 1), load<Words>(s + c - 1), load<Words>(up + c), load<Words>(dn + c)));
+    };
 }
 
 QZRCFA_INLINE Floats to_float(const Ints& v) { return __builtin_convertvector(v, Floats); }
@@ -197,41 +201,55 @@ QZRCFA_INLINE Floats quotient(const Ints& sample, const Ints& green) { return to
 
 // Above the largest value: the largest; NaN: 0; otherwise truncated.
 QZRCFA_INLINE Ints saturate(const Floats& v, const Floats& max) {
-    Floats y = select_bits(v > max, max, v);
-    y = select_bits(v != v, Floats{}, y);
-    return __builtin_convertvector(y, Ints);
+    const Floats y = v > max ? max : v;
+    return __builtin_convertvector(v != v ? Floats{} : y, Ints);
 }
 
 // Each quotient of the rows above and below is shared by a green site's vertical estimate
 // and one of the diagonals of the red or blue site beside it in the same lane (to its
 // left when H is 0, to its right when H is 1); the other diagonal takes the green site
 // a pair away.
-int general_smooth_hue_colour_wide(const PlaneRow& row, int x) {
+template <int H>
+QZRCFA_INLINE auto smooth_hue_colour_block(const PlaneRow& row) {
     const uint16_t *up = row.s[1], *s = row.s[2], *dn = row.s[3];
     const uint16_t *gu = row.g[0], *g = row.g[1], *gd = row.g[2];
     const Floats max = Floats{} + float(row.max);
-    return by_site_half(row, x, [&]<int H>() {
-        constexpr int G = 1 - H;           // the green sites' half
+    return [=](int c, const Words&) QZRCFA_LAMBDA_INLINE {
+        constexpr int G = 1 - H;              // the green sites' half
         constexpr int far = H == 0 ? -2 : 2;  // the green site of the other diagonal
-        return colour_blocks(row, x, [&](int c, const Words& green) QZRCFA_LAMBDA_INLINE {
-            const Floats above = quotient(sites<G>(up, c, 0), sites<G>(gu, c, 0));
-            const Floats below = quotient(sites<G>(dn, c, 0), sites<G>(gd, c, 0));
-            const Floats above_far = quotient(sites<G>(up, c, far), sites<G>(gu, c, far));
-            const Floats below_far = quotient(sites<G>(dn, c, far), sites<G>(gd, c, far));
-            const Floats left = quotient(sites<G>(s, c, -1), sites<G>(g, c, -1));
-            const Floats right = quotient(sites<G>(s, c, 1), sites<G>(g, c, 1));
-            const Floats own_green = to_float(sites<G>(g, c, 0)), own_colour = to_float(sites<H>(g, c, 0));
-            const Floats vertical = (above + below) * (own_green * 0.5f);
-            const Floats horizontal = (left + right) * (own_green * 0.5f);
-            const Floats ul = H == 0 ? above_far : above, ur = H == 0 ? above : above_far;
-            const Floats dl = H == 0 ? below_far : below, dr = H == 0 ? below : below_far;
-            const Floats diagonal = (((ul + ur) + dl) + dr) * (own_colour * 0.25f);
-            const Words mid = load<Words>(s + c);
-            (void)green;
-            return Colours{with_sites<G>(saturate(horizontal, max), mid), load<Words>(g + c),
-                           join_sites<H>(saturate(diagonal, max), saturate(vertical, max))};
-        });
-    });
+        const Floats above = quotient(sites<G>(up, c, 0), sites<G>(gu, c, 0));
+        const Floats below = quotient(sites<G>(dn, c, 0), sites<G>(gd, c, 0));
+        const Floats above_far = quotient(sites<G>(up, c, far), sites<G>(gu, c, far));
+        const Floats below_far = quotient(sites<G>(dn, c, far), sites<G>(gd, c, far));
+        const Floats left = quotient(sites<G>(s, c, -1), sites<G>(g, c, -1));
+        const Floats right = quotient(sites<G>(s, c, 1), sites<G>(g, c, 1));
+        const Floats own_green = to_float(sites<G>(g, c, 0)), own_colour = to_float(sites<H>(g, c, 0));
+        const Floats vertical = (above + below) * (own_green * 0.5f);
+        const Floats horizontal = (left + right) * (own_green * 0.5f);
+        const Floats ul = H == 0 ? above_far : above, ur = H == 0 ? above : above_far;
+        const Floats dl = H == 0 ? below_far : below, dr = H == 0 ? below : below_far;
+        const Floats diagonal = (((ul + ur) + dl) + dr) * (own_colour * 0.25f);
+        return Colours{with_sites<G>(saturate(horizontal, max), load<Words>(s + c)), load<Words>(g + c),
+                       join_sites<H>(saturate(diagonal, max), saturate(vertical, max))};
+    };
+}
+
+int general_nearest_wide(const PlaneRow& row, int x) { return colour_blocks(row, x, nearest_block(row)); }
+int general_bilinear_wide(const PlaneRow& row, int x) { return colour_blocks(row, x, bilinear_block(row)); }
+int general_edge_sensing_wide(const PlaneRow& row, int x) { return colour_blocks(row, x, edge_sensing_block(row)); }
+int general_grey_wide(const PlaneRow& row, int x) { return plane_blocks(row, x, 0, grey_block(row)); }
+int general_smooth_hue_green_wide(const PlaneRow& row, int x) { return plane_blocks(row, x, kGreen, smooth_hue_green_block(row)); }
+
+int general_laplacian_green_wide(const PlaneRow& row, int x) {
+    return by_site_half(row, x, [&]<int H>() { return plane_blocks(row, x, kGreen, laplacian_green_block<H>(row)); });
+}
+
+int general_laplacian_colour_wide(const PlaneRow& row, int x) {
+    return by_site_half(row, x, [&]<int H>() { return colour_blocks(row, x, laplacian_colour_block<H>(row)); });
+}
+
+int general_smooth_hue_colour_wide(const PlaneRow& row, int x) {
+    return by_site_half(row, x, [&]<int H>() { return colour_blocks(row, x, smooth_hue_colour_block<H>(row)); });
 }
 
 // ---------------------------------------------------------------------------------
@@ -350,6 +368,83 @@ int general_store_wide(const StoreRow& row, int x) {
     }
 }
 
+// ---------------------------------------------------------------------------------
+// Pixel kernels: a pass's blocks stored as pixels without going through the planes.
+
+// The blue, green and red of a block from its colours.
+QZRCFA_INLINE Planes<Words> in_order(const Colours& v, bool red) {
+    return red ? Planes<Words>{v.other, v.green, v.colour} : Planes<Words>{v.colour, v.green, v.other};
+}
+
+// Blocks of kLanes columns to 8-bit elements: compute(narrow, c) gives the block at c
+// from two blocks of values, each pair narrowed by narrow(low, high); put(bytes, at)
+// stores it at the block's first element.
+template <class Compute, class Put>
+QZRCFA_INLINE int byte_blocks(const PlaneRow& row, const StoreRow& out, int x, Compute&& compute, Put&& put, int elements) {
+    const int b = rounding_bits(out.max);
+    if (b == 0 || row.x_last - x + 1 < kLanes) return x;
+    uint8_t* const px = static_cast<uint8_t*>(out.out);
+    const auto blocks = [&](const auto& narrow) QZRCFA_LAMBDA_INLINE {
+        return run_blocks<kLanes>(
+            x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return compute(narrow, c); },
+            [&](const auto& v, int c, bool) QZRCFA_LAMBDA_INLINE { put(v, px + std::ptrdiff_t(c) * elements); });
+    };
+    if (b == 8) return blocks([](const Words& low, const Words& high) QZRCFA_LAMBDA_INLINE { return pack_bytes(low, high); });
+    const Narrowing narrowing(b);
+    return blocks([&](const Words& low, const Words& high) QZRCFA_LAMBDA_INLINE { return pack_bytes(narrowing(low), narrowing(high)); });
+}
+
+// Blocks of three or four elements; the block function gives Colours.
+template <class Block>
+QZRCFA_INLINE int colour_pixels(const PlaneRow& row, const StoreRow& out, int x, const Block& block) {
+    if (!plain(out) || (out.elements != 3 && out.elements != 4)) return x;
+    const Words green = green_lanes_at(row, x);
+    const bool red = row.phase.colour == kRed;
+    return for_stride(out.elements, x, [&]<int P>() {
+        if (out.depth == 16) {
+            if (row.x_last - x + 1 < kWords) return x;
+            uint16_t* const px = static_cast<uint16_t*>(out.out);
+            const Words fourth = Words{} + uint16_t(out.max);
+            return run_blocks<kWords>(
+                x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return in_order(block(c, green), red); },
+                [&](const Planes<Words>& p, int c, bool) QZRCFA_LAMBDA_INLINE {
+                    store_pixels16<P>(px + std::ptrdiff_t(c) * P, p.blue, p.green, p.red, fourth);
+                });
+        }
+        return byte_blocks(row, out, x, [&](const auto& narrow, int c) QZRCFA_LAMBDA_INLINE {
+            const Planes<Words> low = in_order(block(c, green), red), high = in_order(block(c + kWords, green), red);
+            return Planes<Bytes>{narrow(low.blue, high.blue), narrow(low.green, high.green), narrow(low.red, high.red)};
+        }, [&](const Planes<Bytes>& p, uint8_t* at) QZRCFA_LAMBDA_INLINE { store_pixels<P>(at, p.blue, p.green, p.red, true); }, P);
+    });
+}
+
+int general_nearest_pixels(const PlaneRow& row, const StoreRow& out, int x) { return colour_pixels(row, out, x, nearest_block(row)); }
+int general_bilinear_pixels(const PlaneRow& row, const StoreRow& out, int x) { return colour_pixels(row, out, x, bilinear_block(row)); }
+int general_edge_sensing_pixels(const PlaneRow& row, const StoreRow& out, int x) {
+    return colour_pixels(row, out, x, edge_sensing_block(row));
+}
+int general_laplacian_pixels(const PlaneRow& row, const StoreRow& out, int x) {
+    return by_site_half(row, x, [&]<int H>() { return colour_pixels(row, out, x, laplacian_colour_block<H>(row)); });
+}
+int general_smooth_hue_pixels(const PlaneRow& row, const StoreRow& out, int x) {
+    return by_site_half(row, x, [&]<int H>() { return colour_pixels(row, out, x, smooth_hue_colour_block<H>(row)); });
+}
+
+int general_grey_pixels(const PlaneRow& row, const StoreRow& out, int x) {
+    if (!plain(out) || out.elements != 1) return x;
+    const auto block = grey_block(row);
+    const Words none{};
+    if (out.depth == 16) {
+        if (row.x_last - x + 1 < kWords) return x;
+        uint16_t* const px = static_cast<uint16_t*>(out.out);
+        return run_blocks<kWords>(
+            x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return block(c, none); },
+            [&](const Words& v, int c, bool) QZRCFA_LAMBDA_INLINE { store(px + c, v); });
+    }
+    return byte_blocks(row, out, x, [&](const auto& narrow, int c) QZRCFA_LAMBDA_INLINE { return narrow(block(c, none), block(c + kWords, none)); },
+                    [](const Bytes& v, uint8_t* at) QZRCFA_LAMBDA_INLINE { store(at, v); }, 1);
+}
+
 constexpr GeneralKernels kGeneralKernels = {
     .load = general_load_wide,
     .nearest = general_nearest_wide,
@@ -361,4 +456,10 @@ constexpr GeneralKernels kGeneralKernels = {
     .smooth_hue_colour = general_smooth_hue_colour_wide,
     .grey = general_grey_wide,
     .store = general_store_wide,
+    .nearest_pixels = general_nearest_pixels,
+    .bilinear_pixels = general_bilinear_pixels,
+    .edge_sensing_pixels = general_edge_sensing_pixels,
+    .laplacian_pixels = general_laplacian_pixels,
+    .smooth_hue_pixels = general_smooth_hue_pixels,
+    .grey_pixels = general_grey_pixels,
 };
