@@ -106,7 +106,7 @@ class Sweep {
             while (next_value_ <= y + reach) load(next_value_++);
             if (two)
                 while (next_green_ <= y + 1) green(next_green_++);
-            colour_and_store(y);
+            colour_and_store(y, raw(next_value_));
         }
     }
 
@@ -180,8 +180,10 @@ class Sweep {
 
     // Row y's pixels in chunks of columns: each chunk through the pixel kernel, and what it
     // leaves through the planes (the pass's and the store's kernels, then their references),
-    // stored while its planes are in L1.
-    void colour_and_store(std::ptrdiff_t y) {
+    // stored while its planes are in L1. Meanwhile the raw row the sweep reads next is
+    // fetched, a chunk at a time: the first pass to read a row is the green pass of the
+    // two-pass methods, with too little arithmetic to hide a wait for memory.
+    void colour_and_store(std::ptrdiff_t y, const std::uint8_t* next) {
         PlaneRow row = plane_row(y, !in_place_);
         for (int i = 0; i < 3; ++i) row.out[i] = planes_.row(i);
         StoreRow out{};
@@ -201,6 +203,8 @@ class Sweep {
         };
         for (int x0 = 0; x0 < f_.width;) {
             const int x1 = f_.width - x0 < 2 * kChunk ? f_.width - 1 : x0 + kChunk - 1;
+            for (std::ptrdiff_t b = std::ptrdiff_t(x0) * f_.depth / 8; b <= std::ptrdiff_t(x1) * f_.depth / 8; b += 64)
+                __builtin_prefetch(next + b);
             span(y, row, x0, x1, pixels);
             x0 = x1 + 1;
         }

@@ -205,24 +205,48 @@ QZRCFA_INLINE Ints saturate(const Floats& v, const Floats& max) {
     return __builtin_convertvector(v != v ? Floats{} : y, Ints);
 }
 
-// Each quotient of the rows above and below is shared by a green site's vertical estimate
-// and one of the diagonals of the red or blue site beside it in the same lane (to its
-// left when H is 0, to its right when H is 1); the other diagonal takes the green site
-// a pair away.
+// Smooth hue, red and blue. Every quotient an estimate reads is a sample over its green
+// at a red or blue site of row y - 1, y or y + 1, and each is read by up to three
+// estimates; so a chunk of columns first divides the quotients its blocks read into
+// arrays, by pair of columns (pair p: columns x + 2p and x + 2p + 1, x the span's first
+// column), and the blocks then read them from there: three divisions per block instead
+// of six. With H the half of each pair that holds the row's red or blue site:
+//   above[p], below[p]: rows y -/+ 1 at the pair's green column; a green site's vertical
+//     estimate reads pair p, its neighbours' diagonals pairs p - 1 + H and p + H;
+//   own[p]: row y at the pair's red or blue column; a green site's horizontal estimate
+//     reads pairs p - H and p + 1 - H.
+// Array entry k holds pair first - 1 + k, first the chunk's first pair. A chunk of pairs
+// first .. last divides above and below over pairs first - 1 + H .. last + H and own
+// over first - H .. last + 1 - H: columns x - 1 .. x_last + 2, read (with the column
+// before the first, below) within the row's margins.
+constexpr int kHueChunk = 256;  // columns a chunk divides for; the last chunk takes up to twice that
+
+struct HueQuotients {
+    static constexpr int kEntries = kHueChunk + 3 + kQuarter;
+    alignas(64) float above[kEntries], below[kEntries], own[kEntries];
+};
+
+// out[k] = sample / green at column `first` + 2 k, k < count (at least kQuarter): vectors
+// of the pairs' high halves loaded from the column before, the last ending at the last.
+QZRCFA_INLINE void divide_pairs(float* out, const uint16_t* sample, const uint16_t* green, int first, int count) {
+    for (int k = 0;; k += kQuarter) {
+        if (k > count - kQuarter) k = count - kQuarter;
+        const int c = first - 1 + 2 * k;
+        store(out + k, quotient(sites<1>(sample, c, 0), sites<1>(green, c, 0)));
+        if (k == count - kQuarter) return;
+    }
+}
+
 template <int H>
-QZRCFA_INLINE auto smooth_hue_colour_block(const PlaneRow& row) {
-    const uint16_t *up = row.s[1], *s = row.s[2], *dn = row.s[3];
-    const uint16_t *gu = row.g[0], *g = row.g[1], *gd = row.g[2];
+QZRCFA_INLINE auto smooth_hue_colour_block(const PlaneRow& row, const HueQuotients& q, int chunk_x) {
+    const uint16_t *s = row.s[2], *g = row.g[1];
     const Floats max = Floats{} + float(row.max);
-    return [=](int c, const Words&) QZRCFA_LAMBDA_INLINE {
-        constexpr int G = 1 - H;              // the green sites' half
-        constexpr int far = H == 0 ? -2 : 2;  // the green site of the other diagonal
-        const Floats above = quotient(sites<G>(up, c, 0), sites<G>(gu, c, 0));
-        const Floats below = quotient(sites<G>(dn, c, 0), sites<G>(gd, c, 0));
-        const Floats above_far = quotient(sites<G>(up, c, far), sites<G>(gu, c, far));
-        const Floats below_far = quotient(sites<G>(dn, c, far), sites<G>(gd, c, far));
-        const Floats left = quotient(sites<G>(s, c, -1), sites<G>(g, c, -1));
-        const Floats right = quotient(sites<G>(s, c, 1), sites<G>(g, c, 1));
+    return [=, &q](int c, const Words&) QZRCFA_LAMBDA_INLINE {
+        constexpr int G = 1 - H;  // the green sites' half
+        const int k = (c - chunk_x) / 2 + 1;
+        const Floats above = load<Floats>(q.above + k), below = load<Floats>(q.below + k);
+        const Floats above_far = load<Floats>(q.above + k - 1 + 2 * H), below_far = load<Floats>(q.below + k - 1 + 2 * H);
+        const Floats left = load<Floats>(q.own + k - H), right = load<Floats>(q.own + k + 1 - H);
         const Floats own_green = to_float(sites<G>(g, c, 0)), own_colour = to_float(sites<H>(g, c, 0));
         const Floats vertical = (above + below) * (own_green * 0.5f);
         const Floats horizontal = (left + right) * (own_green * 0.5f);
@@ -232,6 +256,30 @@ QZRCFA_INLINE auto smooth_hue_colour_block(const PlaneRow& row) {
         return Colours{with_sites<G>(saturate(horizontal, max), load<Words>(s + c)), load<Words>(g + c),
                        join_sites<H>(saturate(diagonal, max), saturate(vertical, max))};
     };
+}
+
+// Chunks of the span x .. row.x_last: the quotients of each, then run(part, first,
+// block) on its columns first .. part.x_last, which returns the first column it left.
+template <class Run>
+QZRCFA_INLINE int smooth_hue_chunks(const PlaneRow& row, int x, Run&& run) {
+    if (row.x_last - x + 1 < kWords) return x;
+    return by_site_half(row, x, [&]<int H>() {
+        HueQuotients q;
+        for (int first = x; first <= row.x_last;) {
+            const int last = row.x_last - first + 1 < 2 * kHueChunk ? row.x_last : first + kHueChunk - 1;
+            const int pairs = (last - first) / 2 + 1;  // pairs of the chunk, the last maybe a single column
+            const int x_green = first + 1 - H, x_colour = first + H;
+            divide_pairs(q.above + H, row.s[1], row.g[0], x_green - 2 + 2 * H, pairs + 1);
+            divide_pairs(q.below + H, row.s[3], row.g[2], x_green - 2 + 2 * H, pairs + 1);
+            divide_pairs(q.own + 1 - H, row.s[2], row.g[1], x_colour - 2 * H, pairs + 1);
+            PlaneRow part = row;
+            part.x_last = last;
+            const int left = run(part, first, smooth_hue_colour_block<H>(row, q, first));
+            if (left <= last) return left;
+            first = last + 1;
+        }
+        return row.x_last + 1;
+    });
 }
 
 int general_nearest_wide(const PlaneRow& row, int x) { return colour_blocks(row, x, nearest_block(row)); }
@@ -249,7 +297,7 @@ int general_laplacian_colour_wide(const PlaneRow& row, int x) {
 }
 
 int general_smooth_hue_colour_wide(const PlaneRow& row, int x) {
-    return by_site_half(row, x, [&]<int H>() { return colour_blocks(row, x, smooth_hue_colour_block<H>(row)); });
+    return smooth_hue_chunks(row, x, [](const PlaneRow& part, int first, const auto& block) { return colour_blocks(part, first, block); });
 }
 
 // ---------------------------------------------------------------------------------
@@ -427,7 +475,11 @@ int general_laplacian_pixels(const PlaneRow& row, const StoreRow& out, int x) {
     return by_site_half(row, x, [&]<int H>() { return colour_pixels(row, out, x, laplacian_colour_block<H>(row)); });
 }
 int general_smooth_hue_pixels(const PlaneRow& row, const StoreRow& out, int x) {
-    return by_site_half(row, x, [&]<int H>() { return colour_pixels(row, out, x, smooth_hue_colour_block<H>(row)); });
+    return smooth_hue_chunks(row, x, [&out](const PlaneRow& part, int first, const auto& block) {
+        StoreRow to = out;
+        to.x_last = part.x_last;
+        return colour_pixels(part, to, first, block);
+    });
 }
 
 int general_grey_pixels(const PlaneRow& row, const StoreRow& out, int x) {
