@@ -106,7 +106,7 @@ class Sweep {
             while (next_value_ <= y + reach) load(next_value_++);
             if (two)
                 while (next_green_ <= y + 1) green(next_green_++);
-            colour_and_store(y, raw(next_value_));
+            colour_and_store(y, raw(next_value_), y + 1 < y1);
         }
     }
 
@@ -178,17 +178,22 @@ class Sweep {
         mirror_columns(g);
     }
 
+    // The output row of raw row y.
+    std::uint8_t* output_row(std::ptrdiff_t y) const { return im_.data + (im_.bottom_up ? f_.height - 1 - y : y) * im_.pitch; }
+
     // Row y's pixels in chunks of columns: each chunk through the pixel kernel, and what it
     // leaves through the planes (the pass's and the store's kernels, then their references),
-    // stored while its planes are in L1. Meanwhile the raw row the sweep reads next is
-    // fetched, a chunk at a time: the first pass to read a row is the green pass of the
-    // two-pass methods, with too little arithmetic to hide a wait for memory.
-    void colour_and_store(std::ptrdiff_t y, const std::uint8_t* next) {
+    // stored while its planes are in L1. Meanwhile, a chunk at a time, the raw row the
+    // sweep reads next is fetched (the first pass to read a row is the green pass of the
+    // two-pass methods, with too little arithmetic to hide a wait for memory), and the
+    // output a chunk ahead, to be written (continuing into the band's next output row):
+    // stores then find their lines instead of waiting for each.
+    void colour_and_store(std::ptrdiff_t y, const std::uint8_t* next, bool another_row) {
         PlaneRow row = plane_row(y, !in_place_);
         for (int i = 0; i < 3; ++i) row.out[i] = planes_.row(i);
         StoreRow out{};
         for (int i = 0; i < 3; ++i) out.planes[i] = planes_.row(i);
-        out.out = im_.data + (im_.bottom_up ? f_.height - 1 - y : y) * im_.pitch;
+        out.out = output_row(y);
         out.elements = im_.elements;
         out.depth = im_.depth;
         out.max = max_;
@@ -205,6 +210,12 @@ class Sweep {
             const int x1 = f_.width - x0 < 2 * kChunk ? f_.width - 1 : x0 + kChunk - 1;
             for (std::ptrdiff_t b = std::ptrdiff_t(x0) * f_.depth / 8; b <= std::ptrdiff_t(x1) * f_.depth / 8; b += 64)
                 __builtin_prefetch(next + b);
+            const std::ptrdiff_t pixel = std::ptrdiff_t(im_.elements) * im_.depth / 8, row_bytes = f_.width * pixel;
+            const std::ptrdiff_t ahead0 = std::ptrdiff_t(x0 + kChunk) * pixel, ahead1 = std::ptrdiff_t(x1 + kChunk + 1) * pixel;
+            for (std::ptrdiff_t b = ahead0; b < std::min(ahead1, row_bytes); b += 64) __builtin_prefetch(static_cast<std::uint8_t*>(out.out) + b, 1);
+            if (another_row)
+                for (std::ptrdiff_t b = std::max(ahead0, row_bytes) - row_bytes; b < ahead1 - row_bytes; b += 64)
+                    __builtin_prefetch(output_row(y + 1) + b, 1);
             span(y, row, x0, x1, pixels);
             x0 = x1 + 1;
         }
