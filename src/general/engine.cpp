@@ -1,8 +1,11 @@
 // The general rule's sweep: each band of output rows walks down the frame once, loading
-// every raw row it needs into a ring of rows of values (mirrored beyond the frame),
-// computing a ring of green rows for the two-pass methods, and each output row's planes,
-// which it stores as the output's pixels. A band's rows depend on nothing another band
-// computes, so every split into bands gives the same elements.
+// every raw row it needs into a ring of rows of values (mirrored beyond the frame; rows
+// whose samples are their own values are read in place instead, the ring holding only
+// their ends), computing a ring of green rows for the two-pass methods, and each output
+// row's pixels, in chunks of columns, through the kernels that compute the planes and
+// store them in one go (the planes themselves only for the columns those leave). A
+// band's rows depend on nothing another band computes, so every split into bands gives
+// the same elements.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -66,7 +69,7 @@ std::ptrdiff_t reflect(std::ptrdiff_t i, std::ptrdiff_t n) {
 constexpr int kRingRows = 8;       // rows of values a band holds: every method reads at most 7
 constexpr int kGreenRows = 4;      // rows of green: the second passes read 3
 constexpr std::ptrdiff_t kSlack = 32;  // values past each end of a row, so that rows start aligned
-constexpr int kChunk = 512;        // columns whose planes are computed and stored at once, in L1
+constexpr int kChunk = 512;        // columns of a row stored at once; the prefetches run a chunk ahead
 // Columns at either end of a row whose passes read values beyond the frame (every pass
 // reads at most kGeneralMargin columns to either side), and the columns those read.
 constexpr int kEdge = detail::kGeneralMargin;
@@ -87,7 +90,8 @@ class Rows {
 // 16-bit samples of 16 significant bits are their own values: the passes read their raw
 // rows in place, and the ring holds, of each row, only the columns the passes of the
 // first and last kEdge columns read, with the mirrored columns beyond them. Other frames
-// load every row into the ring, clamped.
+// load every row into the ring, clamped. (Rows read in place skip the load: a load that
+// does more than clamp, whatever it is, rules reading in place out.)
 class Sweep {
   public:
     Sweep(const Rule& rule, const Frame& f, const Image& im, const detail::KernelSet& kernels)
