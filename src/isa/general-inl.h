@@ -17,6 +17,12 @@
 
 constexpr int kWords = kLanes / 2;  // columns of a block of 16-bit values
 
+// Every lane v (taken modulo 2^16).
+QZRCFA_INLINE Words splat_words(unsigned v) {
+    const uint16_t lane = uint16_t(v);
+    return Words{} + lane;
+}
+
 // ---------------------------------------------------------------------------------
 // Helpers on 32-bit lanes.
 
@@ -308,7 +314,7 @@ QZRCFA_INLINE bool plain(const LoadRow& row) { return row.depth == 8 || row.dept
 
 int general_load_wide(const LoadRow& row, int x) {
     if (!plain(row) || row.x_last - x + 1 < kWords) return x;
-    const Words max = Words{} + uint16_t(row.max);
+    const Words max = splat_words(row.max);
     uint16_t* const out = row.out;
     const auto put = [out](const Words& v, int c, bool) QZRCFA_LAMBDA_INLINE { store(out + c, v); };
     if (row.depth == 8) {
@@ -332,8 +338,8 @@ struct Narrowing {
     Words scale, half;
 
     QZRCFA_INLINE explicit Narrowing(int b)
-        : shift_in(16 - b), shift_out(b - 8), scale(Words{} + uint16_t((1u << b) - (1u << (b - 8)) + 1)),
-          half(Words{} + uint16_t(1u << (b - 9))) {}
+        : shift_in(16 - b), shift_out(b - 8), scale(splat_words((1u << b) - (1u << (b - 8)) + 1)),
+          half(splat_words(1u << (b - 9))) {}
 
     QZRCFA_INLINE Words operator()(const Words& v) const { return (mul_high(v << shift_in, scale) + half) >> shift_out; }
 };
@@ -355,7 +361,7 @@ QZRCFA_INLINE int store16(const StoreRow& row, int x) {
             x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return load<Words>(b + c); },
             [&](const Words& v, int c, bool) QZRCFA_LAMBDA_INLINE { store(out + c, v); });
     } else {
-        const Words fourth = Words{} + uint16_t(row.max);
+        const Words fourth = splat_words(row.max);
         return run_blocks<kWords>(
             x, row.x_last, -1,
             [&](int c) QZRCFA_LAMBDA_INLINE { return Planes<Words>{load<Words>(b + c), load<Words>(g + c), load<Words>(r + c)}; },
@@ -424,6 +430,18 @@ QZRCFA_INLINE Planes<Words> in_order(const Colours& v, bool red) {
     return red ? Planes<Words>{v.other, v.green, v.colour} : Planes<Words>{v.colour, v.green, v.other};
 }
 
+// The first column from x, within N columns, whose pixel of `bytes` bytes at `out` starts
+// on a kLanes-byte boundary and which has x's parity (so that its block's lanes hold the
+// same sites); -1 if none. Blocks from there on store whole vectors that split no cache
+// line.
+template <int N>
+QZRCFA_INLINE int aligned_column(const void* out, int x, int bytes) {
+    const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(out);
+    for (int c = x; c <= x + N; c += 2)
+        if ((at + std::uintptr_t(c) * std::uintptr_t(bytes)) % kLanes == 0) return c;
+    return -1;
+}
+
 // Blocks of kLanes columns to 8-bit elements: compute(narrow, c) gives the block at c
 // from two blocks of values, each pair narrowed by narrow(low, high); put(bytes, at)
 // stores it at the block's first element.
@@ -432,9 +450,10 @@ QZRCFA_INLINE int byte_blocks(const PlaneRow& row, const StoreRow& out, int x, C
     const int b = rounding_bits(out.max);
     if (b == 0 || row.x_last - x + 1 < kLanes) return x;
     uint8_t* const px = static_cast<uint8_t*>(out.out);
+    const int aligned = aligned_column<kLanes>(px, x, elements);
     const auto blocks = [&](const auto& narrow) QZRCFA_LAMBDA_INLINE {
         return run_blocks<kLanes>(
-            x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return compute(narrow, c); },
+            x, row.x_last, aligned, [&](int c) QZRCFA_LAMBDA_INLINE { return compute(narrow, c); },
             [&](const auto& v, int c, bool) QZRCFA_LAMBDA_INLINE { put(v, px + std::ptrdiff_t(c) * elements); });
     };
     if (b == 8) return blocks([](const Words& low, const Words& high) QZRCFA_LAMBDA_INLINE { return pack_bytes(low, high); });
@@ -452,9 +471,9 @@ QZRCFA_INLINE int colour_pixels(const PlaneRow& row, const StoreRow& out, int x,
         if (out.depth == 16) {
             if (row.x_last - x + 1 < kWords) return x;
             uint16_t* const px = static_cast<uint16_t*>(out.out);
-            const Words fourth = Words{} + uint16_t(out.max);
+            const Words fourth = splat_words(out.max);
             return run_blocks<kWords>(
-                x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return in_order(block(c, green), red); },
+                x, row.x_last, aligned_column<kWords>(px, x, 2 * P), [&](int c) QZRCFA_LAMBDA_INLINE { return in_order(block(c, green), red); },
                 [&](const Planes<Words>& p, int c, bool) QZRCFA_LAMBDA_INLINE {
                     store_pixels16<P>(px + std::ptrdiff_t(c) * P, p.blue, p.green, p.red, fourth);
                 });
