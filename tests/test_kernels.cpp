@@ -329,29 +329,36 @@ TEST_P(Kernels, EqualTheGeneralRulesReferences) {
             }
 }
 
-// Raw rows of 8- and 16-bit samples to values (16-bit samples above the largest value
-// clamped), and planes to pixels of 1, 3 and 4 elements of 8 and 16 bits under every
+// Raw rows to values: 8- and 16-bit samples (16-bit samples above the largest value
+// clamped) and every packed layout (rows of exactly their bytes, so that a read past
+// them shows under the address sanitizer), each as it is and with a black level and
+// gains; and planes to pixels of 1, 3 and 4 elements of 8 and 16 bits under every
 // largest value 2^b - 1 (8-bit elements round from each); the large row of every
 // store holds each value 0 .. max once.
 TEST_P(Kernels, LoadAndStoreAsTheGeneralRulesReferences) {
     const GeneralKernels& set = kernel_set(GetParam()).general;
     const char* isa = isa_name(GetParam());
-    for (const int depth : {8, 16})
-        for (const unsigned max : {255u, 4095u, 65535u})
+    const std::pair<Packing, unsigned> kLayouts[] = {{Packing::Bytes, 255}, {Packing::Words, 4095}, {Packing::Words, 65535},
+                                                     {Packing::Raw10, 1023}, {Packing::P10, 1023}, {Packing::Raw12, 4095},
+                                                     {Packing::P12, 4095},   {Packing::Packed12, 4095}};
+    for (const auto& [packing, max] : kLayouts)
+        for (const bool balance : {false, true})
             for (const int width : general_widths(1001)) {
-                const std::uint32_t seed = std::uint32_t(width * 3 + depth + max);
-                const auto samples = random_values<u16>(std::size_t(width), seed, depth == 8 ? 255u : 65535u);
-                const std::vector<std::uint8_t> samples8(samples.begin(), samples.end());
+                const std::uint32_t seed = std::uint32_t(width * 3 + int(packing) + max + balance);
+                const auto bytes = random_values<std::uint8_t>(general::row_bytes(packing, std::size_t(width)), seed, 255);
                 const ValueRow before(width, seed + 1, 65535);
                 ValueRow want = before, got = before;
                 LoadRow row{};
-                row.src = depth == 8 ? static_cast<const void*>(samples8.data()) : samples.data();
-                row.packing = depth == 8 ? Packing::Bytes : Packing::Words, row.max = int(max), row.x_last = width - 1;
+                row.src = bytes.data();
+                row.packing = packing, row.max = int(max), row.x_last = width - 1, row.balance = balance;
+                row.black[0] = float(seed % (max / 8)), row.black[1] = float(seed % 61);
+                row.gain[0] = 1.0f + float(seed % 7) / 3.0f, row.gain[1] = 0.75f;
                 LoadRow reference = row, wide = row;
                 reference.out = want.at0(), wide.out = got.at0();
                 general_load(reference, 0);
                 general_load(wide, set.load(wide, 0));
-                ASSERT_EQ(want.v, got.v) << "load on " << isa << " differs: " << depth << "-bit samples, width " << width << " max " << max;
+                ASSERT_EQ(want.v, got.v) << "load on " << isa << " differs: packing " << int(packing) << (balance ? ", balanced" : "")
+                                         << ", width " << width << " max " << max;
             }
     for (int bits = 8; bits <= 16; ++bits) {
         const unsigned max = (1u << bits) - 1;

@@ -310,23 +310,139 @@ int general_smooth_hue_colour_wide(const PlaneRow& row, int x) {
 // Raw rows to values, and planes to pixels. Rows that ask for anything beyond the plain
 // containers and elements below are left whole to the reference.
 
-QZRCFA_INLINE bool plain(const LoadRow& row) {
-    return (row.packing == Packing::Bytes || row.packing == Packing::Words) && !row.balance;
+// Packed rows. Each 16-bit lane of a block takes two bytes of the block's bytes, the
+// layout's `lo` and `hi` for its sample (one byte shuffle for the block), and its sample
+// is ((w >> a) & ma) | ((w >> b) & mb) of the word w = hi * 256 + lo. The lanes repeat
+// with the layout's group (samples in bytes), so a block of kWords samples, a whole
+// number of groups, starts at a group's first byte and spans at most kLanes bytes.
+struct Unpacking {
+    int samples, bytes;  // of a group
+    int lo[4], hi[4], a[4], ma[4], b[4], mb[4];
+};
+
+constexpr Unpacking unpacking(Packing p) {
+    switch (p) {
+    case Packing::Raw10:  // bytes 0-3 bits 9..2 of samples 0-3, byte 4 their bits 1..0 (sample i at bit 2 i)
+        return {4, 5, {4, 4, 4, 4}, {0, 1, 2, 3}, {6, 6, 6, 6}, {0x3FC, 0x3FC, 0x3FC, 0x3FC}, {0, 2, 4, 6}, {3, 3, 3, 3}};
+    case Packing::Raw12:  // bytes 0-1 bits 11..4 of samples 0-1, byte 2 their bits 3..0 (sample 0 low)
+        return {2, 3, {2, 2}, {0, 1}, {4, 4}, {0xFF0, 0xFF0}, {0, 4}, {0xF, 0xF}};
+    case Packing::Packed12:  // bits 11..4 of sample 0; bits 3..0 of sample 0 (low) and of sample 1; bits 11..4 of sample 1
+        return {2, 3, {1, 1}, {0, 2}, {4, 4}, {0xFF0, 0xFF0}, {0, 4}, {0xF, 0xF}};
+    case Packing::P10:  // a little-endian bit stream: sample i from bit 10 i
+        return {4, 5, {0, 1, 2, 3}, {1, 2, 3, 4}, {0, 2, 4, 6}, {0x3FF, 0x3FF, 0x3FF, 0x3FF}, {}, {}};
+    case Packing::P12:
+        return {2, 3, {0, 1}, {1, 2}, {0, 4}, {0xFFF, 0xFFF}, {}, {}};
+    default: return {};
+    }
 }
 
-int general_load_wide(const LoadRow& row, int x) {
-    if (!plain(row) || row.x_last - x + 1 < kWords) return x;
+template <Packing P>
+constexpr int unpack_byte(int j) {  // the block byte that byte j of the words takes
+    constexpr Unpacking u = unpacking(P);
+    const int lane = j / 2, within = lane % u.samples;
+    return lane / u.samples * u.bytes + (j % 2 == 0 ? u.lo[within] : u.hi[within]);
+}
+
+template <Packing P, std::size_t... I>
+QZRCFA_INLINE Words unpack_words(const Bytes& bytes, std::index_sequence<I...>) {
+    return (Words)__builtin_shufflevector(bytes, bytes, unpack_byte<P>(int(I))...);
+}
+
+template <Packing P, std::size_t... I>
+QZRCFA_INLINE Words unpack_field(const Words& w, int const (&shift)[4], int const (&mask)[4], std::index_sequence<I...>) {
+    constexpr int n = unpacking(P).samples;
+    return ((w >> Words{uint16_t(shift[I % n])...}) & Words{uint16_t(mask[I % n])...});
+}
+
+template <Packing P>
+QZRCFA_INLINE Words unpack(const uint8_t* group) {
+    constexpr Unpacking u = unpacking(P);
+    const Words w = unpack_words<P>(load<Bytes>(group), std::make_index_sequence<kLanes>());
+    const auto lanes = std::make_index_sequence<kWords>();
+    if constexpr (u.mb[0] == 0) return unpack_field<P>(w, u.a, u.ma, lanes);
+    else return unpack_field<P>(w, u.a, u.ma, lanes) | unpack_field<P>(w, u.b, u.mb, lanes);
+}
+
+// Black level and gain in single precision, as the reference forms them: (s - black) *
+// gain + 1/2, 0 below 1, max at max and above, else truncated. Lanes alternate between
+// the row's even and odd columns (blocks start at even columns).
+struct Balance {
+    Floats black, gain, top;
+    QZRCFA_INLINE explicit Balance(const LoadRow& row) {
+        for (int i = 0; i < kLanes / 4; ++i) black[i] = row.black[i & 1], gain[i] = row.gain[i & 1];
+        top = Floats{} + float(row.max);
+    }
+    QZRCFA_INLINE Ints half(const QuarterWords& s) const {
+        const Floats v = (__builtin_convertvector(__builtin_convertvector(s, Ints), Floats) - black) * gain + 0.5f;
+        const Floats kept = v >= top ? top : v;
+        return __builtin_convertvector(kept < 1.0f ? Floats{} : kept, Ints);
+    }
+    QZRCFA_INLINE Words operator()(const Words& s) const {
+        const QuarterWords low = low_half(s, std::make_index_sequence<kWords / 2>());
+        const QuarterWords high = high_half(s, std::make_index_sequence<kWords / 2>());
+        return join_words(__builtin_convertvector(half(low), QuarterWords), __builtin_convertvector(half(high), QuarterWords),
+                          std::make_index_sequence<kWords>());
+    }
+    template <std::size_t... I>
+    QZRCFA_INLINE static QuarterWords low_half(const Words& s, std::index_sequence<I...>) {
+        return __builtin_shufflevector(s, s, int(I)...);
+    }
+    template <std::size_t... I>
+    QZRCFA_INLINE static QuarterWords high_half(const Words& s, std::index_sequence<I...>) {
+        return __builtin_shufflevector(s, s, int(I + kWords / 2)...);
+    }
+};
+
+// Blocks of samples from column x (a group's first) while a block's bytes lie in the
+// row's whole groups; the reference takes the rest.
+template <Packing P, bool Balanced>
+int load_packed(const LoadRow& row, int x) {
+    constexpr Unpacking u = unpacking(P);
+    const uint8_t* src = static_cast<const uint8_t*>(row.src);
+    const std::ptrdiff_t whole = std::ptrdiff_t((row.x_last + 1) / u.samples) * u.bytes;
+    const Balance balance(row);
+    for (; x + kWords - 1 <= row.x_last && std::ptrdiff_t(x / u.samples) * u.bytes + kLanes <= whole; x += kWords) {
+        const Words v = unpack<P>(src + std::ptrdiff_t(x / u.samples) * u.bytes);
+        store(row.out + x, Balanced ? balance(v) : v);
+    }
+    return x;
+}
+
+template <bool Balanced>
+int load_container(const LoadRow& row, int x) {
     const Words max = splat_words(row.max);
+    const Balance balance(row);
     uint16_t* const out = row.out;
     const auto put = [out](const Words& v, int c, bool) QZRCFA_LAMBDA_INLINE { store(out + c, v); };
+    // Balanced samples take the sample as it is; plain ones are clamped to max.
+    const auto value = [&](const Words& s) QZRCFA_LAMBDA_INLINE { return Balanced ? balance(s) : lesser(s, max); };
     if (row.packing == Packing::Bytes) {
         const uint8_t* src = static_cast<const uint8_t*>(row.src);
         return run_blocks<kWords>(
-            x, row.x_last, -1,
-            [&](int c) QZRCFA_LAMBDA_INLINE { return lesser(__builtin_convertvector(load<Half>(src + c), Words), max); }, put);
+            x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return value(__builtin_convertvector(load<Half>(src + c), Words)); }, put);
     }
     const uint16_t* src = static_cast<const uint16_t*>(row.src);
-    return run_blocks<kWords>(x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return lesser(load<Words>(src + c), max); }, put);
+    return run_blocks<kWords>(x, row.x_last, -1, [&](int c) QZRCFA_LAMBDA_INLINE { return value(load<Words>(src + c)); }, put);
+}
+
+template <bool Balanced>
+int load_row(const LoadRow& row, int x) {
+    switch (row.packing) {
+    case Packing::Bytes:
+    case Packing::Words: return load_container<Balanced>(row, x);
+    case Packing::Raw10: return load_packed<Packing::Raw10, Balanced>(row, x);
+    case Packing::Raw12: return load_packed<Packing::Raw12, Balanced>(row, x);
+    case Packing::Packed12: return load_packed<Packing::Packed12, Balanced>(row, x);
+    case Packing::P10: return load_packed<Packing::P10, Balanced>(row, x);
+    case Packing::P12: return load_packed<Packing::P12, Balanced>(row, x);
+    }
+    return x;
+}
+
+int general_load_wide(const LoadRow& row, int x) {
+    // Blocks start at column 0 (a packing group's first sample, an even column).
+    if (x != 0 || row.x_last - x + 1 < kWords) return x;
+    return row.balance ? load_row<true>(row, x) : load_row<false>(row, x);
 }
 
 // Values of 0 .. max to 8-bit elements, rounded to nearest with halves up, for max =
