@@ -333,8 +333,11 @@ TEST_P(Kernels, EqualTheGeneralRulesReferences) {
 // clamped) and every packed layout (rows of exactly their bytes, so that a read past
 // them shows under the address sanitizer), each as it is and with a black level and
 // gains; and planes to pixels of 1, 3 and 4 elements of 8 and 16 bits under every
-// largest value 2^b - 1 (8-bit elements round from each); the large row of every
-// store holds each value 0 .. max once.
+// largest value 2^b - 1 (8-bit elements round from each), each as it is, through a
+// matrix, a curve or both; the large row of every store holds each value 0 .. max once.
+// A camera's matrix: negative terms and rows above 1, which clamp at both ends.
+constexpr float kCameraMatrix[9] = {1.7f, -0.55f, -0.15f, -0.21f, 1.49f, -0.28f, 0.03f, -0.6f, 1.57f};
+
 TEST_P(Kernels, LoadAndStoreAsTheGeneralRulesReferences) {
     const GeneralKernels& set = kernel_set(GetParam()).general;
     const char* isa = isa_name(GetParam());
@@ -362,6 +365,7 @@ TEST_P(Kernels, LoadAndStoreAsTheGeneralRulesReferences) {
             }
     for (int bits = 8; bits <= 16; ++bits) {
         const unsigned max = (1u << bits) - 1;
+        const auto curve8 = random_values<std::uint16_t>(max + 1, max, 255), curve16 = random_values<std::uint16_t>(max + 1, max, max);
         for (const int width : general_widths(int(max) + 1))
             for (const unsigned range : {max, 3u}) {
                 const std::uint32_t seed = std::uint32_t(width * 5 + bits + range);
@@ -371,20 +375,25 @@ TEST_P(Kernels, LoadAndStoreAsTheGeneralRulesReferences) {
                     for (std::uint32_t i = 0; i < 3; ++i)
                         for (int x = 0; x < width; ++x) planes[i].at0()[x] = u16((unsigned(x) + 7 * i) % (max + 1));
                 for (const int elements : {1, 3, 4})
-                    for (const int depth : {8, 16}) {
-                        const std::size_t bytes = std::size_t(width) * std::size_t(elements) * std::size_t(depth / 8);
-                        const auto before = random_values<std::uint8_t>(bytes, seed + 3, 255);
-                        std::vector<std::uint8_t> want = before, got = before;
-                        StoreRow row{};
-                        for (int i = 0; i < 3; ++i) row.planes[i] = planes[std::size_t(i)].at0();
-                        row.elements = elements, row.depth = depth, row.max = int(max), row.x_last = width - 1;
-                        StoreRow reference = row, wide = row;
-                        reference.out = want.data(), wide.out = got.data();
-                        general_store(reference, 0);
-                        general_store(wide, set.store(wide, 0));
-                        ASSERT_EQ(want, got) << "store on " << isa << " differs: " << elements << " elements of " << depth
-                                             << " bits, width " << width << " max " << max << " values 0.." << range;
-                    }
+                    for (const int depth : {8, 16})
+                        for (int grade = 0; grade < (range == max ? 4 : 1); ++grade) {  // the matrix (1), the curve (2)
+                            const std::size_t bytes = std::size_t(width) * std::size_t(elements) * std::size_t(depth / 8);
+                            const auto before = random_values<std::uint8_t>(bytes, seed + 3, 255);
+                            const auto& curve = depth == 8 ? curve8 : curve16;
+                            std::vector<std::uint8_t> want = before, got = before;
+                            StoreRow row{};
+                            for (int i = 0; i < 3; ++i) row.planes[i] = planes[std::size_t(i)].at0();
+                            row.elements = elements, row.depth = depth, row.max = int(max), row.x_last = width - 1;
+                            row.matrix = grade & 1 ? kCameraMatrix : nullptr;
+                            row.curve = grade & 2 ? curve.data() : nullptr;
+                            StoreRow reference = row, wide = row;
+                            reference.out = want.data(), wide.out = got.data();
+                            general_store(reference, 0);
+                            general_store(wide, set.store(wide, 0));
+                            ASSERT_EQ(want, got) << "store on " << isa << " differs: " << elements << " elements of " << depth
+                                                 << " bits, width " << width << " max " << max << " values 0.." << range
+                                                 << (grade & 1 ? ", matrix" : "") << (grade & 2 ? ", curve" : "");
+                        }
             }
     }
 }

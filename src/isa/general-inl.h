@@ -532,7 +532,58 @@ QZRCFA_INLINE bool plain(const StoreRow& row) {
     return (row.depth == 8 || row.depth == 16) && row.matrix == nullptr && row.curve == nullptr;
 }
 
+// Pixels through the matrix and the curve, a chunk of columns at a time: the matrix in
+// float lanes with the reference's order of operations (no fused multiply-add), clamped
+// and truncated as it does, into the chunk's own planes; then each element through the
+// curve (or as it is, or rounded to 8 bits) by lookup, a pixel at a time.
+constexpr int kGradeChunk = 256;
+QZRCFA_INLINE void matrix_chunk(const StoreRow& row, const uint16_t* const in[3], int count, uint16_t (*v)[kGradeChunk]) {
+    Floats m[9];
+    for (int i = 0; i < 9; ++i) m[i] = Floats{} + row.matrix[i];
+    const Floats top = Floats{} + float(row.max), half = Floats{} + 0.5f, one = Floats{} + 1.0f;
+    const auto widen = [](const uint16_t* p) QZRCFA_LAMBDA_INLINE {
+        return __builtin_convertvector(__builtin_convertvector(load<QuarterWords>(p), Ints), Floats);
+    };
+    for (int c = 0; c < count; c += kQuarter) {
+        const Floats blue = widen(in[0] + c), green = widen(in[1] + c), red = widen(in[2] + c);
+        for (int out = 0; out < 3; ++out) {  // red, green, blue
+            const Floats k = (m[3 * out] * red + m[3 * out + 1] * green) + m[3 * out + 2] * blue + half;
+            const Floats clamped = k < one ? Floats{} : k >= top ? top : k;
+            store(v[2 - out] + c, __builtin_convertvector(__builtin_convertvector(clamped, Ints), QuarterWords));
+        }
+    }
+}
+
+template <int Depth>
+QZRCFA_INLINE int store_graded(const StoreRow& row, int x) {
+    using Element = std::conditional_t<Depth == 8, uint8_t, uint16_t>;
+    const int n = row.elements, max = row.max;
+    const Element fourth = Element(Depth == 8 ? 255 : max);
+    const uint16_t* const curve = row.curve;
+    const auto narrow = [max](int v) { return Depth == 16 || max == 255 ? v : (v * 510 + max) / (2 * max); };
+    uint16_t v[3][kGradeChunk];
+    while (row.x_last - x + 1 >= kQuarter) {
+        const int count = std::min(kGradeChunk, (row.x_last - x + 1) / kQuarter * kQuarter);
+        const uint16_t* in[3];
+        for (int e = 0; e < 3; ++e) in[e] = row.planes[n == 1 ? 0 : e] + x;
+        if (row.matrix != nullptr) {
+            matrix_chunk(row, in, count, v);
+            for (int e = 0; e < 3; ++e) in[e] = v[e];
+        }
+        Element* out = static_cast<Element*>(row.out) + std::ptrdiff_t(x) * n;
+        for (int c = 0; c < count; ++c, out += n)
+            for (int e = 0; e < n; ++e)
+                out[e] = e == 3 ? fourth : Element(curve != nullptr ? curve[in[e][c]] : narrow(in[e][c]));
+        x += count;
+    }
+    return x;
+}
+
 int general_store_wide(const StoreRow& row, int x) {
+    if (row.matrix != nullptr || row.curve != nullptr) {
+        if (row.elements != 1 && row.elements != 3 && row.elements != 4) return x;
+        return row.depth == 8 ? store_graded<8>(row, x) : row.depth == 16 ? store_graded<16>(row, x) : x;
+    }
     if (!plain(row)) return x;
     switch (row.elements) {
     case 1: return store_elements<1>(row, x);
