@@ -55,8 +55,10 @@ std::vector<std::pair<int, int>> sizes(const Member& m) {
     for (int H = 1; H <= 12; ++H)
         for (int W = 1; W <= 12; ++W) out.emplace_back(W, H);
     if (m.family == Family::Grey) out.insert(out.end(), {{4, 0}, {4, -1}});  // no rows: nothing written
-    // Interiors of every width modulo 64 (16- and 32-column blocks included).
-    for (int W = 68; W < 132; ++W) out.emplace_back(W, 6);
+    // Interiors of every width modulo 64 (16- and 32-column blocks included), on frames
+    // tall enough for the two-pass members' sweeps to have a core, ending on either row
+    // parity.
+    for (int W = 68; W < 132; ++W) out.emplace_back(W, 9 + W % 2);
     out.insert(out.end(), {{300, 7}, {300, 2}, {37, 29}});
     return out;
 }

@@ -21,6 +21,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "driver/fill.h"
 #include "driver/frame.h"
@@ -52,6 +53,29 @@ bool plan_fused_fill(const ColourMember<T, Params>& m, bool own_border, int widt
     return covered.r0 <= covered.r1 && covered.c0 <= covered.c1;
 }
 
+// Whether the passes run in a sweep (Frame::sweep_rows), and its core: the member has
+// one and the kernel set its kernels, pixels are three or four bytes, the border fill
+// the call runs is the library's own and a 255 pre-fill is fused, and the core holds at
+// least a block of columns. The core's columns are an even number, so that its blocks
+// all start on sites of the same parity.
+template <class T, class Params>
+void plan_sweep(Frame<T, Params>& f, bool own_border) {
+    const ColourMember<T, Params>& m = f.m;
+    if constexpr (std::is_same_v<T, std::uint8_t>) {
+        if (m.sweep.greens == nullptr || f.kernels.*m.sweep.greens == nullptr || f.kernels.*m.sweep.colour == nullptr) return;
+    }
+    if ((f.stride != 3 && f.stride != 4) || !own_border || !f.runs_second() || f.height < m.min_height) return;
+    if (m.prefill == Prefill::Bytes255 && !f.fused) return;
+    const Region a = f.pass_region(m.passes[0]), b = f.pass_region(m.passes[1]);
+    const Region whole = f.fused ? f.covered
+                                 : Region{std::max(a.r0, b.r0), std::min(a.r1, b.r1), std::max(a.c0, b.c0), std::min(a.c1, b.c1)};
+    Region core{whole.r0 + 1, whole.r1 - 1, whole.c0 + 1, whole.c1 - 1};
+    core.c1 -= (core.c1 - core.c0 + 1) & 1;
+    if (core.r0 > core.r1 || core.c1 - core.c0 + 1 < f.kernels.lanes) return;
+    f.sweep = true;
+    f.core = core;
+}
+
 // One call of a colour member: on the calling thread alone, or with the call's tasks on
 // several threads, with the same bytes (the pre-fill and the border fill stay on the
 // calling thread; schedules.h says why the passes may run in bands). Rows may be padded
@@ -60,7 +84,7 @@ bool plan_fused_fill(const ColourMember<T, Params>& m, bool own_border, int widt
 template <class T, class Params>
 int demosaic(const ColourMember<T, Params>& m, T* src, int width, int height, T* dst, unsigned short bitCount,
              const Call& call, Pitches pitches) {
-    const KernelSet& kernels = kernel_set(best_isa());
+    const KernelSet& kernels = call.kernels != nullptr ? *call.kernels : kernel_set(best_isa());
     const int stride = pixel_stride(bitCount);
     const bool padded = pitches.src != width || pitches.dst != std::ptrdiff_t(width) * stride;
     Frame<T, Params> frame{m, kernels, src, width, height, dst, stride, pitches, false, {}, false};
@@ -85,6 +109,11 @@ int demosaic(const ColourMember<T, Params>& m, T* src, int width, int height, T*
     } else if (m.prefill == Prefill::ZeroRgb) {
         fill_prefix(bytes, row_bytes, pitch_bytes, zero_fill_bytes(width, height), 0);
     }
+    plan_sweep(frame, own_border);
+    if (frame.sweep && stride == 3) {
+        const std::size_t threshold = streaming_threshold();
+        frame.sweep_stream = threshold > 0 && std::size_t(width) * std::size_t(height) * 3 > threshold;
+    }
     // Through the exported entry point, so that an interposed border fill is honoured;
     // padded rows, which it cannot take, the library's own.
     if (padded) own_border_fill(m.border_id, src, width, height, dst, bitCount, pitches);
@@ -95,7 +124,7 @@ int demosaic(const ColourMember<T, Params>& m, T* src, int width, int height, T*
         return 0;
     }
     frame.run_rows(0, height);
-    if (frame.stream) store_fence();
+    if (frame.stream || frame.sweep_stream) store_fence();
     return 0;
 }
 

@@ -14,6 +14,8 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <type_traits>
 
 #include "catalogue/catalogue.h"
 #include "driver/fill.h"
@@ -35,6 +37,8 @@ struct Call {
     // reaches when nothing is interposed in front of it), to tell whether the border
     // fill a member calls is the library's; null when it cannot tell.
     const void* (*own_definition)(catalogue::Id export_id) = nullptr;
+    // The kernel set to run; null: the one of the widest instruction set the processor has.
+    const KernelSet* kernels = nullptr;
 };
 
 // One sweep over the interior: rows and columns margin .. size - 1 - margin, displaced
@@ -48,6 +52,14 @@ struct Pass {
     int shift = 0;
 };
 
+// The kernel-set slots of a two-pass member's sweep (see Frame::sweep_rows); none for
+// the other members.
+template <class Params>
+struct SweepSlots {
+    GreensKernel<Params> KernelSet::*greens = nullptr;
+    SweepKernel<Params> KernelSet::*colour = nullptr;
+};
+
 // Everything the driver needs to know about one colour member.
 template <class T, class Params>
 struct ColourMember {
@@ -59,6 +71,7 @@ struct ColourMember {
     int min_height;              // below this the member returns after the border fill
     Params params;               // the method's own per-member data
     Pass<T, Params> passes[2];
+    SweepSlots<Params> sweep = {};
 
     bool two_passes() const { return passes[1].reference != nullptr; }
 };
@@ -79,6 +92,11 @@ struct Frame {
     bool fused;      // the 255 pre-fill is left to the first pass inside `covered`
     Region covered;  // where the first pass writes whole pixels
     bool stream;     // whole-pixel stores may bypass the cache
+    // With a sweep (see sweep_rows()): where its kernel computes whole pixels, and
+    // whether those of the rows inside it may bypass the cache.
+    bool sweep = false;
+    Region core = {};
+    bool sweep_stream = false;
 
     Region pass_region(const Pass<T, Params>& pass) const {
         return {pass.margin + pass.shift, height - 1 - pass.margin + pass.shift, pass.margin + pass.shift,
@@ -88,8 +106,7 @@ struct Frame {
     // Whether the second pass runs, on rows of three- or four-byte pixels.
     bool runs_second() const { return m.two_passes() && width > 2 * m.passes[1].margin; }
 
-    void run(const Pass<T, Params>& pass, int r, int c_first, int c_last, bool fill255) const {
-        if (c_first > c_last) return;
+    Row<T> row_of(int r, int c_first, int c_last, bool fill255) const {
         Row<T> row;
         row.s = src + std::ptrdiff_t(r) * pitches.src;
         row.width = width;
@@ -105,25 +122,35 @@ struct Frame {
         row.height = height;
         row.fill255 = fill255;
         row.stream = stream;
+        return row;
+    }
+
+    void run(const Pass<T, Params>& pass, int r, int c_first, int c_last, bool fill255) const {
+        if (c_first > c_last) return;
+        const Row<T> row = row_of(r, c_first, c_last, fill255);
         pass.reference(row, m.params, (kernels.*pass.wide)(row, m.params, c_first));
     }
 
-    // Row r of a pass: whole pixels inside the region the first pass covers, the
-    // method's own elements elsewhere, left to right.
-    void run_row(int pass_index, int r) const {
+    // Columns c0 .. c1 of row r of a pass: whole pixels inside the region the first pass
+    // covers, the method's own elements elsewhere, left to right.
+    void run_part(int pass_index, int r, int c0, int c1) const {
         const Pass<T, Params>& pass = m.passes[pass_index];
         const Region all = pass_region(pass);
-        if (!fused || pass_index != 0 || !covered.contains_row(r)) return run(pass, r, all.c0, all.c1, false);
-        run(pass, r, all.c0, covered.c0 - 1, false);
-        run(pass, r, covered.c0, covered.c1, true);
-        run(pass, r, covered.c1 + 1, all.c1, false);
+        c0 = std::max(c0, all.c0), c1 = std::min(c1, all.c1);
+        if (!fused || pass_index != 0 || !covered.contains_row(r)) return run(pass, r, c0, c1, false);
+        run(pass, r, c0, std::min(c1, covered.c0 - 1), false);
+        run(pass, r, std::max(c0, covered.c0), std::min(c1, covered.c1), true);
+        run(pass, r, std::max(c0, covered.c1 + 1), c1, false);
     }
+
+    void run_row(int pass_index, int r) const { run_part(pass_index, r, 0, width - 1); }
 
     // Rows r_begin .. r_end - 1 of the frame's passes, in an order that gives the bytes
     // of running each pass over them in turn (see the file's opening comment). The
     // first-pass rows done_a and done_b have been computed already.
     void run_rows(int r_begin, int r_end, int done_a = -1, int done_b = -1) const {
         if (width <= 2 * m.passes[0].margin) return;
+        if (sweep && sweep_rows(r_begin, r_end, done_a, done_b)) return;
         const Region a = pass_region(m.passes[0]);
         const int a_begin = std::max(r_begin, a.r0), a_end = std::min(r_end, a.r1 + 1);
         auto first_pass = [&](int r) {
@@ -173,6 +200,77 @@ struct Frame {
     bool descending() const {
         if (!m.flip || (stride != 3 && stride != 4)) return false;
         return !m.two_passes() || stride == 3;
+    }
+
+    // The sweep of a two-pass member (see plan_sweep() in demosaic.h): the passes advance
+    // together as in run_rows, and in the core (the rows and columns one inside the
+    // region the first pass covers whole, so that every green and every output byte the
+    // second pass reads there lies inside that region) the first pass puts its greens
+    // into a ring of four rows, one byte per column, instead of the output, and the
+    // second pass reads them there and writes the core's pixels whole, once. Around the
+    // core the passes run as in run_rows, on the output, when they run there: the first
+    // pass of a core row writes its columns outside the core and the core's first and
+    // last columns, which the second pass reads across the core's edges; that of the
+    // core's first and last rows all of their columns, which the rows next to them read;
+    // and the second pass of a core row computes its columns outside the core itself,
+    // left of the core first. So every output byte a pass reads holds what it holds
+    // when the passes run one after the other, and the core's kernel reads those bytes
+    // and greens. The first and last rows of the range stay outside the core: with
+    // several threads, other bands read them (schedules.h). Returns false, having done
+    // nothing, when the rows r_begin .. r_end - 1 hold no core row.
+    bool sweep_rows(int r_begin, int r_end, int done_a, int done_b) const {
+        if constexpr (!std::is_same_v<T, std::uint8_t>) {
+            return false;
+        } else {
+            const int k0 = std::max(core.r0, r_begin + 1), k1 = std::min(core.r1, r_end - 2);
+            if (k0 > k1) return false;
+            const Region a = pass_region(m.passes[0]), b = pass_region(m.passes[1]);
+            // Ring rows hold columns core.c0 - 1 .. core.c1 + 1, with room on both sides
+            // for the loads of a block that reach past its columns.
+            constexpr int kPad = 128;
+            const std::ptrdiff_t ring_row = std::ptrdiff_t(width) + 2 * kPad;
+            const std::unique_ptr<std::uint8_t[]> ring(new std::uint8_t[std::size_t(4 * ring_row)]);
+            auto greens = [&](int q) { return ring.get() + (q & 3) * ring_row + kPad; };
+            auto first_pass = [&](int q) {
+                if (q != done_a && q != done_b) {
+                    if (q > k0 && q < k1) {
+                        run_part(0, q, 0, core.c0);
+                        run_part(0, q, core.c1, width - 1);
+                    } else {
+                        run_row(0, q);
+                    }
+                }
+                if (q >= k0 - 1 && q <= k1 + 1)
+                    (kernels.*m.sweep.greens)(row_of(q, core.c0 - 1, core.c1 + 1, false), m.params, greens(q), core.c0 - 1);
+            };
+            auto second_pass = [&](int r) {
+                if (r < k0 || r > k1) return run_row(1, r);
+                run(m.passes[1], r, b.c0, core.c0 - 1, false);
+                Row<T> row = row_of(r, core.c0, core.c1, fused);
+                row.stream = sweep_stream && r > k0 && r < k1;
+                const std::uint8_t* const around[3] = {greens(r - 1), greens(r), greens(r + 1)};
+                (kernels.*m.sweep.colour)(row, m.params, around, core.c0);
+                run(m.passes[1], r, core.c1 + 1, b.c1, false);
+            };
+            const int a_begin = std::max(r_begin, a.r0), a_end = std::min(r_end, a.r1 + 1);
+            const int b_begin = std::max(r_begin, b.r0), b_end = std::min(r_end, b.r1 + 1);
+            if (descending()) {
+                int next = a_end - 1;
+                for (int r = b_end - 1; r >= b_begin; --r) {
+                    for (; next >= std::max(a_begin, r - 1); --next) first_pass(next);
+                    second_pass(r);
+                }
+                for (; next >= a_begin; --next) first_pass(next);
+            } else {
+                int next = a_begin;
+                for (int r = b_begin; r < b_end; ++r) {
+                    for (; next < std::min(a_end, r + 2); ++next) first_pass(next);
+                    second_pass(r);
+                }
+                for (; next < a_end; ++next) first_pass(next);
+            }
+            return true;
+        }
     }
 };
 

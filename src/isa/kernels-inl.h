@@ -233,10 +233,7 @@ int edge_sensing_wide(const Row<uint8_t>& row, const EdgeSensingRule& rule, int 
 // adding divisor - 1 to negative values, and the narrowing to bytes with unsigned
 // saturation is the clamp.
 
-QZRCFA_INLINE Wide absolute(const Wide& x) {
-    const Wide sign = x >> 15;
-    return (x ^ sign) - sign;
-}
+QZRCFA_INLINE Wide absolute(const Wide& x) { return x < 0 ? -x : x; }
 
 template <int Shift>
 QZRCFA_INLINE Wide divide_pow2(const Wide& x) {
@@ -285,6 +282,26 @@ QZRCFA_INLINE Bytes with_greens(const Wide& sites, const Bytes& greens) {
 
 QZRCFA_INLINE Wide clamp_byte(const Wide& x) { return lesser(greater(x, Wide{}), Wide{} + 255); }
 
+// The greens of the block at s: the computed green at the red and blue sites, the
+// sample at the green sites; x8 is the block's samples.
+template <int SiteByte>
+QZRCFA_INLINE Bytes laplacian_greens(const uint8_t* s, std::ptrdiff_t w, const Bytes& x8) {
+    const Wide v0 = colour_sites<SiteByte>((Words)x8);
+    // The horizontal neighbours, in either order: both formulas are symmetric in them.
+    const Wide left = green_sites<SiteByte>(s - 2 + 2 * SiteByte), right = green_sites<SiteByte>(s + 2 * SiteByte);
+    const Wide left2 = colour_sites<SiteByte>(s - 2), right2 = colour_sites<SiteByte>(s + 2);
+    const Wide up = colour_sites<SiteByte>(s - w), down = colour_sites<SiteByte>(s + w);
+    const Wide up2 = colour_sites<SiteByte>(s - 2 * w), down2 = colour_sites<SiteByte>(s + 2 * w);
+    const Wide across = left + right, along = up + down;
+    const Wide dh = v0 + v0 - left2 - right2;
+    const Wide dv = v0 + v0 - up2 - down2;
+    const Wide h = absolute(left - right) + absolute(dh);
+    const Wide v = absolute(up - down) + absolute(dv);
+    const Wide g = pick(h, v, divide_pow2<2>(dh) + (across >> 1), divide_pow2<2>(dv) + (along >> 1),
+                        divide_pow2<3>(dh + dv) + ((across + along) >> 2));
+    return with_greens<SiteByte>(clamp_byte(g), x8);
+}
+
 template <int P, int SiteByte>
 QZRCFA_INLINE int laplacian_green_blocks(const Row<uint8_t>& row, int c, int end) {
     const Bytes colour8 = parity_lanes<Bytes>(SiteByte);
@@ -301,22 +318,8 @@ QZRCFA_INLINE int laplacian_green_blocks(const Row<uint8_t>& row, int c, int end
     return run_blocks<kLanes>(
         c, end, -1,
         [&](int x) QZRCFA_LAMBDA_INLINE {
-            const uint8_t* s = src + x;
-            const Bytes x8 = load<Bytes>(s);
-            const Wide v0 = colour_sites<SiteByte>((Words)x8);
-            // The horizontal neighbours, in either order: both formulas are symmetric in them.
-            const Wide left = green_sites<SiteByte>(s - 2 + 2 * SiteByte), right = green_sites<SiteByte>(s + 2 * SiteByte);
-            const Wide left2 = colour_sites<SiteByte>(s - 2), right2 = colour_sites<SiteByte>(s + 2);
-            const Wide up = colour_sites<SiteByte>(s - w), down = colour_sites<SiteByte>(s + w);
-            const Wide up2 = colour_sites<SiteByte>(s - 2 * w), down2 = colour_sites<SiteByte>(s + 2 * w);
-            const Wide across = left + right, along = up + down;
-            const Wide dh = v0 + v0 - left2 - right2;
-            const Wide dv = v0 + v0 - up2 - down2;
-            const Wide h = absolute(left - right) + absolute(dh);
-            const Wide v = absolute(up - down) + absolute(dv);
-            const Wide g = pick(h, v, divide_pow2<2>(dh) + (across >> 1), divide_pow2<2>(dv) + (along >> 1),
-                                divide_pow2<3>(dh + dv) + ((across + along) >> 2));
-            return Green{x8, with_greens<SiteByte>(clamp_byte(g), x8)};
+            const Bytes x8 = load<Bytes>(src + x);
+            return Green{x8, laplacian_greens<SiteByte>(src + x, w, x8)};
         },
         [&](const Green& v, int x, bool) QZRCFA_LAMBDA_INLINE {
             uint8_t* out = d + std::ptrdiff_t(x) * P;
@@ -387,6 +390,104 @@ int laplacian_colour_wide(const Row<uint8_t>& row, const LaplacianParams& params
     return for_stride(row.stride, c, [&]<int P>() {
         return row.phase.green_at(c) ? laplacian_colour_blocks<P, 1>(row, params, c, end)
                                      : laplacian_colour_blocks<P, 0>(row, params, c, end);
+    });
+}
+
+// The Laplacian's sweep (driver/frame.h). The first pass: the greens of a row into the
+// ring.
+int laplacian_greens_wide(const Row<uint8_t>& row, const LaplacianParams&, uint8_t* greens, int c) {
+    const int n = row.c_last - c + 1;
+    if (n < kLanes || n % 2 != 0) return c;
+    const uint8_t* src = row.s;
+    const std::ptrdiff_t w = row.pitch;
+    const auto blocks = [&]<int SiteByte>() {
+        return run_blocks<kLanes>(
+            c, row.c_last, -1, [&](int x) QZRCFA_LAMBDA_INLINE { return laplacian_greens<SiteByte>(src + x, w, load<Bytes>(src + x)); },
+            [&](const Bytes& v, int x, bool) QZRCFA_LAMBDA_INLINE { store(greens + x, v); });
+    };
+    return row.phase.green_at(c) ? blocks.template operator()<1>() : blocks.template operator()<0>();
+}
+
+// The second pass, whole pixels. The bytes it reads at fixed three-byte offsets around
+// a red or blue site are, with three-byte pixels, the greens of the diagonal
+// neighbours, and come from the ring. With four-byte pixels they are the red element
+// of the pixel before and the blue element of the pixel after: in the row above, where
+// the second pass is done, as it left them; in the row below, as its first pass leaves
+// them inside the region it covers whole, the sample (its own colour, and the interim
+// blue of a red row) and 255 (the red of a blue row).
+// What a block of the sweep's second pass reads, fetched once per row: nothing the
+// row's stores write may be read again.
+struct SweepSources {
+    const uint8_t* s;       // raw row
+    std::ptrdiff_t w;       // raw pitch
+    const uint8_t* g[3];    // ring rows of raw rows r - 1, r, r + 1
+    const uint8_t* above;   // output row of raw row r - 1 (four-byte pixels)
+    bool crossed, red;      // the member crosses its diagonals; row r is a red row
+};
+
+template <int P, int SiteByte>
+QZRCFA_INLINE Planes<Bytes> laplacian_sweep_block(const SweepSources& in, int x) {
+    const std::ptrdiff_t w = in.w;
+    const uint8_t* s = in.s + x;
+    const Wide ul = colour_sites<SiteByte>(s - w - 1), ur = colour_sites<SiteByte>(s - w + 1);
+    const Wide ll = colour_sites<SiteByte>(s + w - 1), lr = colour_sites<SiteByte>(s + w + 1);
+    const Bytes green = load<Bytes>(in.g[1] + x);
+    const Wide g = colour_sites<SiteByte>((Words)green);
+    Wide above_left, above_right, below_left, below_right;
+    if constexpr (P == 3) {
+        above_left = colour_sites<SiteByte>(in.g[0] + x - 1), above_right = colour_sites<SiteByte>(in.g[0] + x + 1);
+        below_left = colour_sites<SiteByte>(in.g[2] + x - 1), below_right = colour_sites<SiteByte>(in.g[2] + x + 1);
+    } else {
+        const uint8_t* above = in.above + std::ptrdiff_t(x) * 4;
+        above_left = colour_sites<SiteByte>((Words)gather<4>(above - 2));
+        above_right = colour_sites<SiteByte>((Words)gather<4>(above + 4));
+        below_left = in.red ? Wide{} + 255 : ll;
+        below_right = lr;
+    }
+    const Wide upper_left = in.crossed ? below_left : above_left, upper_right = in.crossed ? below_right : above_right;
+    const Wide lower_left = in.crossed ? above_left : below_left, lower_right = in.crossed ? above_right : below_right;
+    const Wide d1 = g + g - upper_left - lower_right;
+    const Wide d2 = g + g - upper_right - lower_left;
+    const Wide e1 = absolute(ul - lr) + absolute(d1);
+    const Wide e2 = absolute(ur - ll) + absolute(d2);
+    const Wide first = ul + lr, second = ur + ll;
+    const Wide v = pick(e1, e2, divide_pow2<1>(first + d1), divide_pow2<1>(second + d2), divide_pow2<2>(first + second + d1 + d2));
+    const Bytes own = select(parity_lanes<Bytes>(1 - SiteByte), mean2(load<Bytes>(s - 1), load<Bytes>(s + 1)), load<Bytes>(s));
+    const Bytes other = with_greens<SiteByte>(clamp_byte(v), mean2(load<Bytes>(s - w), load<Bytes>(s + w)));
+    return in.red ? Planes<Bytes>{other, green, own} : Planes<Bytes>{own, green, other};
+}
+
+int laplacian_sweep_wide(const Row<uint8_t>& row, const LaplacianParams& params, const uint8_t* const* greens, int c) {
+    const int n = row.c_last - c + 1;
+    if (n < kLanes || n % 2 != 0) return c;
+    const SweepSources in{row.s, row.pitch, {greens[0], greens[1], greens[2]}, row.d + row.up, params.crossed_diagonals,
+                          row.phase.colour == kRed};
+    uint8_t* const d = row.d;
+    const int last = row.c_last;
+    const bool stream = row.stream;
+    const bool green_first = row.phase.green_at(c);
+    return for_stride(row.stride, c, [&]<int P>() {
+        // Three-byte pixels may stream from the first aligned column past c on; the first
+        // block and the last are stored in the cache, where the passes around the core
+        // read them. Blocks start on sites of one parity, but for the aligned ones, which
+        // may start on the other.
+        const int aligned = P == 3 ? streaming_start<P>(d, c + 1, stream) : -1;
+        const auto store_block = [&](const Planes<Bytes>& p, int x, bool streamed) QZRCFA_LAMBDA_INLINE {
+            store_pixels<P>(d + std::ptrdiff_t(x) * P, p.blue, p.green, p.red, true, streamed && x + kLanes - 1 < last);
+        };
+        const auto blocks = [&]<int SiteByte>() {
+            return run_blocks<kLanes>(
+                c, last, aligned, [&](int x) QZRCFA_LAMBDA_INLINE { return laplacian_sweep_block<P, SiteByte>(in, x); }, store_block);
+        };
+        if (aligned >= 0 && ((aligned - c) & 1) != 0) {
+            return run_blocks<kLanes>(
+                c, last, aligned,
+                [&](int x) QZRCFA_LAMBDA_INLINE {
+                    return ((x - c) & 1) == int(green_first) ? laplacian_sweep_block<P, 0>(in, x) : laplacian_sweep_block<P, 1>(in, x);
+                },
+                store_block);
+        }
+        return green_first ? blocks.template operator()<1>() : blocks.template operator()<0>();
     });
 }
 
@@ -969,6 +1070,9 @@ constexpr KernelSet kKernelSet = {
     .laplacian_colour = laplacian_colour_wide,
     .smooth_hue_green = smooth_hue_green_wide,
     .smooth_hue_colour = smooth_hue_colour_wide,
+    .laplacian_greens = laplacian_greens_wide,
+    .laplacian_sweep = laplacian_sweep_wide,
+    .lanes = kLanes,
     .gbri = {gbri_samples<uint8_t>, gbri_samples<uint16_t>, gbri_vertical, gbri_horizontal, gbri_across, gbri_along,
              gbri_columns5, gbri_row5, gbri_green, gbri_laplacians, gbri_model, gbri_means, gbri_pixels<uint8_t>,
              gbri_pixels<uint16_t>},

@@ -45,6 +45,23 @@ struct Row {
 template <class T, class Params>
 using ColumnKernel = int (*)(const Row<T>& row, const Params& params, int c);
 
+// A two-pass member's sweep (driver/frame.h) keeps the greens its first pass computes
+// in a ring of a few rows, one byte per column, instead of reading them back out of the
+// output's pixels, and its second pass writes each pixel once, whole. Ring rows are
+// indexed by column: greens[c] is column c's green.
+//
+// The first pass's greens of raw row row.r, columns c .. row.c_last, into greens; no
+// output is written. A kernel takes the whole range or leaves all of it (returns c).
+template <class Params>
+using GreensKernel = int (*)(const Row<std::uint8_t>& row, const Params& params, std::uint8_t* greens, int c);
+
+// The second pass of raw row row.r over columns c .. row.c_last, from the ring rows of
+// raw rows r - 1, r and r + 1 (greens[0 .. 2]), as whole pixels. Every byte it reads in
+// the output and every green it reads lies inside the region the first pass covers
+// whole (the 255 pre-fill fused, where the member has one). Whole range or nothing.
+template <class Params>
+using SweepKernel = int (*)(const Row<std::uint8_t>& row, const Params& params, const std::uint8_t* const* greens, int c);
+
 // Grey and bilinear have nothing per member; each its own type, so that no kernel of one
 // can stand in another's slot.
 struct GreyParams {};
@@ -228,6 +245,11 @@ struct KernelSet {
     ColumnKernel<std::uint8_t, LaplacianParams> laplacian_colour = leave_all;
     ColumnKernel<std::uint8_t, SmoothHueRule> smooth_hue_green = leave_all;
     ColumnKernel<std::uint8_t, SmoothHueRule> smooth_hue_colour = leave_all;
+    // The sweeps' kernels (null: the set has none, and the passes run one after the
+    // other), and the columns of one block, below which a sweep is not worth its ring.
+    GreensKernel<LaplacianParams> laplacian_greens = nullptr;
+    SweepKernel<LaplacianParams> laplacian_sweep = nullptr;
+    int lanes = 1;
     std::array<GbriKernel, kGbriPasses> gbri = gbri_leave_all_passes();
     GeneralKernels general;
     QuotientKernel smooth_hue_quotients = quotients_leave_all;
