@@ -191,6 +191,9 @@ TEST_P(Kernels, SweepsGiveTheBytesOfThePasses) {
     expect_sweeps<LaplacianParams>(GetParam(), "laplacian",
                                    {&Laplacian_RGGB, &Laplacian_BGGR, &Laplacian_GRBG, &Laplacian_GBRG, &Laplacian_RGGB_Flip,
                                     &Laplacian_BGGR_Flip, &Laplacian_GRBG_Flip, &Laplacian_GBRG_Flip, &Laplacian2_RGGB});
+    expect_sweeps<SmoothHueRule>(GetParam(), "smooth hue",
+                                 {&SmoothHue_RGGB, &SmoothHue_BGGR, &SmoothHue_GRBG, &SmoothHue_GBRG, &SmoothHue_RGGB_Flip,
+                                  &SmoothHue_BGGR_Flip, &SmoothHue_GRBG_Flip, &SmoothHue_GBRG_Flip});
 }
 
 // The quotient smooth hue's colour pass divides with, over every pair of operands it

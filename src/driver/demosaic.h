@@ -56,8 +56,9 @@ bool plan_fused_fill(const ColourMember<T, Params>& m, bool own_border, int widt
 // Whether the passes run in a sweep (Frame::sweep_rows), and its core: the member has
 // one and the kernel set its kernels, pixels are three or four bytes, the border fill
 // the call runs is the library's own and a 255 pre-fill is fused, and the core holds at
-// least a block of columns. The core's columns are an even number, so that its blocks
-// all start on sites of the same parity.
+// least a block of columns. The core's columns are a multiple of four, so that its
+// blocks all start on sites of the same parity and on the same class of column (smooth
+// hue's quotients, RingRow).
 template <class T, class Params>
 void plan_sweep(Frame<T, Params>& f, bool own_border) {
     const ColourMember<T, Params>& m = f.m;
@@ -70,7 +71,7 @@ void plan_sweep(Frame<T, Params>& f, bool own_border) {
     const Region whole = f.fused ? f.covered
                                  : Region{std::max(a.r0, b.r0), std::min(a.r1, b.r1), std::max(a.c0, b.c0), std::min(a.c1, b.c1)};
     Region core{whole.r0 + 1, whole.r1 - 1, whole.c0 + 1, whole.c1 - 1};
-    core.c1 -= (core.c1 - core.c0 + 1) & 1;
+    core.c1 -= (core.c1 - core.c0 + 1) & 3;
     if (core.r0 > core.r1 || core.c1 - core.c0 + 1 < f.kernels.lanes) return;
     f.sweep = true;
     f.core = core;
@@ -110,10 +111,6 @@ int demosaic(const ColourMember<T, Params>& m, T* src, int width, int height, T*
         fill_prefix(bytes, row_bytes, pitch_bytes, zero_fill_bytes(width, height), 0);
     }
     plan_sweep(frame, own_border);
-    if (frame.sweep && stride == 3) {
-        const std::size_t threshold = streaming_threshold();
-        frame.sweep_stream = threshold > 0 && std::size_t(width) * std::size_t(height) * 3 > threshold;
-    }
     // Through the exported entry point, so that an interposed border fill is honoured;
     // padded rows, which it cannot take, the library's own.
     if (padded) own_border_fill(m.border_id, src, width, height, dst, bitCount, pitches);
@@ -124,7 +121,7 @@ int demosaic(const ColourMember<T, Params>& m, T* src, int width, int height, T*
         return 0;
     }
     frame.run_rows(0, height);
-    if (frame.stream || frame.sweep_stream) store_fence();
+    if (frame.stream) store_fence();
     return 0;
 }
 

@@ -58,6 +58,8 @@ template <class Params>
 struct SweepSlots {
     GreensKernel<Params> KernelSet::*greens = nullptr;
     SweepKernel<Params> KernelSet::*colour = nullptr;
+    bool quotients = false;  // the ring holds quotients (RingRow)
+    bool bytes = false;      // and, with four-byte pixels, the bytes around each pixel
 };
 
 // Everything the driver needs to know about one colour member.
@@ -92,11 +94,9 @@ struct Frame {
     bool fused;      // the 255 pre-fill is left to the first pass inside `covered`
     Region covered;  // where the first pass writes whole pixels
     bool stream;     // whole-pixel stores may bypass the cache
-    // With a sweep (see sweep_rows()): where its kernel computes whole pixels, and
-    // whether those of the rows inside it may bypass the cache.
+    // With a sweep (see sweep_rows()): where its kernel computes whole pixels.
     bool sweep = false;
     Region core = {};
-    bool sweep_stream = false;
 
     Region pass_region(const Pass<T, Params>& pass) const {
         return {pass.margin + pass.shift, height - 1 - pass.margin + pass.shift, pass.margin + pass.shift,
@@ -228,9 +228,19 @@ struct Frame {
             // Ring rows hold columns core.c0 - 1 .. core.c1 + 1, with room on both sides
             // for the loads of a block that reach past its columns.
             constexpr int kPad = 128;
-            const std::ptrdiff_t ring_row = std::ptrdiff_t(width) + 2 * kPad;
+            const std::ptrdiff_t bytes_row = std::ptrdiff_t(width) + 2 * kPad;
+            const std::ptrdiff_t class_row = (core.c1 - core.c0 + 1) / 4 + 2 + kPad / 4;
+            const int planes = 1 + (m.sweep.bytes && stride == 4 ? 2 : 0);
+            const std::ptrdiff_t ring_row = planes * bytes_row + (m.sweep.quotients ? 4 * class_row * std::ptrdiff_t(sizeof(float)) : 0);
             const std::unique_ptr<std::uint8_t[]> ring(new std::uint8_t[std::size_t(4 * ring_row)]);
-            auto greens = [&](int q) { return ring.get() + (q & 3) * ring_row + kPad; };
+            auto ring_at = [&](int q) {
+                std::uint8_t* base = ring.get() + (q & 3) * ring_row;
+                RingRow row{base + kPad, {}, core.c0, nullptr, nullptr};
+                if (planes == 3) row.left = base + bytes_row + kPad, row.right = base + 2 * bytes_row + kPad;
+                if (m.sweep.quotients)
+                    for (int j = 0; j < 4; ++j) row.quotients[j] = reinterpret_cast<float*>(base + planes * bytes_row) + j * class_row;
+                return row;
+            };
             auto first_pass = [&](int q) {
                 if (q != done_a && q != done_b) {
                     if (q > k0 && q < k1) {
@@ -241,14 +251,13 @@ struct Frame {
                     }
                 }
                 if (q >= k0 - 1 && q <= k1 + 1)
-                    (kernels.*m.sweep.greens)(row_of(q, core.c0 - 1, core.c1 + 1, false), m.params, greens(q), core.c0 - 1);
+                    (kernels.*m.sweep.greens)(row_of(q, core.c0 - 1, core.c1 + 1, false), m.params, ring_at(q), core.c0 - 1);
             };
             auto second_pass = [&](int r) {
                 if (r < k0 || r > k1) return run_row(1, r);
                 run(m.passes[1], r, b.c0, core.c0 - 1, false);
-                Row<T> row = row_of(r, core.c0, core.c1, fused);
-                row.stream = sweep_stream && r > k0 && r < k1;
-                const std::uint8_t* const around[3] = {greens(r - 1), greens(r), greens(r + 1)};
+                const Row<T> row = row_of(r, core.c0, core.c1, fused);
+                const RingRow around[3] = {ring_at(r - 1), ring_at(r), ring_at(r + 1)};
                 (kernels.*m.sweep.colour)(row, m.params, around, core.c0);
                 run(m.passes[1], r, core.c1 + 1, b.c1, false);
             };

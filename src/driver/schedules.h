@@ -57,7 +57,6 @@ void two_passes_in_bands(const Frame<T, Params>& f, const Tasks& tasks) {
     tasks.for_each(bands.count, [&](int i) {
         const Region e = ends(i);
         f.run_rows(bands.first(i), bands.first(i + 1), e.r0, e.r1);
-        if (f.sweep_stream) store_fence();
     });
 }
 

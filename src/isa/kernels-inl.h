@@ -395,11 +395,12 @@ int laplacian_colour_wide(const Row<uint8_t>& row, const LaplacianParams& params
 
 // The Laplacian's sweep (driver/frame.h). The first pass: the greens of a row into the
 // ring.
-int laplacian_greens_wide(const Row<uint8_t>& row, const LaplacianParams&, uint8_t* greens, int c) {
+int laplacian_greens_wide(const Row<uint8_t>& row, const LaplacianParams&, const RingRow& ring, int c) {
     const int n = row.c_last - c + 1;
     if (n < kLanes || n % 2 != 0) return c;
     const uint8_t* src = row.s;
     const std::ptrdiff_t w = row.pitch;
+    uint8_t* const greens = ring.greens;
     const auto blocks = [&]<int SiteByte>() {
         return run_blocks<kLanes>(
             c, row.c_last, -1, [&](int x) QZRCFA_LAMBDA_INLINE { return laplacian_greens<SiteByte>(src + x, w, load<Bytes>(src + x)); },
@@ -414,80 +415,61 @@ int laplacian_greens_wide(const Row<uint8_t>& row, const LaplacianParams&, uint8
 // of the pixel before and the blue element of the pixel after: in the row above, where
 // the second pass is done, as it left them; in the row below, as its first pass leaves
 // them inside the region it covers whole, the sample (its own colour, and the interim
-// blue of a red row) and 255 (the red of a blue row).
-// What a block of the sweep's second pass reads, fetched once per row: nothing the
-// row's stores write may be read again.
-struct SweepSources {
-    const uint8_t* s;       // raw row
-    std::ptrdiff_t w;       // raw pitch
-    const uint8_t* g[3];    // ring rows of raw rows r - 1, r, r + 1
-    const uint8_t* above;   // output row of raw row r - 1 (four-byte pixels)
-    bool crossed, red;      // the member crosses its diagonals; row r is a red row
-};
-
-template <int P, int SiteByte>
-QZRCFA_INLINE Planes<Bytes> laplacian_sweep_block(const SweepSources& in, int x) {
-    const std::ptrdiff_t w = in.w;
-    const uint8_t* s = in.s + x;
+// blue of a red row) and 255 (the red of a blue row). Crossed: the member crosses its
+// diagonals; Red: row r is a red row.
+template <int P, int SiteByte, bool Crossed, bool Red>
+QZRCFA_INLINE Planes<Bytes> laplacian_sweep_block(const uint8_t* s, std::ptrdiff_t w, const uint8_t* g0, const uint8_t* g1,
+                                                  const uint8_t* g2, const uint8_t* above) {
     const Wide ul = colour_sites<SiteByte>(s - w - 1), ur = colour_sites<SiteByte>(s - w + 1);
     const Wide ll = colour_sites<SiteByte>(s + w - 1), lr = colour_sites<SiteByte>(s + w + 1);
-    const Bytes green = load<Bytes>(in.g[1] + x);
+    const Bytes green = load<Bytes>(g1);
     const Wide g = colour_sites<SiteByte>((Words)green);
     Wide above_left, above_right, below_left, below_right;
     if constexpr (P == 3) {
-        above_left = colour_sites<SiteByte>(in.g[0] + x - 1), above_right = colour_sites<SiteByte>(in.g[0] + x + 1);
-        below_left = colour_sites<SiteByte>(in.g[2] + x - 1), below_right = colour_sites<SiteByte>(in.g[2] + x + 1);
+        above_left = colour_sites<SiteByte>(g0 - 1), above_right = colour_sites<SiteByte>(g0 + 1);
+        below_left = colour_sites<SiteByte>(g2 - 1), below_right = colour_sites<SiteByte>(g2 + 1);
     } else {
-        const uint8_t* above = in.above + std::ptrdiff_t(x) * 4;
         above_left = colour_sites<SiteByte>((Words)gather<4>(above - 2));
         above_right = colour_sites<SiteByte>((Words)gather<4>(above + 4));
-        below_left = in.red ? Wide{} + 255 : ll;
+        below_left = Red ? Wide{} + 255 : ll;
         below_right = lr;
     }
-    const Wide upper_left = in.crossed ? below_left : above_left, upper_right = in.crossed ? below_right : above_right;
-    const Wide lower_left = in.crossed ? above_left : below_left, lower_right = in.crossed ? above_right : below_right;
-    const Wide d1 = g + g - upper_left - lower_right;
-    const Wide d2 = g + g - upper_right - lower_left;
+    const Wide d1 = g + g - (Crossed ? below_left : above_left) - (Crossed ? above_right : below_right);
+    const Wide d2 = g + g - (Crossed ? below_right : above_right) - (Crossed ? above_left : below_left);
     const Wide e1 = absolute(ul - lr) + absolute(d1);
     const Wide e2 = absolute(ur - ll) + absolute(d2);
     const Wide first = ul + lr, second = ur + ll;
     const Wide v = pick(e1, e2, divide_pow2<1>(first + d1), divide_pow2<1>(second + d2), divide_pow2<2>(first + second + d1 + d2));
     const Bytes own = select(parity_lanes<Bytes>(1 - SiteByte), mean2(load<Bytes>(s - 1), load<Bytes>(s + 1)), load<Bytes>(s));
     const Bytes other = with_greens<SiteByte>(clamp_byte(v), mean2(load<Bytes>(s - w), load<Bytes>(s + w)));
-    return in.red ? Planes<Bytes>{other, green, own} : Planes<Bytes>{own, green, other};
+    return Red ? Planes<Bytes>{other, green, own} : Planes<Bytes>{own, green, other};
 }
 
-int laplacian_sweep_wide(const Row<uint8_t>& row, const LaplacianParams& params, const uint8_t* const* greens, int c) {
+template <int P, int SiteByte, bool Crossed, bool Red>
+int laplacian_sweep_blocks(const Row<uint8_t>& row, const RingRow* ring, int c) {
+    const uint8_t* const s = row.s;
+    const std::ptrdiff_t w = row.pitch;
+    const uint8_t *const g0 = ring[0].greens, *const g1 = ring[1].greens, *const g2 = ring[2].greens;
+    uint8_t* const d = row.d;
+    const uint8_t* const above = d + row.up;
+    return run_blocks<kLanes>(
+        c, row.c_last, -1,
+        [=](int x) QZRCFA_LAMBDA_INLINE {
+            return laplacian_sweep_block<P, SiteByte, Crossed, Red>(s + x, w, g0 + x, g1 + x, g2 + x, above + std::ptrdiff_t(x) * P);
+        },
+        [=](const Planes<Bytes>& p, int x, bool) QZRCFA_LAMBDA_INLINE { store_pixels<P>(d + std::ptrdiff_t(x) * P, p.blue, p.green, p.red, true); });
+}
+
+int laplacian_sweep_wide(const Row<uint8_t>& row, const LaplacianParams& params, const RingRow* ring, int c) {
     const int n = row.c_last - c + 1;
     if (n < kLanes || n % 2 != 0) return c;
-    const SweepSources in{row.s, row.pitch, {greens[0], greens[1], greens[2]}, row.d + row.up, params.crossed_diagonals,
-                          row.phase.colour == kRed};
-    uint8_t* const d = row.d;
-    const int last = row.c_last;
-    const bool stream = row.stream;
-    const bool green_first = row.phase.green_at(c);
+    const bool crossed = params.crossed_diagonals, red = row.phase.colour == kRed, green_first = row.phase.green_at(c);
     return for_stride(row.stride, c, [&]<int P>() {
-        // Three-byte pixels may stream from the first aligned column past c on; the first
-        // block and the last are stored in the cache, where the passes around the core
-        // read them. Blocks start on sites of one parity, but for the aligned ones, which
-        // may start on the other.
-        const int aligned = P == 3 ? streaming_start<P>(d, c + 1, stream) : -1;
-        const auto store_block = [&](const Planes<Bytes>& p, int x, bool streamed) QZRCFA_LAMBDA_INLINE {
-            store_pixels<P>(d + std::ptrdiff_t(x) * P, p.blue, p.green, p.red, true, streamed && x + kLanes - 1 < last);
+        const auto by_site = [&]<bool Crossed, bool Red>() {
+            return green_first ? laplacian_sweep_blocks<P, 1, Crossed, Red>(row, ring, c) : laplacian_sweep_blocks<P, 0, Crossed, Red>(row, ring, c);
         };
-        const auto blocks = [&]<int SiteByte>() {
-            return run_blocks<kLanes>(
-                c, last, aligned, [&](int x) QZRCFA_LAMBDA_INLINE { return laplacian_sweep_block<P, SiteByte>(in, x); }, store_block);
-        };
-        if (aligned >= 0 && ((aligned - c) & 1) != 0) {
-            return run_blocks<kLanes>(
-                c, last, aligned,
-                [&](int x) QZRCFA_LAMBDA_INLINE {
-                    return ((x - c) & 1) == int(green_first) ? laplacian_sweep_block<P, 0>(in, x) : laplacian_sweep_block<P, 1>(in, x);
-                },
-                store_block);
-        }
-        return green_first ? blocks.template operator()<1>() : blocks.template operator()<0>();
+        if (crossed) return red ? by_site.template operator()<true, true>() : by_site.template operator()<true, false>();
+        return red ? by_site.template operator()<false, true>() : by_site.template operator()<false, false>();
     });
 }
 
@@ -586,6 +568,7 @@ struct RowBytes {
     Bytes left, green, right;
     QZRCFA_INLINE explicit RowBytes(const uint8_t* px)
         : left(gather<4>(px - 2)), green(gather<4>(px + kGreen)), right(gather<4>(px + 4)) {}
+    QZRCFA_INLINE RowBytes(const Bytes& left_, const Bytes& right_) : left(left_), green{}, right(right_) {}
 };
 
 // Everything one block of the four-byte colour pass reads from memory, fetched before
@@ -602,9 +585,11 @@ struct HueBlock {
     UInts blue[4] = {}, red[4] = {};  // by class
 
     QZRCFA_INLINE HueBlock(const Row<uint8_t>& row, int c, const uint8_t* px)
-        : above(px + row.up), below(px + row.down), green(gather<4>(px + kGreen)), right_bytes(gather<4>(px + 4)) {
-        const uint8_t* s = row.s + c;
-        const std::ptrdiff_t w = row.pitch;
+        : HueBlock(row.s + c, row.pitch, RowBytes(px + row.up), RowBytes(px + row.down), gather<4>(px + kGreen), gather<4>(px + 4)) {}
+
+    QZRCFA_INLINE HueBlock(const uint8_t* s, std::ptrdiff_t w, const RowBytes& above_, const RowBytes& below_, const Bytes& green_,
+                           const Bytes& right_bytes_)
+        : above(above_), below(below_), green(green_), right_bytes(right_bytes_) {
         up_left = load<Bytes>(s - w - 1), up = load<Bytes>(s - w), up_right = load<Bytes>(s - w + 1);
         left = load<Bytes>(s - 1), mid = load<Bytes>(s), right = load<Bytes>(s + 1);
         down_left = load<Bytes>(s + w - 1), down = load<Bytes>(s + w), down_right = load<Bytes>(s + w + 1);
@@ -626,9 +611,15 @@ struct HueBlock {
     // bytes of the block's pixels as the reference order reads them.
     template <int J>
     QZRCFA_INLINE void green_site(Site site, Saturation form, const Bytes& left_bytes) {
+        green_site<J>(site, form, left_bytes, class_floats<J>(up) / class_floats<J>(above.green),
+                      class_floats<J>(down) / class_floats<J>(below.green));
+    }
+
+    // The same with the quotients of the vertical estimate given.
+    template <int J>
+    QZRCFA_INLINE void green_site(Site site, Saturation form, const Bytes& left_bytes, const Floats& over_up, const Floats& over_down) {
         const Floats half_g = class_floats<J>(green) * 0.5f;
-        const UInts vertical =
-            to_bytes((class_floats<J>(up) / class_floats<J>(above.green) + class_floats<J>(down) / class_floats<J>(below.green)) * half_g, form);
+        const UInts vertical = to_bytes((over_up + over_down) * half_g, form);
         const UInts horizontal =
             to_bytes((class_floats<J>(left) / class_floats<J>(left_bytes) + class_floats<J>(right) / class_floats<J>(right_bytes)) * half_g, form);
         blue[J] = site == Site::GreenOnRed ? vertical : horizontal;
@@ -661,6 +652,25 @@ struct HueBlock {
 // result, without the divider where the layer has a faster sequence.
 constexpr int kChunkBlocks = 8;
 
+// Quotients of a row by class, q[J][1 + i] that of column 4 i + J from the row's first,
+// q[3][0] that of the column before, q[0][1 + n / 4] that of the column after its n.
+// Lanes from offset i: the quotients of columns 4 i + J - 1, 4 i + J and 4 i + J + 1.
+struct QuotientView {
+    const float* q[4];
+    template <int J>
+    QZRCFA_INLINE Floats before(int i) const {
+        return J == 0 ? load<Floats>(q[3] + i) : load<Floats>(q[J - 1] + 1 + i);
+    }
+    template <int J>
+    QZRCFA_INLINE Floats at(int i) const {
+        return load<Floats>(q[J] + 1 + i);
+    }
+    template <int J>
+    QZRCFA_INLINE Floats after(int i) const {
+        return J == 3 ? load<Floats>(q[0] + 2 + i) : load<Floats>(q[J + 1] + 1 + i);
+    }
+};
+
 struct Quotients {
     // q[J][1 + i] is the quotient of pixel 4 i + J of the chunk; q[3][0] is that of the
     // pixel before the chunk, q[0][1 + n / 4] that of the pixel after its n pixels.
@@ -683,76 +693,85 @@ struct Quotients {
         if (classes & 1) q[0][1 + blocks * kQuarter] = one(x + blocks * kLanes);
     }
 
-    // Lanes i of block b: the quotients of pixels 4 i + J - 1, 4 i + J and 4 i + J + 1.
-    template <int J>
-    QZRCFA_INLINE Floats before(int b) const {
-        return J == 0 ? load<Floats>(&q[3][b * kQuarter]) : load<Floats>(&q[J - 1][1 + b * kQuarter]);
-    }
-    template <int J>
-    QZRCFA_INLINE Floats at(int b) const {
-        return load<Floats>(&q[J][1 + b * kQuarter]);
-    }
-    template <int J>
-    QZRCFA_INLINE Floats after(int b) const {
-        return J == 3 ? load<Floats>(&q[0][2 + b * kQuarter]) : load<Floats>(&q[J + 1][1 + b * kQuarter]);
-    }
+    QZRCFA_INLINE QuotientView view() const { return {{q[0], q[1], q[2], q[3]}}; }
 };
 
-// One chunk; D is the parity (from x) of the red and blue sites, or 2 where every site
-// of the row takes the diagonal formulas.
-template <int D>
-QZRCFA_INLINE void smooth_hue_chunk3(const Row<uint8_t>& row, const SmoothHueRule& rule, const PixelMask<3>& mask, int x, int blocks) {
-    constexpr unsigned odd = 0b1010, even = 0b0101;
-    constexpr unsigned around = D == 2 ? 0b1111 : D == 0 ? odd : even;  // read above and below
-    constexpr unsigned beside = D == 2 ? 0 : D == 0 ? even : odd;       // read in the row
-    const std::ptrdiff_t w = row.pitch;
-    const uint8_t* d = row.d;
-    Quotients up, down, here;
-    up.compute(row.s - w, d + row.up, x, blocks, around);
-    down.compute(row.s + w, d + row.down, x, blocks, around);
-    if constexpr (beside != 0) here.compute(row.s, d, x, blocks, beside);
-    Site site[4];
+// The sites of the four classes of a row's blocks that start at column x, as the rule
+// takes them.
+QZRCFA_INLINE void class_sites(const Row<uint8_t>& row, const SmoothHueRule& rule, int x, Site (&site)[4]) {
     for (int j = 0; j < 4; ++j) {
         site[j] = row.phase.site(x + j);
         if (site[j] == Site::GreenOnBlue) site[j] = rule.green_on_blue_as;
     }
-    const Saturation form = rule.saturation;
+}
+
+// A block's estimates, by class, from the quotients of the rows above and below and of
+// its own row, at offset i of their arrays; D is the parity (from the block's first
+// column) of the red and blue sites, or 2 where every site takes the diagonal formulas.
+template <int D>
+QZRCFA_INLINE void smooth_hue_estimates3(const Site (&site)[4], Saturation form, const QuotientView& up, const QuotientView& down,
+                                         const QuotientView& here, int i, const Bytes& green, const Bytes& mid, UInts (&blue)[4],
+                                         UInts (&red)[4]) {
+    const auto estimate = [&]<int J>() QZRCFA_LAMBDA_INLINE {
+        if constexpr (D == 2 || (J & 1) == D) {
+            const Floats sum = ((up.before<J>(i) + up.after<J>(i)) + down.before<J>(i)) + down.after<J>(i);
+            const UInts value = to_bytes(sum * (class_floats<J>(green) * 0.25f), form);
+            const UInts own = class_lanes<J>(mid);
+            blue[J] = site[J] == Site::Red ? value : own;
+            red[J] = site[J] == Site::Red ? own : value;
+        } else {
+            const Floats half_g = class_floats<J>(green) * 0.5f;
+            const UInts vertical = to_bytes((up.at<J>(i) + down.at<J>(i)) * half_g, form);
+            const UInts horizontal = to_bytes((here.before<J>(i) + here.after<J>(i)) * half_g, form);
+            blue[J] = site[J] == Site::GreenOnRed ? vertical : horizontal;
+            red[J] = site[J] == Site::GreenOnRed ? horizontal : vertical;
+        }
+    };
+    estimate.template operator()<0>();
+    estimate.template operator()<1>();
+    estimate.template operator()<2>();
+    estimate.template operator()<3>();
+}
+
+// The classes whose quotients the estimates of a row read in the rows around it
+// (`around`) and in the row itself (`beside`), a bit per class.
+constexpr unsigned around_classes(int D) { return D == 2 ? 0b1111 : D == 0 ? 0b1010 : 0b0101; }
+constexpr unsigned beside_classes(int D) { return D == 2 ? 0 : D == 0 ? 0b0101 : 0b1010; }
+
+// One chunk; D as for smooth_hue_estimates3.
+template <int D>
+QZRCFA_INLINE void smooth_hue_chunk3(const Row<uint8_t>& row, const SmoothHueRule& rule, const PixelMask<3>& mask, int x, int blocks) {
+    const std::ptrdiff_t w = row.pitch;
+    const uint8_t* d = row.d;
+    Quotients up, down, here;
+    up.compute(row.s - w, d + row.up, x, blocks, around_classes(D));
+    down.compute(row.s + w, d + row.down, x, blocks, around_classes(D));
+    if constexpr (beside_classes(D) != 0) here.compute(row.s, d, x, blocks, beside_classes(D));
+    Site site[4];
+    class_sites(row, rule, x, site);
     for (int b = 0; b < blocks; ++b) {
         const int at = x + b * kLanes;
         uint8_t* px = row.d + std::ptrdiff_t(at) * 3;
-        const Bytes green = gather<3>(px + kGreen), mid = load<Bytes>(row.s + at);
         UInts blue[4], red[4];
-        const auto estimate = [&]<int J>() QZRCFA_LAMBDA_INLINE {
-            if constexpr (D == 2 || (J & 1) == D) {
-                const Floats sum = ((up.before<J>(b) + up.after<J>(b)) + down.before<J>(b)) + down.after<J>(b);
-                const UInts value = to_bytes(sum * (class_floats<J>(green) * 0.25f), form);
-                const UInts own = class_lanes<J>(mid);
-                blue[J] = site[J] == Site::Red ? value : own;
-                red[J] = site[J] == Site::Red ? own : value;
-            } else {
-                const Floats half_g = class_floats<J>(green) * 0.5f;
-                const UInts vertical = to_bytes((up.at<J>(b) + down.at<J>(b)) * half_g, form);
-                const UInts horizontal = to_bytes((here.before<J>(b) + here.after<J>(b)) * half_g, form);
-                blue[J] = site[J] == Site::GreenOnRed ? vertical : horizontal;
-                red[J] = site[J] == Site::GreenOnRed ? horizontal : vertical;
-            }
-        };
-        estimate.template operator()<0>();
-        estimate.template operator()<1>();
-        estimate.template operator()<2>();
-        estimate.template operator()<3>();
+        smooth_hue_estimates3<D>(site, rule.saturation, up.view(), down.view(), here.view(), b * kQuarter, gather<3>(px + kGreen),
+                                 load<Bytes>(row.s + at), blue, red);
         store_masked<3>(px, join_classes(blue), Bytes{}, join_classes(red), mask);
     }
+}
+
+// The parity D (smooth_hue_estimates3) of the blocks of a row that start at column x.
+QZRCFA_INLINE int site_parity(const Row<uint8_t>& row, const SmoothHueRule& rule, int x) {
+    if (!is_green(rule.green_on_blue_as) && row.phase.colour == kBlue) return 2;
+    return is_green(row.phase.site(x + 1)) ? 0 : 1;
 }
 
 int smooth_hue_colour3(const Row<uint8_t>& row, const SmoothHueRule& rule, int c) {
     const PixelMask<3> mask = pixel_mask<3>(~Bytes{}, Bytes{}, ~Bytes{});
     const auto chunk = [&](int x, int blocks) {
-        const bool green0 = is_green(row.phase.site(x)), green1 = is_green(row.phase.site(x + 1));
-        const bool all_diagonal = !is_green(rule.green_on_blue_as) && row.phase.colour == kBlue;
-        if (all_diagonal) smooth_hue_chunk3<2>(row, rule, mask, x, blocks);
-        else if (green1) smooth_hue_chunk3<0>(row, rule, mask, x, blocks);
-        else if (green0) smooth_hue_chunk3<1>(row, rule, mask, x, blocks);
+        const int D = site_parity(row, rule, x);
+        if (D == 2) smooth_hue_chunk3<2>(row, rule, mask, x, blocks);
+        else if (D == 0) smooth_hue_chunk3<0>(row, rule, mask, x, blocks);
+        else smooth_hue_chunk3<1>(row, rule, mask, x, blocks);
     };
     int x = c;
     while (row.c_last + 1 - x >= kLanes) {
@@ -799,6 +818,138 @@ int smooth_hue_colour_wide(const Row<uint8_t>& row, const SmoothHueRule& rule, i
         store_masked<4>(px, join_classes(b.blue), Bytes{}, before, mask);
     }
     return x;
+}
+
+// Smooth hue's sweep (driver/frame.h). The first pass: a row's greens, its quotients
+// (those the second pass divides by in the rows around: of its red and blue sites, and
+// of every site in the rows next to a row whose sites all take the diagonal formulas),
+// and with four-byte pixels its left and right bytes as the output holds them, which
+// its first pass does not write. Quotients are taken from the pixel layer's quotient(),
+// one per site, instead of three.
+int smooth_hue_ring_wide(const Row<uint8_t>& row, const SmoothHueRule& rule, const RingRow& ring, int c) {
+    const int first = c + 1, n = row.c_last - c - 1;  // the core's columns, a multiple of four
+    if (n < kLanes || n % 4 != 0 || first != ring.first) return c;
+    const uint8_t* src = row.s;
+    const std::ptrdiff_t w = row.pitch;
+    uint8_t* const greens = ring.greens;
+    const GreenLanes lanes(row, c);
+    run_blocks<kLanes>(
+        c, row.c_last, -1,
+        [&](int x) QZRCFA_LAMBDA_INLINE {
+            const uint8_t* s = src + x;
+            return select(lanes.at(x - c), load<Bytes>(s), mean4(load<Bytes>(s + 1), load<Bytes>(s - 1), load<Bytes>(s - w), load<Bytes>(s + w)));
+        },
+        [&](const Bytes& g, int x, bool) QZRCFA_LAMBDA_INLINE { store(greens + x, g); });
+    const int D = is_green(row.phase.site(first + 1)) ? 0 : 1;
+    const bool all = !is_green(rule.green_on_blue_as) && row.phase.colour == kRed;
+    const unsigned classes = all ? 0b1111 : beside_classes(D);
+    float* const* q = ring.quotients;
+    const auto quotients = [&](int x) {
+        const Bytes m = load<Bytes>(src + x), g = load<Bytes>(greens + x);
+        const int i = 1 + (x - first) / 4;
+        if (classes & 1) store(q[0] + i, quotient(class_floats<0>(m), class_floats<0>(g)));
+        if (classes & 2) store(q[1] + i, quotient(class_floats<1>(m), class_floats<1>(g)));
+        if (classes & 4) store(q[2] + i, quotient(class_floats<2>(m), class_floats<2>(g)));
+        if (classes & 8) store(q[3] + i, quotient(class_floats<3>(m), class_floats<3>(g)));
+    };
+    int x = first;
+    for (; x + kLanes <= first + n; x += kLanes) quotients(x);
+    if (x < first + n) quotients(first + n - kLanes);
+    q[3][0] = float(src[c]) / float(greens[c]);
+    q[0][1 + n / 4] = float(src[row.c_last]) / float(greens[row.c_last]);
+    if (ring.left != nullptr) {
+        uint8_t* const d = row.d;
+        uint8_t *const left = ring.left, *const right = ring.right;
+        run_blocks<kLanes>(
+            first, first + n - 1, -1,
+            [&](int x) QZRCFA_LAMBDA_INLINE {
+                const uint8_t* px = d + std::ptrdiff_t(x) * 4;
+                return RowBytes(gather<4>(px - 2), gather<4>(px + 4));
+            },
+            [&](const RowBytes& v, int x, bool) QZRCFA_LAMBDA_INLINE {
+                store(left + x, v.left);
+                store(right + x, v.right);
+            });
+    }
+    return row.c_last + 1;
+}
+
+// The second pass, whole pixels: with three-byte pixels every quotient from the ring;
+// with four, the left and right bytes of the row above (where the second pass is done)
+// gathered from the output, those of the row below and the right bytes of the row
+// itself from the ring, and its left bytes from the red elements the row computes, as
+// the unswept pass reads them (smooth_hue_colour_wide). The fourth element keeps what
+// it holds.
+template <int D>
+QZRCFA_INLINE int smooth_hue_sweep3(const Row<uint8_t>& row, const SmoothHueRule& rule, const RingRow* ring, int c) {
+    Site site[4];
+    class_sites(row, rule, c, site);
+    const Saturation form = rule.saturation;
+    const QuotientView up{{ring[0].quotients[0], ring[0].quotients[1], ring[0].quotients[2], ring[0].quotients[3]}};
+    const QuotientView here{{ring[1].quotients[0], ring[1].quotients[1], ring[1].quotients[2], ring[1].quotients[3]}};
+    const QuotientView down{{ring[2].quotients[0], ring[2].quotients[1], ring[2].quotients[2], ring[2].quotients[3]}};
+    const uint8_t* src = row.s;
+    const uint8_t* greens = ring[1].greens;
+    uint8_t* const d = row.d;
+    return run_blocks<kLanes>(
+        c, row.c_last, -1,
+        [&](int x) QZRCFA_LAMBDA_INLINE {
+            const Bytes green = load<Bytes>(greens + x), mid = load<Bytes>(src + x);
+            UInts blue[4], red[4];
+            smooth_hue_estimates3<D>(site, form, up, down, here, (x - c) / 4, green, mid, blue, red);
+            return Planes<Bytes>{join_classes(blue), green, join_classes(red)};
+        },
+        [&](const Planes<Bytes>& p, int x, bool) QZRCFA_LAMBDA_INLINE { store_pixels<3>(d + std::ptrdiff_t(x) * 3, p.blue, p.green, p.red, false); });
+}
+
+int smooth_hue_sweep4(const Row<uint8_t>& row, const SmoothHueRule& rule, const RingRow* ring, int c) {
+    Site site[2] = {row.phase.site(c), row.phase.site(c + 1)};
+    for (Site& k : site)
+        if (k == Site::GreenOnBlue) k = rule.green_on_blue_as;
+    const int green = is_green(site[0]) ? 0 : is_green(site[1]) ? 1 : -1;
+    const Saturation form = rule.saturation;
+    const QuotientView up{{ring[0].quotients[0], ring[0].quotients[1], ring[0].quotients[2], ring[0].quotients[3]}};
+    const QuotientView down{{ring[2].quotients[0], ring[2].quotients[1], ring[2].quotients[2], ring[2].quotients[3]}};
+    const uint8_t* src = row.s;
+    const std::ptrdiff_t w = row.pitch, above = row.up;
+    const uint8_t *greens = ring[1].greens, *right_bytes = ring[1].right, *below_left = ring[2].left, *below_right = ring[2].right;
+    uint8_t* const d = row.d;
+    const int last = row.c_last;
+    // Blocks are stored before the next is computed: the first pixel's left byte is the
+    // red element stored just before it, in the block before or left of the core.
+    const auto block = [&](int x) QZRCFA_LAMBDA_INLINE {
+        uint8_t* px = d + std::ptrdiff_t(x) * 4;
+        HueBlock b(src + x, w, RowBytes(gather<4>(px + above - 2), gather<4>(px + above + 4)),
+                   RowBytes(load<Bytes>(below_left + x), load<Bytes>(below_right + x)),
+                   load<Bytes>(greens + x), load<Bytes>(right_bytes + x));
+        if (green != 0) b.diagonals<0>(site[0], form);
+        if (green != 1) b.diagonals<1>(site[1], form);
+        if (green >= 0) {
+            Bytes before{};
+            before[kLanes - 1] = px[-2];
+            const Bytes left_bytes = shift_in(before, join_classes(b.red), std::make_index_sequence<kLanes>());
+            const int i = (x - c) / 4;
+            const auto greens_of = [&]<int J>() QZRCFA_LAMBDA_INLINE {
+                b.green_site<J>(site[J & 1], form, left_bytes, up.at<J>(i), down.at<J>(i));
+            };
+            if (green == 0) greens_of.template operator()<0>(), greens_of.template operator()<2>();
+            else greens_of.template operator()<1>(), greens_of.template operator()<3>();
+        }
+        store_pixels<4>(px, join_classes(b.blue), b.green, join_classes(b.red), false);
+    };
+    int x = c;
+    for (; x + kLanes - 1 <= last; x += kLanes) block(x);
+    if (x <= last) block(last - kLanes + 1);
+    return last + 1;
+}
+
+int smooth_hue_sweep_wide(const Row<uint8_t>& row, const SmoothHueRule& rule, const RingRow* ring, int c) {
+    const int n = row.c_last - c + 1;
+    if (n < kLanes || n % 4 != 0 || c != ring[1].first) return c;
+    if (row.stride == 4) return smooth_hue_sweep4(row, rule, ring, c);
+    if (row.stride != 3) return c;
+    const int D = site_parity(row, rule, c);
+    return D == 2 ? smooth_hue_sweep3<2>(row, rule, ring, c) : D == 0 ? smooth_hue_sweep3<0>(row, rule, ring, c) : smooth_hue_sweep3<1>(row, rule, ring, c);
 }
 
 // ---------------------------------------------------------------------------------
@@ -1072,6 +1223,8 @@ constexpr KernelSet kKernelSet = {
     .smooth_hue_colour = smooth_hue_colour_wide,
     .laplacian_greens = laplacian_greens_wide,
     .laplacian_sweep = laplacian_sweep_wide,
+    .smooth_hue_ring = smooth_hue_ring_wide,
+    .smooth_hue_sweep = smooth_hue_sweep_wide,
     .lanes = kLanes,
     .gbri = {gbri_samples<uint8_t>, gbri_samples<uint16_t>, gbri_vertical, gbri_horizontal, gbri_across, gbri_along,
              gbri_columns5, gbri_row5, gbri_green, gbri_laplacians, gbri_model, gbri_means, gbri_pixels<uint8_t>,

@@ -45,22 +45,37 @@ struct Row {
 template <class T, class Params>
 using ColumnKernel = int (*)(const Row<T>& row, const Params& params, int c);
 
-// A two-pass member's sweep (driver/frame.h) keeps the greens its first pass computes
-// in a ring of a few rows, one byte per column, instead of reading them back out of the
-// output's pixels, and its second pass writes each pixel once, whole. Ring rows are
-// indexed by column: greens[c] is column c's green.
-//
-// The first pass's greens of raw row row.r, columns c .. row.c_last, into greens; no
-// output is written. A kernel takes the whole range or leaves all of it (returns c).
+// A two-pass member's sweep (driver/frame.h) keeps what its first pass computes for a
+// raw row, and its second pass reads in that row and the rows around it, in a ring of a
+// few rows, one element per column, instead of reading it back out of the output's
+// pixels; its second pass writes each pixel once, whole. Columns c .. c_last of a row:
+struct RingRow {
+    std::uint8_t* greens;  // greens[c]: the first pass's green
+    // Smooth hue: the quotients sample / green the second pass divides by, by class of
+    // column: quotients[j][1 + i] is that of column first + 4 i + j, quotients[3][0]
+    // that of column first - 1 and quotients[0][1 + (c_last - first + 1) / 4] that of
+    // column c_last + 1. Null for the other families.
+    float* quotients[4];
+    int first;
+    // Smooth hue, four-byte pixels: the bytes two before and four after each pixel (the
+    // red of the pixel before, the blue of the pixel after) as the first pass leaves
+    // them, left[c] and right[c]. Null otherwise.
+    std::uint8_t* left;
+    std::uint8_t* right;
+};
+
+// The first pass of raw row row.r, columns c .. row.c_last, into the ring row; no output
+// is written. A kernel takes the whole range or leaves all of it (returns c).
 template <class Params>
-using GreensKernel = int (*)(const Row<std::uint8_t>& row, const Params& params, std::uint8_t* greens, int c);
+using GreensKernel = int (*)(const Row<std::uint8_t>& row, const Params& params, const RingRow& ring, int c);
 
 // The second pass of raw row row.r over columns c .. row.c_last, from the ring rows of
-// raw rows r - 1, r and r + 1 (greens[0 .. 2]), as whole pixels. Every byte it reads in
-// the output and every green it reads lies inside the region the first pass covers
-// whole (the 255 pre-fill fused, where the member has one). Whole range or nothing.
+// raw rows r - 1, r and r + 1 (ring[0 .. 2]), as whole pixels. Every byte it reads in the
+// output, and every element of the ring, was computed by the first pass or lies inside
+// the region the first pass covers whole (the 255 pre-fill fused, where the member has
+// one). Whole range or nothing.
 template <class Params>
-using SweepKernel = int (*)(const Row<std::uint8_t>& row, const Params& params, const std::uint8_t* const* greens, int c);
+using SweepKernel = int (*)(const Row<std::uint8_t>& row, const Params& params, const RingRow* ring, int c);
 
 // Grey and bilinear have nothing per member; each its own type, so that no kernel of one
 // can stand in another's slot.
@@ -249,6 +264,8 @@ struct KernelSet {
     // other), and the columns of one block, below which a sweep is not worth its ring.
     GreensKernel<LaplacianParams> laplacian_greens = nullptr;
     SweepKernel<LaplacianParams> laplacian_sweep = nullptr;
+    GreensKernel<SmoothHueRule> smooth_hue_ring = nullptr;
+    SweepKernel<SmoothHueRule> smooth_hue_sweep = nullptr;
     int lanes = 1;
     std::array<GbriKernel, kGbriPasses> gbri = gbri_leave_all_passes();
     GeneralKernels general;
