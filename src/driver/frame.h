@@ -122,6 +122,7 @@ struct Frame {
         row.height = height;
         row.fill255 = fill255;
         row.stream = stream;
+        row.fetch = (descending() ? -1 : 1) * (m.passes[0].margin + 1) * pitches.src;
         return row;
     }
 

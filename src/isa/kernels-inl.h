@@ -46,6 +46,14 @@ QZRCFA_INLINE void fetch_ahead(const uint8_t* out) {
     for (int k = 0; k < P; ++k) __builtin_prefetch(out + kStoreAhead + 64 * k, 1);
 }
 
+// The samples of the raw row the walk reads next (Row::fetch), from column x on: a walk
+// from the last row up leaves the processor's prefetchers behind (nearest neighbour's
+// bottom-up 4000 x 3000 frames, three-byte pixels, took 2.2 ms without, 1.6 with).
+template <class T>
+QZRCFA_INLINE void fetch_samples(const Row<T>& row, int x) {
+    __builtin_prefetch(row.s + x + row.fetch);
+}
+
 // Blocks of N columns over [first, last], which holds at least one block. compute(x)
 // loads and computes the block at column x, store(value, x, stream) writes it. The
 // blocks start at `first`, then every N columns (from `aligned` on instead, streaming,
@@ -124,7 +132,11 @@ int nearest8_columns(const Row<uint8_t>& row, const NearestForm& form, int c) {
         const Row<uint8_t> r = row;
         return run_blocks<kLanes>(
             c, r.c_last, streaming_start<P>(r.d, c, r.stream && (P == 3 || r.fill255)),
-            [&](int x) QZRCFA_LAMBDA_INLINE { return nearest_block(r, form, x, green.at(x - c)); }, pixel_store<P>(r.d, r.fill255));
+            [&](int x) QZRCFA_LAMBDA_INLINE {
+                fetch_samples(r, x);
+                return nearest_block(r, form, x, green.at(x - c));
+            },
+            pixel_store<P>(r.d, r.fill255));
     });
 }
 
@@ -135,7 +147,11 @@ int nearest16_columns(const Row<uint16_t>& row, const NearestForm& form, int c) 
         const Words green = green_lanes<Words>(row, c);
         const Row<uint16_t> r = row;
         return run_blocks<n>(
-            c, r.c_last, -1, [&](int x) QZRCFA_LAMBDA_INLINE { return nearest_block(r, form, x, green); },
+            c, r.c_last, -1,
+            [&](int x) QZRCFA_LAMBDA_INLINE {
+                fetch_samples(r, x);
+                return nearest_block(r, form, x, green);
+            },
             [&](const Planes<Words>& p, int x, bool) QZRCFA_LAMBDA_INLINE {
                 store_pixels16<P>(r.d + std::ptrdiff_t(x) * P, p.blue, p.green, p.red);
             });
@@ -181,7 +197,11 @@ int bilinear_wide(const Row<uint8_t>& row, const BilinearParams&, int c) {
         const Row<uint8_t> r = row;
         return run_blocks<kLanes>(
             c, r.c_last, streaming_start<P>(r.d, c, r.stream && (P == 3 || r.fill255)),
-            [&](int x) QZRCFA_LAMBDA_INLINE { return bilinear_block(r, x, green.at(x - c)); }, pixel_store<P>(r.d, r.fill255));
+            [&](int x) QZRCFA_LAMBDA_INLINE {
+                fetch_samples(r, x);
+                return bilinear_block(r, x, green.at(x - c));
+            },
+            pixel_store<P>(r.d, r.fill255));
     });
 }
 
@@ -235,7 +255,10 @@ int edge_sensing_wide(const Row<uint8_t>& row, const EdgeSensingRule& rule, int 
         const Row<uint8_t> r = row;
         return run_blocks<kLanes>(
             first, last, streaming_start<P>(r.d, first, r.stream && (P == 3 || r.fill255)),
-            [&](int x) QZRCFA_LAMBDA_INLINE { return edge_sensing_block(r, rule, x, green.at(x - first)); },
+            [&](int x) QZRCFA_LAMBDA_INLINE {
+                fetch_samples(r, x);
+                return edge_sensing_block(r, rule, x, green.at(x - first));
+            },
             pixel_store<P>(r.d, r.fill255));
     });
 }
@@ -416,7 +439,11 @@ int laplacian_greens_wide(const Row<uint8_t>& row, const LaplacianParams&, const
     uint8_t* const greens = ring.greens;
     const auto blocks = [&]<int SiteByte>() {
         return run_blocks<kLanes>(
-            c, row.c_last, -1, [&](int x) QZRCFA_LAMBDA_INLINE { return laplacian_greens<SiteByte>(src + x, w, load<Bytes>(src + x)); },
+            c, row.c_last, -1,
+            [&](int x) QZRCFA_LAMBDA_INLINE {
+                fetch_samples(row, x);
+                return laplacian_greens<SiteByte>(src + x, w, load<Bytes>(src + x));
+            },
             [&](const Bytes& v, int x, bool) QZRCFA_LAMBDA_INLINE { store(greens + x, v); });
     };
     return row.phase.green_at(c) ? blocks.template operator()<1>() : blocks.template operator()<0>();
@@ -853,6 +880,7 @@ int smooth_hue_ring_wide(const Row<uint8_t>& row, const SmoothHueRule& rule, con
         c, row.c_last, -1,
         [&](int x) QZRCFA_LAMBDA_INLINE {
             const uint8_t* s = src + x;
+            fetch_samples(row, x);
             return select(lanes.at(x - c), load<Bytes>(s), mean4(load<Bytes>(s + 1), load<Bytes>(s - 1), load<Bytes>(s - w), load<Bytes>(s + w)));
         },
         [&](const Bytes& g, int x, bool) QZRCFA_LAMBDA_INLINE { store(greens + x, g); });

@@ -39,6 +39,8 @@ struct Row {
                             // method leaves alone (the 255 pre-fill, fused into the row)
     bool stream;            // whole pixels may be stored past the cache: nothing reads this
                             // row back during the call, and the output outgrows the cache
+    std::ptrdiff_t fetch;   // elements from s to the raw row the walk reads next, whose
+                            // samples a kernel may fetch into the cache ahead (0: none)
 };
 
 // Computes columns c .. (returned column) - 1 of the row.
