@@ -75,7 +75,7 @@ TEST(Parallel, EveryColourMemberGivesTheBytesOfOneCall) {
     expect_same_bytes<std::uint8_t>({Method::NearestNeighbor, Method::Bilinear, Method::EdgeSensing1, Method::EdgeSensing2,
                                      Method::Laplacian, Method::Laplacian2, Method::SmoothHue, Method::Gbri},
                                     {Format::Bgr24, Format::Bgra32}, 601);
-    // Four-byte pixels of the two-pass methods on rows wide enough for their wavefront.
+    // Four-byte pixels of the two-pass methods on rows wide enough for bands of columns.
     expect_same_bytes<std::uint8_t>({Method::Laplacian, Method::Laplacian2, Method::SmoothHue}, {Format::Bgra32}, 2113, {131, 134});
 }
 

@@ -71,6 +71,17 @@ void plan_sweep(Frame<T, Params>& f, bool own_border) {
     const Region whole = f.fused ? f.covered
                                  : Region{std::max(a.r0, b.r0), std::min(a.r1, b.r1), std::max(a.c0, b.c0), std::min(a.c1, b.c1)};
     Region core{whole.r0 + 1, whole.r1 - 1, whole.c0 + 1, whole.c1 - 1};
+    // With four-byte pixels the second pass of a red or blue site reads, of all the other
+    // colours the row above computed, only that of one diagonal neighbour: in blue rows
+    // the site to the right (red rows' site c + 1 feeds blue rows' site c), in red rows the
+    // site to the left. So the columns fall into pairs, a blue rows' site and the red rows'
+    // site to its right, whose other colours depend on no other columns; the core begins
+    // with a pair, so that columns of pairs may run apart (schedules.h).
+    if (f.stride == 4 && m.sweep.others) {
+        const int blue_row = row_phase(m.pattern, 0).colour == kBlue ? 0 : 1;
+        const int blue_sites = row_phase(m.pattern, blue_row).green_even ? 1 : 0;  // their column parity
+        core.c0 += (core.c0 - blue_sites) & 1;
+    }
     core.c1 -= (core.c1 - core.c0 + 1) & 3;
     if (core.r0 > core.r1 || core.c1 - core.c0 + 1 < f.kernels.lanes) return;
     f.sweep = true;

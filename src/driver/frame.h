@@ -60,6 +60,7 @@ struct SweepSlots {
     SweepKernel<Params> KernelSet::*colour = nullptr;
     bool quotients = false;  // the ring holds quotients (RingRow)
     bool bytes = false;      // and, with four-byte pixels, the bytes around each pixel
+    bool others = false;     // or, with four-byte pixels, the other colour of the sites
 };
 
 // Everything the driver needs to know about one colour member.
@@ -122,7 +123,9 @@ struct Frame {
         row.height = height;
         row.fill255 = fill255;
         row.stream = stream;
-        row.fetch = (descending() ? -1 : 1) * (m.passes[0].margin + 1) * pitches.src;
+        const int next = descending() ? -1 : 1;  // the walk's next raw row
+        row.fetch = next * (m.passes[0].margin + 1) * pitches.src;
+        row.ahead = next > 0 ? row.down : row.up;
         return row;
     }
 
@@ -220,66 +223,117 @@ struct Frame {
     // several threads, other bands read them (schedules.h). Returns false, having done
     // nothing, when the rows r_begin .. r_end - 1 hold no core row.
     bool sweep_rows(int r_begin, int r_end, int done_a, int done_b) const {
-        if constexpr (!std::is_same_v<T, std::uint8_t>) {
-            return false;
-        } else {
-            const int k0 = std::max(core.r0, r_begin + 1), k1 = std::min(core.r1, r_end - 2);
-            if (k0 > k1) return false;
-            const Region a = pass_region(m.passes[0]), b = pass_region(m.passes[1]);
-            // Ring rows hold columns core.c0 - 1 .. core.c1 + 1, with room on both sides
-            // for the loads of a block that reach past its columns.
-            constexpr int kPad = 128;
-            const std::ptrdiff_t bytes_row = std::ptrdiff_t(width) + 2 * kPad;
-            const std::ptrdiff_t class_row = (core.c1 - core.c0 + 1) / 4 + 2 + kPad / 4;
-            const int planes = 1 + (m.sweep.bytes && stride == 4 ? 2 : 0);
-            const std::ptrdiff_t ring_row = planes * bytes_row + (m.sweep.quotients ? 4 * class_row * std::ptrdiff_t(sizeof(float)) : 0);
-            const std::unique_ptr<std::uint8_t[]> ring(new std::uint8_t[std::size_t(4 * ring_row)]);
-            auto ring_at = [&](int q) {
-                std::uint8_t* base = ring.get() + (q & 3) * ring_row;
-                RingRow row{base + kPad, {}, core.c0, nullptr, nullptr};
-                if (planes == 3) row.left = base + bytes_row + kPad, row.right = base + 2 * bytes_row + kPad;
-                if (m.sweep.quotients)
-                    for (int j = 0; j < 4; ++j) row.quotients[j] = reinterpret_cast<float*>(base + planes * bytes_row) + j * class_row;
-                return row;
-            };
-            auto first_pass = [&](int q) {
-                if (q != done_a && q != done_b) {
-                    if (q > k0 && q < k1) {
-                        run_part(0, q, 0, core.c0);
-                        run_part(0, q, core.c1, width - 1);
-                    } else {
-                        run_row(0, q);
-                    }
-                }
-                if (q >= k0 - 1 && q <= k1 + 1)
-                    (kernels.*m.sweep.greens)(row_of(q, core.c0 - 1, core.c1 + 1, false), m.params, ring_at(q), core.c0 - 1);
-            };
-            auto second_pass = [&](int r) {
-                if (r < k0 || r > k1) return run_row(1, r);
-                run(m.passes[1], r, b.c0, core.c0 - 1, false);
-                const Row<T> row = row_of(r, core.c0, core.c1, fused);
-                const RingRow around[3] = {ring_at(r - 1), ring_at(r), ring_at(r + 1)};
-                (kernels.*m.sweep.colour)(row, m.params, around, core.c0);
-                run(m.passes[1], r, core.c1 + 1, b.c1, false);
-            };
-            const int a_begin = std::max(r_begin, a.r0), a_end = std::min(r_end, a.r1 + 1);
-            const int b_begin = std::max(r_begin, b.r0), b_end = std::min(r_end, b.r1 + 1);
-            if (descending()) {
-                int next = a_end - 1;
-                for (int r = b_end - 1; r >= b_begin; --r) {
-                    for (; next >= std::max(a_begin, r - 1); --next) first_pass(next);
-                    second_pass(r);
-                }
-                for (; next >= a_begin; --next) first_pass(next);
-            } else {
-                int next = a_begin;
-                for (int r = b_begin; r < b_end; ++r) {
-                    for (; next < std::min(a_end, r + 2); ++next) first_pass(next);
-                    second_pass(r);
-                }
-                for (; next < a_end; ++next) first_pass(next);
+        const int k0 = std::max(core.r0, r_begin + 1), k1 = std::min(core.r1, r_end - 2);
+        if (k0 > k1) return false;
+        const Span all{0, width - 1, core.c0, core.c1};
+        const Ring ring(*this, all);
+        const Region a = pass_region(m.passes[0]), b = pass_region(m.passes[1]);
+        const int a_begin = std::max(r_begin, a.r0), a_end = std::min(r_end, a.r1 + 1);
+        const int b_begin = std::max(r_begin, b.r0), b_end = std::min(r_end, b.r1 + 1);
+        auto first_pass = [&](int q) { sweep_first(q, k0, k1, all, &ring, q == done_a || q == done_b); };
+        if (descending()) {
+            int next = a_end - 1;
+            for (int r = b_end - 1; r >= b_begin; --r) {
+                for (; next >= std::max(a_begin, r - 1); --next) first_pass(next);
+                sweep_second(r, k0, k1, all, &ring);
             }
-            return true;
+            for (; next >= a_begin; --next) first_pass(next);
+        } else {
+            int next = a_begin;
+            for (int r = b_begin; r < b_end; ++r) {
+                for (; next < std::min(a_end, r + 2); ++next) first_pass(next);
+                sweep_second(r, k0, k1, all, &ring);
+            }
+            for (; next < a_end; ++next) first_pass(next);
+        }
+        return true;
+    }
+
+    // Columns x0 .. x1 of the frame, and kc0 .. kc1 of the core, that a sweep covers: all
+    // of them, or a band of them (schedules.h).
+    struct Span {
+        int x0, x1, kc0, kc1;
+    };
+
+    // The ring of a sweep over a span (RingRow): four rows, by raw row, holding columns
+    // kc0 - 1 .. kc1 + 1, with room on both sides for the loads of a block that reach
+    // past its columns.
+    class Ring {
+      public:
+        Ring(const Frame& f, const Span& span)
+            : core_(span.kc0),
+              bytes_row_(std::ptrdiff_t(f.width) + 2 * kPad),
+              class_row_((span.kc1 - span.kc0 + 1) / 4 + 2 + kPad / 4),
+              planes_(1 + (f.stride != 4 ? 0 : f.m.sweep.bytes ? 2 : f.m.sweep.others ? 1 : 0)),
+              quotients_(f.m.sweep.quotients),
+              row_(planes_ * bytes_row_ + (quotients_ ? 4 * class_row_ * std::ptrdiff_t(sizeof(float)) : 0)),
+              memory_(new std::uint8_t[std::size_t(4 * row_)]) {}
+
+        RingRow row(int q) const {
+            std::uint8_t* base = memory_.get() + (q & 3) * row_;
+            RingRow r{base + kPad, {}, core_, nullptr, nullptr, nullptr};
+            if (planes_ == 3) r.left = base + bytes_row_ + kPad, r.right = base + 2 * bytes_row_ + kPad;
+            if (planes_ == 2) r.others = base + bytes_row_ + kPad;
+            if (quotients_)
+                for (int j = 0; j < 4; ++j) r.quotients[j] = reinterpret_cast<float*>(base + planes_ * bytes_row_) + j * class_row_;
+            return r;
+        }
+
+      private:
+        static constexpr int kPad = 128;
+        int core_;
+        std::ptrdiff_t bytes_row_, class_row_;
+        int planes_;
+        bool quotients_;
+        std::ptrdiff_t row_;
+        std::unique_ptr<std::uint8_t[]> memory_;
+    };
+
+    // The first pass of raw row q in a sweep whose core rows are k0 .. k1, over the
+    // span: on the output unless `done`, and into the ring (when not null).
+    void sweep_first(int q, int k0, int k1, const Span& span, const Ring* ring, bool done) const {
+        if (!done) {
+            if (q > k0 && q < k1) {
+                if (span.x0 == 0) run_part(0, q, 0, core.c0);
+                if (span.x1 == width - 1) run_part(0, q, core.c1, width - 1);
+            } else {
+                run_part(0, q, span.x0, span.x1);
+            }
+        }
+        if constexpr (std::is_same_v<T, std::uint8_t>) {
+            if (ring != nullptr && q >= k0 - 1 && q <= k1 + 1)
+                (kernels.*m.sweep.greens)(row_of(q, span.kc0 - 1, span.kc1 + 1, false), m.params, ring->row(q), span.kc0 - 1);
+        }
+    }
+
+    // The other colours of row r's columns c0 .. c1 into its ring row (RingRow::others),
+    // as the passes around the core leave them in the output.
+    void keep_others(const Ring& ring, int r, int c0, int c1) const {
+        const RingRow row = ring.row(r);
+        if (row.others == nullptr) return;
+        const T* out = dst + std::ptrdiff_t(output_row(r, height, m.flip)) * pitches.dst + row_phase(m.pattern, r).other();
+        for (int c = c0; c <= c1; ++c) row.others[c] = std::uint8_t(out[std::ptrdiff_t(c) * stride]);
+    }
+
+    // The second pass of raw row r in a sweep, over the span.
+    void sweep_second(int r, int k0, int k1, const Span& span, const Ring* ring) const {
+        const Region b = pass_region(m.passes[1]);
+        if (r < k0 || r > k1) {
+            run_part(1, r, span.x0, span.x1);
+            if (r == k0 - 1 && ring != nullptr) keep_others(*ring, r, span.kc0 - 1, span.kc1 + 1);
+            return;
+        }
+        if constexpr (std::is_same_v<T, std::uint8_t>) {
+            if (span.x0 == 0) {
+                run(m.passes[1], r, b.c0, core.c0 - 1, false);
+                keep_others(*ring, r, core.c0 - 1, core.c0 - 1);
+            }
+            const RingRow around[3] = {ring->row(r - 1), ring->row(r), ring->row(r + 1)};
+            (kernels.*m.sweep.colour)(row_of(r, span.kc0, span.kc1, fused), m.params, around, span.kc0);
+            if (span.x1 == width - 1) {
+                run(m.passes[1], r, core.c1 + 1, b.c1, false);
+                keep_others(*ring, r, core.c1 + 1, core.c1 + 1);
+            }
         }
     }
 };

@@ -452,14 +452,17 @@ int laplacian_greens_wide(const Row<uint8_t>& row, const LaplacianParams&, const
 // The second pass, whole pixels. The bytes it reads at fixed three-byte offsets around
 // a red or blue site are, with three-byte pixels, the greens of the diagonal
 // neighbours, and come from the ring. With four-byte pixels they are the red element
-// of the pixel before and the blue element of the pixel after: in the row above, where
-// the second pass is done, as it left them; in the row below, as its first pass leaves
-// them inside the region it covers whole, the sample (its own colour, and the interim
-// blue of a red row) and 255 (the red of a blue row). Crossed: the member crosses its
-// diagonals; Red: row r is a red row.
+// of the pixel before and the blue element of the pixel after. In the row above, where
+// the second pass is done: the sample, where the row's own colour lies there (the red
+// of a red row, the blue of a blue one), else the other colour that pass computed,
+// from the ring (RingRow::others), which the pass leaves there for the row below. In
+// the row below, as its first pass leaves them inside the region it covers whole: the
+// sample (its own colour, and the interim blue of a red row) and 255 (the red of a blue
+// row). So no byte of the output is read. Crossed: the member crosses its diagonals;
+// Red: row r is a red row.
 template <int P, int SiteByte, bool Crossed, bool Red>
 QZRCFA_INLINE Planes<Bytes> laplacian_sweep_block(const uint8_t* s, std::ptrdiff_t w, const uint8_t* g0, const uint8_t* g1,
-                                                  const uint8_t* g2, const uint8_t* above) {
+                                                  const uint8_t* g2, const uint8_t* others_above) {
     const Wide ul = colour_sites<SiteByte>(s - w - 1), ur = colour_sites<SiteByte>(s - w + 1);
     const Wide ll = colour_sites<SiteByte>(s + w - 1), lr = colour_sites<SiteByte>(s + w + 1);
     const Bytes green = load<Bytes>(g1);
@@ -469,8 +472,8 @@ QZRCFA_INLINE Planes<Bytes> laplacian_sweep_block(const uint8_t* s, std::ptrdiff
         above_left = colour_sites<SiteByte>(g0 - 1), above_right = colour_sites<SiteByte>(g0 + 1);
         below_left = colour_sites<SiteByte>(g2 - 1), below_right = colour_sites<SiteByte>(g2 + 1);
     } else {
-        above_left = colour_sites<SiteByte>((Words)gather<4>(above - 2));
-        above_right = colour_sites<SiteByte>((Words)gather<4>(above + 4));
+        above_left = Red ? colour_sites<SiteByte>(others_above - 1) : ul;
+        above_right = Red ? ur : colour_sites<SiteByte>(others_above + 1);
         below_left = Red ? Wide{} + 255 : ll;
         below_right = lr;
     }
@@ -490,15 +493,23 @@ int laplacian_sweep_blocks(const Row<uint8_t>& row, const RingRow* ring, int c) 
     const uint8_t* const s = row.s;
     const std::ptrdiff_t w = row.pitch;
     const uint8_t *const g0 = ring[0].greens, *const g1 = ring[1].greens, *const g2 = ring[2].greens;
+    const uint8_t* const others_above = ring[0].others;
+    uint8_t* const others = ring[1].others;
     uint8_t* const d = row.d;
-    const uint8_t* const above = d + row.up;
+    const std::ptrdiff_t ahead = row.ahead;
     return run_blocks<kLanes>(
         c, row.c_last, -1,
         [=](int x) QZRCFA_LAMBDA_INLINE {
-            return laplacian_sweep_block<P, SiteByte, Crossed, Red>(s + x, w, g0 + x, g1 + x, g2 + x, above + std::ptrdiff_t(x) * P);
+            return laplacian_sweep_block<P, SiteByte, Crossed, Red>(s + x, w, g0 + x, g1 + x, g2 + x, others_above + x);
         },
         [=](const Planes<Bytes>& p, int x, bool) QZRCFA_LAMBDA_INLINE {
-            fetch_ahead<P>(d + std::ptrdiff_t(x) * P);
+            if constexpr (P == 4) {
+                // The same columns of the next row: the sweep may run in bands of columns.
+                store(others + x, Red ? p.blue : p.red);
+                fetch_ahead<P>(d + ahead + std::ptrdiff_t(x) * P - kStoreAhead);
+            } else {
+                fetch_ahead<P>(d + std::ptrdiff_t(x) * P);
+            }
             store_pixels<P>(d + std::ptrdiff_t(x) * P, p.blue, p.green, p.red, true);
         });
 }

@@ -41,6 +41,7 @@ struct Row {
                             // row back during the call, and the output outgrows the cache
     std::ptrdiff_t fetch;   // elements from s to the raw row the walk reads next, whose
                             // samples a kernel may fetch into the cache ahead (0: none)
+    std::ptrdiff_t ahead;   // elements from d to the output row the walk writes next
 };
 
 // Computes columns c .. (returned column) - 1 of the row.
@@ -64,6 +65,10 @@ struct RingRow {
     // them, left[c] and right[c]. Null otherwise.
     std::uint8_t* left;
     std::uint8_t* right;
+    // The Laplacian, four-byte pixels: the other colour of each red and blue site (the
+    // blue of a red site, the red of a blue one) as the second pass leaves it, others[c].
+    // Null otherwise.
+    std::uint8_t* others;
 };
 
 // The first pass of raw row row.r, columns c .. row.c_last, into the ring row; no output
