@@ -77,13 +77,13 @@ void plan_sweep(Frame<T, Params>& f, bool own_border) {
     // site to the left. So the columns fall into pairs, a blue rows' site and the red rows'
     // site to its right, whose other colours depend on no other columns; the core begins
     // with a pair, so that columns of pairs may run apart (schedules.h).
-    if (f.stride == 4 && m.sweep.others) {
+    if (f.stride == 4 && m.sweep.colours) {
         const int blue_row = row_phase(m.pattern, 0).colour == kBlue ? 0 : 1;
         const int blue_sites = row_phase(m.pattern, blue_row).green_even ? 1 : 0;  // their column parity
         core.c0 += (core.c0 - blue_sites) & 1;
     }
     core.c1 -= (core.c1 - core.c0 + 1) & 3;
-    if (core.r0 > core.r1 || core.c1 - core.c0 + 1 < f.kernels.lanes) return;
+    if (core.r0 > core.r1 || core.c1 - core.c0 + 1 < f.kernels.lanes + 4) return;
     f.sweep = true;
     f.core = core;
 }

@@ -59,8 +59,12 @@ struct SweepSlots {
     GreensKernel<Params> KernelSet::*greens = nullptr;
     SweepKernel<Params> KernelSet::*colour = nullptr;
     bool quotients = false;  // the ring holds quotients (RingRow)
-    bool bytes = false;      // and, with four-byte pixels, the bytes around each pixel
-    bool others = false;     // or, with four-byte pixels, the other colour of the sites
+    bool bytes = false;      // with four-byte pixels, the bytes around each pixel
+    bool colours = false;    // with four-byte pixels, the red and blue the second pass leaves
+    // With four-byte pixels the second pass reads, of what it computed in the row above,
+    // only the colours of its own pair of columns (plan_sweep()), so that bands of
+    // columns may run on threads apart (schedules.h).
+    bool columns_apart = false;
 };
 
 // Everything the driver needs to know about one colour member.
@@ -250,9 +254,14 @@ struct Frame {
     }
 
     // Columns x0 .. x1 of the frame, and kc0 .. kc1 of the core, that a sweep covers: all
-    // of them, or a band of them (schedules.h).
+    // of them, or a band of them (schedules.h). A band between two others has the bytes
+    // the first pass leaves next to it (RingRow::left and right, at kc0 - 1 and kc1 + 1)
+    // from before the bands ran, by raw row from row0; null: from the output.
     struct Span {
         int x0, x1, kc0, kc1;
+        const std::uint8_t* left_of = nullptr;
+        const std::uint8_t* right_of = nullptr;
+        int row0 = 0;
     };
 
     // The ring of a sweep over a span (RingRow): four rows, by raw row, holding columns
@@ -264,16 +273,19 @@ struct Frame {
             : core_(span.kc0),
               bytes_row_(std::ptrdiff_t(f.width) + 2 * kPad),
               class_row_((span.kc1 - span.kc0 + 1) / 4 + 2 + kPad / 4),
-              planes_(1 + (f.stride != 4 ? 0 : f.m.sweep.bytes ? 2 : f.m.sweep.others ? 1 : 0)),
+              bytes_(f.stride == 4 && f.m.sweep.bytes),
+              colours_(f.stride == 4 && f.m.sweep.colours),
+              planes_(1 + 2 * int(bytes_) + 2 * int(colours_)),
               quotients_(f.m.sweep.quotients),
               row_(planes_ * bytes_row_ + (quotients_ ? 4 * class_row_ * std::ptrdiff_t(sizeof(float)) : 0)),
               memory_(new std::uint8_t[std::size_t(4 * row_)]) {}
 
         RingRow row(int q) const {
             std::uint8_t* base = memory_.get() + (q & 3) * row_;
-            RingRow r{base + kPad, {}, core_, nullptr, nullptr, nullptr};
-            if (planes_ == 3) r.left = base + bytes_row_ + kPad, r.right = base + 2 * bytes_row_ + kPad;
-            if (planes_ == 2) r.others = base + bytes_row_ + kPad;
+            RingRow r{base + kPad, {}, core_, nullptr, nullptr, nullptr, nullptr};
+            std::uint8_t* plane = base + bytes_row_ + kPad;
+            if (bytes_) r.left = plane, r.right = plane + bytes_row_, plane += 2 * bytes_row_;
+            if (colours_) r.red = plane, r.blue = plane + bytes_row_;
             if (quotients_)
                 for (int j = 0; j < 4; ++j) r.quotients[j] = reinterpret_cast<float*>(base + planes_ * bytes_row_) + j * class_row_;
             return r;
@@ -283,6 +295,7 @@ struct Frame {
         static constexpr int kPad = 128;
         int core_;
         std::ptrdiff_t bytes_row_, class_row_;
+        bool bytes_, colours_;
         int planes_;
         bool quotients_;
         std::ptrdiff_t row_;
@@ -301,18 +314,28 @@ struct Frame {
             }
         }
         if constexpr (std::is_same_v<T, std::uint8_t>) {
-            if (ring != nullptr && q >= k0 - 1 && q <= k1 + 1)
-                (kernels.*m.sweep.greens)(row_of(q, span.kc0 - 1, span.kc1 + 1, false), m.params, ring->row(q), span.kc0 - 1);
+            if (ring == nullptr || q < k0 - 1 || q > k1 + 1) return;
+            const RingRow row = ring->row(q);
+            (kernels.*m.sweep.greens)(row_of(q, span.kc0 - 1, span.kc1 + 1, false), m.params, row, span.kc0 - 1);
+            if (row.left != nullptr) {
+                const T* out = pixel(q, 0);
+                row.left[span.kc0] = span.left_of ? span.left_of[q - span.row0] : out[std::ptrdiff_t(span.kc0 - 1) * stride + kRed];
+                row.right[span.kc1] = span.right_of ? span.right_of[q - span.row0] : out[std::ptrdiff_t(span.kc1 + 1) * stride + kBlue];
+            }
         }
     }
 
-    // The other colours of row r's columns c0 .. c1 into its ring row (RingRow::others),
-    // as the passes around the core leave them in the output.
-    void keep_others(const Ring& ring, int r, int c0, int c1) const {
+    // Element 0 of pixel (r, c) of the output.
+    T* pixel(int r, int c) const {
+        return dst + std::ptrdiff_t(output_row(r, height, m.flip)) * pitches.dst + std::ptrdiff_t(c) * stride;
+    }
+
+    // The red and blue of row r's columns c0 .. c1 into its ring row (RingRow::red and
+    // blue), as the passes around the core leave them in the output.
+    void keep_colours(const Ring& ring, int r, int c0, int c1) const {
         const RingRow row = ring.row(r);
-        if (row.others == nullptr) return;
-        const T* out = dst + std::ptrdiff_t(output_row(r, height, m.flip)) * pitches.dst + row_phase(m.pattern, r).other();
-        for (int c = c0; c <= c1; ++c) row.others[c] = std::uint8_t(out[std::ptrdiff_t(c) * stride]);
+        if (row.red == nullptr) return;
+        for (int c = c0; c <= c1; ++c) row.red[c] = std::uint8_t(pixel(r, c)[kRed]), row.blue[c] = std::uint8_t(pixel(r, c)[kBlue]);
     }
 
     // The second pass of raw row r in a sweep, over the span.
@@ -320,19 +343,28 @@ struct Frame {
         const Region b = pass_region(m.passes[1]);
         if (r < k0 || r > k1) {
             run_part(1, r, span.x0, span.x1);
-            if (r == k0 - 1 && ring != nullptr) keep_others(*ring, r, span.kc0 - 1, span.kc1 + 1);
+            if (r == k0 - 1 && ring != nullptr) keep_colours(*ring, r, span.kc0 - 1, span.kc1 + 1);
             return;
         }
         if constexpr (std::is_same_v<T, std::uint8_t>) {
+            const RingRow around[3] = {ring->row(r - 1), ring->row(r), ring->row(r + 1)};
             if (span.x0 == 0) {
                 run(m.passes[1], r, b.c0, core.c0 - 1, false);
-                keep_others(*ring, r, core.c0 - 1, core.c0 - 1);
+                keep_colours(*ring, r, core.c0 - 1, core.c0 - 1);
+            } else if (around[1].red != nullptr) {
+                // Of the colours left of a band between others the second pass reads only
+                // samples: the red of a red row's site before the band (by its own row, and
+                // by a blue row's first site below it).
+                around[1].red[span.kc0 - 1] = std::uint8_t(src[std::ptrdiff_t(r) * pitches.src + span.kc0 - 1]);
             }
-            const RingRow around[3] = {ring->row(r - 1), ring->row(r), ring->row(r + 1)};
             (kernels.*m.sweep.colour)(row_of(r, span.kc0, span.kc1, fused), m.params, around, span.kc0);
             if (span.x1 == width - 1) {
                 run(m.passes[1], r, core.c1 + 1, b.c1, false);
-                keep_others(*ring, r, core.c1 + 1, core.c1 + 1);
+                keep_colours(*ring, r, core.c1 + 1, core.c1 + 1);
+            } else if (around[1].blue != nullptr) {
+                // And right of it, the blue of a blue row's site after the band (by a red
+                // row's last site below it).
+                around[1].blue[span.kc1 + 1] = std::uint8_t(src[std::ptrdiff_t(r) * pitches.src + span.kc1 + 1]);
             }
         }
     }

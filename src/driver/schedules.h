@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "driver/frame.h"
 #include "driver/tasks.h"
@@ -62,17 +63,19 @@ void two_passes_in_bands(const Frame<T, Params>& f, const Tasks& tasks) {
     });
 }
 
-// Two passes, four-byte pixels, in a sweep whose ring carries the other colours
-// (RingRow::others): the second pass of a row reads the output of no other row, and of
-// the other colours the row above computed only those of its own pair of columns
-// (plan_sweep). So the core's rows run as the sweep runs them, in bands of columns of
-// whole pairs, each band on its own ring: first, on the calling thread, everything the
-// sweep does before the second pass of the core's first row; then the bands, each from
-// that row to the core's last, the first band with the columns left of the core and the
-// last with those right of it; then the rest, again on the calling thread. A band's
-// first passes read only samples and write only its own columns; its second passes
-// write only its own columns, and read the output only left and right of the core, in
-// the first and last bands' own columns.
+// Two passes, four-byte pixels, in a sweep whose ring carries the red and blue each row's
+// second pass leaves (RingRow::red and blue): the second pass of a row reads no output
+// row but its own, and of what it computed in the row above only the colours of its
+// own pair of columns (plan_sweep), in members whose pairs run apart (SweepSlots). So
+// the core's rows run as the sweep runs them, in bands of columns of whole pairs, each
+// band on its own ring: first, on the calling thread, everything the sweep does before
+// the second pass of the core's first row; then the bands, each from that row to the
+// core's last, the first band with the columns left of the core and the last with
+// those right of it; then the rest, again on the calling thread. A band's first passes
+// read only samples and write only its own columns; its second passes write only its
+// own columns, and read the output only in its own columns. What the first pass leaves
+// in the output next to a band, and a band reads (smooth hue's bytes around a pixel,
+// RingRow::left and right), is kept before the bands run.
 template <class T, class Params>
 bool sweep_in_columns(const Frame<T, Params>& f, const Tasks& tasks) {
     using Span = typename Frame<T, Params>::Span;
@@ -82,8 +85,24 @@ bool sweep_in_columns(const Frame<T, Params>& f, const Tasks& tasks) {
     const int count = std::min(2 * tasks.threads(), columns / std::max(kBandColumns, 2 * f.kernels.lanes));
     if (count < 2) return false;
     const int k0 = std::max(core.r0, 1), k1 = std::min(core.r1, f.height - 2);
-    // Band i: core columns first(i) .. first(i + 1) - 1, each band whole pairs.
-    auto first = [&](int i) { return i == count ? core.c1 + 1 : core.c0 + 2 * int(std::int64_t(columns / 2) * i / count); };
+    // Band i: core columns first(i) .. first(i + 1) - 1, each band whole pairs and a
+    // multiple of four columns.
+    auto first = [&](int i) { return i == count ? core.c1 + 1 : core.c0 + 4 * int(std::int64_t(columns / 4) * i / count); };
+    // The bytes next to the bands (Span), rows k0 - 1 .. k1 + 1: what the first pass
+    // leaves there is what the output holds before the bands run.
+    const int rows = k1 - k0 + 3;
+    std::unique_ptr<std::uint8_t[]> kept;
+    if (f.m.sweep.bytes) {
+        kept.reset(new std::uint8_t[std::size_t(2 * count) * std::size_t(rows)]);
+        for (int i = 1; i < count; ++i)
+            for (int q = k0 - 1; q <= k1 + 1; ++q) {
+                kept[std::size_t(2 * i) * std::size_t(rows) + std::size_t(q - k0 + 1)] = std::uint8_t(f.pixel(q, first(i) - 1)[kRed]);
+                kept[std::size_t(2 * i + 1) * std::size_t(rows) + std::size_t(q - k0 + 1)] = std::uint8_t(f.pixel(q, first(i))[kBlue]);
+            }
+    }
+    auto kept_of = [&](int i, int which) -> const std::uint8_t* {
+        return kept ? kept.get() + std::size_t(2 * i + which) * std::size_t(rows) : nullptr;
+    };
     const Region a = f.pass_region(f.m.passes[0]), b = f.pass_region(f.m.passes[1]);
     const Span all{0, f.width - 1, core.c0, core.c1};
     // Before the core's first row: the sweep's steps up to the second pass of row k0 - 1.
@@ -93,11 +112,14 @@ bool sweep_in_columns(const Frame<T, Params>& f, const Tasks& tasks) {
         f.sweep_second(r, k0, k1, all, nullptr);
     }
     tasks.for_each(count, [&](int i) {
-        const Span span{i == 0 ? 0 : first(i), i == count - 1 ? f.width - 1 : first(i + 1) - 1, first(i), first(i + 1) - 1};
+        Span span{i == 0 ? 0 : first(i), i == count - 1 ? f.width - 1 : first(i + 1) - 1, first(i), first(i + 1) - 1};
+        if (i > 0) span.left_of = kept_of(i, 0);
+        if (i < count - 1) span.right_of = kept_of(i + 1, 1);
+        span.row0 = k0 - 1;
         const Ring ring(f, span);
         // The ring rows the core's first row reads, and its first passes from there on.
         for (int q = std::max(k0 - 1, a.r0); q < next; ++q) f.sweep_first(q, k0, k1, span, &ring, true);
-        f.keep_others(ring, k0 - 1, span.kc0 - 1, span.kc1 + 1);
+        f.keep_colours(ring, k0 - 1, span.kc0 - 1, span.kc1 + 1);
         for (int r = k0, q = next; r <= k1; ++r) {
             for (; q < std::min(a.r1 + 1, r + 2); ++q) f.sweep_first(q, k0, k1, span, &ring, false);
             f.sweep_second(r, k0, k1, span, &ring);
@@ -123,7 +145,7 @@ void run_parallel(const Frame<T, Params>& f, const Tasks& tasks) {
     // Rows that waited for the row above, chunk by chunk, on two threads took four to
     // six times one thread's time on a shared 2-core AMD EPYC (Zen 5), so without a
     // sweep whose pairs of columns run apart the frame runs on the calling thread.
-    if (!f.sweep || !f.m.sweep.others || !sweep_in_columns(f, tasks)) f.run_rows(0, f.height);
+    if (!f.sweep || !f.m.sweep.columns_apart || !sweep_in_columns(f, tasks)) f.run_rows(0, f.height);
 }
 
 }  // namespace qzrcfa::detail

@@ -452,17 +452,16 @@ int laplacian_greens_wide(const Row<uint8_t>& row, const LaplacianParams&, const
 // The second pass, whole pixels. The bytes it reads at fixed three-byte offsets around
 // a red or blue site are, with three-byte pixels, the greens of the diagonal
 // neighbours, and come from the ring. With four-byte pixels they are the red element
-// of the pixel before and the blue element of the pixel after. In the row above, where
-// the second pass is done: the sample, where the row's own colour lies there (the red
-// of a red row, the blue of a blue one), else the other colour that pass computed,
-// from the ring (RingRow::others), which the pass leaves there for the row below. In
-// the row below, as its first pass leaves them inside the region it covers whole: the
-// sample (its own colour, and the interim blue of a red row) and 255 (the red of a blue
-// row). So no byte of the output is read. Crossed: the member crosses its diagonals;
-// Red: row r is a red row.
+// of the pixel before and the blue element of the pixel after: in the row above, where
+// the second pass is done, as it left them, from the ring (RingRow::red and blue),
+// where each row's second pass leaves its colours for the row below; in the row below,
+// as its first pass leaves them inside the region it covers whole: the sample (its own
+// colour, and the interim blue of a red row) and 255 (the red of a blue row). So no
+// byte of the output is read. Crossed: the member crosses its diagonals; Red: row r is
+// a red row.
 template <int P, int SiteByte, bool Crossed, bool Red>
 QZRCFA_INLINE Planes<Bytes> laplacian_sweep_block(const uint8_t* s, std::ptrdiff_t w, const uint8_t* g0, const uint8_t* g1,
-                                                  const uint8_t* g2, const uint8_t* others_above) {
+                                                  const uint8_t* g2, const uint8_t* red_above, const uint8_t* blue_above) {
     const Wide ul = colour_sites<SiteByte>(s - w - 1), ur = colour_sites<SiteByte>(s - w + 1);
     const Wide ll = colour_sites<SiteByte>(s + w - 1), lr = colour_sites<SiteByte>(s + w + 1);
     const Bytes green = load<Bytes>(g1);
@@ -472,8 +471,8 @@ QZRCFA_INLINE Planes<Bytes> laplacian_sweep_block(const uint8_t* s, std::ptrdiff
         above_left = colour_sites<SiteByte>(g0 - 1), above_right = colour_sites<SiteByte>(g0 + 1);
         below_left = colour_sites<SiteByte>(g2 - 1), below_right = colour_sites<SiteByte>(g2 + 1);
     } else {
-        above_left = Red ? colour_sites<SiteByte>(others_above - 1) : ul;
-        above_right = Red ? ur : colour_sites<SiteByte>(others_above + 1);
+        above_left = colour_sites<SiteByte>(red_above - 1);
+        above_right = colour_sites<SiteByte>(blue_above + 1);
         below_left = Red ? Wide{} + 255 : ll;
         below_right = lr;
     }
@@ -493,19 +492,20 @@ int laplacian_sweep_blocks(const Row<uint8_t>& row, const RingRow* ring, int c) 
     const uint8_t* const s = row.s;
     const std::ptrdiff_t w = row.pitch;
     const uint8_t *const g0 = ring[0].greens, *const g1 = ring[1].greens, *const g2 = ring[2].greens;
-    const uint8_t* const others_above = ring[0].others;
-    uint8_t* const others = ring[1].others;
+    const uint8_t *const red_above = ring[0].red, *const blue_above = ring[0].blue;
+    uint8_t *const red = ring[1].red, *const blue = ring[1].blue;
     uint8_t* const d = row.d;
     const std::ptrdiff_t ahead = row.ahead;
     return run_blocks<kLanes>(
         c, row.c_last, -1,
         [=](int x) QZRCFA_LAMBDA_INLINE {
-            return laplacian_sweep_block<P, SiteByte, Crossed, Red>(s + x, w, g0 + x, g1 + x, g2 + x, others_above + x);
+            return laplacian_sweep_block<P, SiteByte, Crossed, Red>(s + x, w, g0 + x, g1 + x, g2 + x, red_above + x, blue_above + x);
         },
         [=](const Planes<Bytes>& p, int x, bool) QZRCFA_LAMBDA_INLINE {
             if constexpr (P == 4) {
                 // The same columns of the next row: the sweep may run in bands of columns.
-                store(others + x, Red ? p.blue : p.red);
+                store(red + x, p.red);
+                store(blue + x, p.blue);
                 fetch_ahead<P>(d + ahead + std::ptrdiff_t(x) * P - kStoreAhead);
             } else {
                 fetch_ahead<P>(d + std::ptrdiff_t(x) * P);
@@ -882,7 +882,7 @@ int smooth_hue_colour_wide(const Row<uint8_t>& row, const SmoothHueRule& rule, i
 // one per site, instead of three.
 int smooth_hue_ring_wide(const Row<uint8_t>& row, const SmoothHueRule& rule, const RingRow& ring, int c) {
     const int first = c + 1, n = row.c_last - c - 1;  // the core's columns, a multiple of four
-    if (n < kLanes || n % 4 != 0 || first != ring.first) return c;
+    if (n < kLanes + 4 || n % 4 != 0 || first != ring.first) return c;
     const uint8_t* src = row.s;
     const std::ptrdiff_t w = row.pitch;
     uint8_t* const greens = ring.greens;
@@ -913,18 +913,18 @@ int smooth_hue_ring_wide(const Row<uint8_t>& row, const SmoothHueRule& rule, con
     q[3][0] = float(src[c]) / float(greens[c]);
     q[0][1 + n / 4] = float(src[row.c_last]) / float(greens[row.c_last]);
     if (ring.left != nullptr) {
-        uint8_t* const d = row.d;
+        // Of the core's own pixels only: the driver puts in the byte before the core's
+        // first column and the one after its last.
+        const uint8_t* const d = row.d;
         uint8_t *const left = ring.left, *const right = ring.right;
-        run_blocks<kLanes>(
-            first, first + n - 1, -1,
-            [&](int x) QZRCFA_LAMBDA_INLINE {
-                const uint8_t* px = d + std::ptrdiff_t(x) * 4;
-                return RowBytes(gather<4>(px - 2), gather<4>(px + 4));
-            },
-            [&](const RowBytes& v, int x, bool) QZRCFA_LAMBDA_INLINE {
-                store(left + x, v.left);
-                store(right + x, v.right);
-            });
+        const int last = first + n - 1;
+        const auto gathered = [&](int x0, int x1, uint8_t* plane, std::ptrdiff_t offset) {
+            int x = x0;
+            for (; x + kLanes - 1 <= x1; x += kLanes) store(plane + x, gather<4>(d + std::ptrdiff_t(x) * 4 + offset));
+            if (x <= x1) store(plane + x1 - kLanes + 1, gather<4>(d + std::ptrdiff_t(x1 - kLanes + 1) * 4 + offset));
+        };
+        gathered(first + 1, last, left, -2);
+        gathered(first, last - 1, right, 4);
     }
     return row.c_last + 1;
 }
@@ -969,22 +969,25 @@ int smooth_hue_sweep4(const Row<uint8_t>& row, const SmoothHueRule& rule, const 
     const QuotientView up{{ring[0].quotients[0], ring[0].quotients[1], ring[0].quotients[2], ring[0].quotients[3]}};
     const QuotientView down{{ring[2].quotients[0], ring[2].quotients[1], ring[2].quotients[2], ring[2].quotients[3]}};
     const uint8_t* src = row.s;
-    const std::ptrdiff_t w = row.pitch, above = row.up;
+    const std::ptrdiff_t w = row.pitch;
     const uint8_t *greens = ring[1].greens, *right_bytes = ring[1].right, *below_left = ring[2].left, *below_right = ring[2].right;
+    const uint8_t *red_above = ring[0].red, *blue_above = ring[0].blue;
+    uint8_t *const red = ring[1].red, *const blue = ring[1].blue;
     uint8_t* const d = row.d;
     const int last = row.c_last;
     // Blocks are stored before the next is computed: the first pixel's left byte is the
-    // red element stored just before it, in the block before or left of the core.
+    // red element of the pixel before, which the block before left in the ring, or, left
+    // of the core, the driver.
     const auto block = [&](int x) QZRCFA_LAMBDA_INLINE {
         uint8_t* px = d + std::ptrdiff_t(x) * 4;
-        HueBlock b(src + x, w, RowBytes(gather<4>(px + above - 2), gather<4>(px + above + 4)),
-                   RowBytes(load<Bytes>(below_left + x), load<Bytes>(below_right + x)),
-                   load<Bytes>(greens + x), load<Bytes>(right_bytes + x));
+        HueBlock b(src + x, w, RowBytes(load<Bytes>(red_above + x - 1), load<Bytes>(blue_above + x + 1)),
+                   RowBytes(load<Bytes>(below_left + x), load<Bytes>(below_right + x)), load<Bytes>(greens + x),
+                   load<Bytes>(right_bytes + x));
         if (green != 0) b.diagonals<0>(site[0], form);
         if (green != 1) b.diagonals<1>(site[1], form);
         if (green >= 0) {
             Bytes before{};
-            before[kLanes - 1] = px[-2];
+            before[kLanes - 1] = red[x - 1];
             const Bytes left_bytes = shift_in(before, join_classes(b.red), std::make_index_sequence<kLanes>());
             const int i = (x - c) / 4;
             const auto greens_of = [&]<int J>() QZRCFA_LAMBDA_INLINE {
@@ -993,6 +996,8 @@ int smooth_hue_sweep4(const Row<uint8_t>& row, const SmoothHueRule& rule, const 
             if (green == 0) greens_of.template operator()<0>(), greens_of.template operator()<2>();
             else greens_of.template operator()<1>(), greens_of.template operator()<3>();
         }
+        store(red + x, join_classes(b.red));
+        store(blue + x, join_classes(b.blue));
         store_pixels<4>(px, join_classes(b.blue), b.green, join_classes(b.red), false);
     };
     int x = c;

@@ -62,13 +62,16 @@ struct RingRow {
     int first;
     // Smooth hue, four-byte pixels: the bytes two before and four after each pixel (the
     // red of the pixel before, the blue of the pixel after) as the first pass leaves
-    // them, left[c] and right[c]. Null otherwise.
+    // them, left[c] and right[c], for the columns of the second pass; the driver puts in
+    // those the core's edges read outside it (left[first], right[c_last - 1]). Null
+    // otherwise.
     std::uint8_t* left;
     std::uint8_t* right;
-    // The Laplacian, four-byte pixels: the other colour of each red and blue site (the
-    // blue of a red site, the red of a blue one) as the second pass leaves it, others[c].
-    // Null otherwise.
-    std::uint8_t* others;
+    // Four-byte pixels: the red and the blue of each pixel as the second pass leaves them,
+    // red[c] and blue[c], which the second pass of the row below reads there instead of
+    // in the output. Null otherwise.
+    std::uint8_t* red;
+    std::uint8_t* blue;
 };
 
 // The first pass of raw row row.r, columns c .. row.c_last, into the ring row; no output
