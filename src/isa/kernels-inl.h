@@ -918,9 +918,14 @@ int smooth_hue_ring_wide(const Row<uint8_t>& row, const SmoothHueRule& rule, con
         const uint8_t* const d = row.d;
         uint8_t *const left = ring.left, *const right = ring.right;
         const int last = first + n - 1;
+        const std::ptrdiff_t ahead = row.ahead;
         const auto gathered = [&](int x0, int x1, uint8_t* plane, std::ptrdiff_t offset) {
             int x = x0;
-            for (; x + kLanes - 1 <= x1; x += kLanes) store(plane + x, gather<4>(d + std::ptrdiff_t(x) * 4 + offset));
+            for (; x + kLanes - 1 <= x1; x += kLanes) {
+                // The same pixels of the next row, which the next row's first pass reads.
+                if (offset > 0) fetch_ahead<4>(d + ahead + std::ptrdiff_t(x) * 4 - kStoreAhead);
+                store(plane + x, gather<4>(d + std::ptrdiff_t(x) * 4 + offset));
+            }
             if (x <= x1) store(plane + x1 - kLanes + 1, gather<4>(d + std::ptrdiff_t(x1 - kLanes + 1) * 4 + offset));
         };
         gathered(first + 1, last, left, -2);
