@@ -4,6 +4,7 @@ BUILD       ?= build
 ASAN_BUILD  ?= build-asan
 TSAN_BUILD  ?= build-tsan
 CLANG_BUILD ?= build-clang
+OPTIONAL_BUILD ?= build-optional
 JOBS        ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE       ?= cmake
 CTEST       ?= ctest
@@ -30,7 +31,7 @@ ARM_TOOLCHAIN  := $(CURDIR)/cmake/aarch64-linux-gnu.cmake
 ARM_PACKAGES   := g++-aarch64-linux-gnu qemu-user libgtest-dev:arm64 libpng-dev:arm64 zlib1g-dev:arm64 libstdc++6:arm64 \
                   libasan8:arm64 libubsan1:arm64
 
-.PHONY: all build demo test test-release test-asan test-tsan test-clang test-arm fuzz bench deps deps-arm clean
+.PHONY: all build demo test test-release test-asan test-tsan test-clang test-arm test-optional fuzz bench deps deps-arm clean
 
 all: build
 
@@ -66,7 +67,7 @@ build: deps $(BUILD)/CMakeCache.txt
 demo: deps $(BUILD)/CMakeCache.txt
 	$(CMAKE) --build $(BUILD) -j $(JOBS) --target demo
 
-test: test-release test-asan test-tsan test-clang test-arm
+test: test-release test-asan test-tsan test-clang test-arm test-optional
 
 test-release: build
 	$(CTEST) --test-dir $(BUILD) --output-on-failure -j $(JOBS)
@@ -117,6 +118,26 @@ test-arm: deps-arm
 	$(CMAKE) --build $(ARM_ASAN_BUILD) -j $(JOBS) --target test_kernels
 	ASAN_OPTIONS=detect_leaks=0 $(CTEST) --test-dir $(ARM_ASAN_BUILD) --output-on-failure -R '^test_kernels$$'
 
+# The optional parts never stop the build. With an interpreter that has its development
+# files but no NumPy (a virtual environment of $(PYTHON) without its site packages),
+# found first on the PATH and then named by -DPython3_EXECUTABLE, each configure skips
+# the Python module with exactly one status line saying why, and the two libraries
+# build. Only they are built, in a folder of their own.
+test-optional: deps
+	rm -rf $(OPTIONAL_BUILD) && $(PYTHON) -m venv --without-pip $(OPTIONAL_BUILD)/venv
+	@$(OPTIONAL_BUILD)/venv/bin/python3 -c 'import numpy' 2>/dev/null && { echo "the venv sees NumPy"; exit 1; } || true
+	PATH=$(CURDIR)/$(OPTIONAL_BUILD)/venv/bin:$$PATH $(CMAKE) -S . -B $(OPTIONAL_BUILD)/on-path -DCMAKE_BUILD_TYPE=Release \
+	  > $(OPTIONAL_BUILD)/on-path.log
+	$(CMAKE) -S . -B $(OPTIONAL_BUILD)/named -DCMAKE_BUILD_TYPE=Release \
+	  -DPython3_EXECUTABLE=$(CURDIR)/$(OPTIONAL_BUILD)/venv/bin/python3 > $(OPTIONAL_BUILD)/named.log
+	@for log in on-path named; do \
+	  grep 'Python module' $(OPTIONAL_BUILD)/$$log.log; \
+	  [ "$$(grep -c 'Python module' $(OPTIONAL_BUILD)/$$log.log)" = 1 ] \
+	    && grep -q '^-- Python module: not built: .*venv/bin/python3[.0-9]* has no NumPy' $(OPTIONAL_BUILD)/$$log.log \
+	    || { echo "$$log: expected one line skipping the Python module for want of NumPy"; exit 1; }; \
+	done
+	$(CMAKE) --build $(OPTIONAL_BUILD)/named -j $(JOBS) --target qzrcfa qzrcfa-ext
+
 # The fuzz targets for FUZZ_SECONDS each, adding what they find to the build tree's
 # corpus (tests/fuzz/corpus is the seed, kept as it is).
 fuzz: deps
@@ -149,4 +170,4 @@ bench: build
 	else echo "GStreamer element not built: no pipeline comparison"; fi
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(CLANG_BUILD) $(ARM_BUILD) $(ARM_ASAN_BUILD) out
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(CLANG_BUILD) $(ARM_BUILD) $(ARM_ASAN_BUILD) $(OPTIONAL_BUILD) out

@@ -36,4 +36,8 @@ inline constexpr float kRawGains[3] = {1.75f, 1.0f, 1.5f};  // red, green, blue
 using Body = std::function<void(const Size&, int bits, benchmark::State&)>;
 void add(const std::string& family, bool colour, Body body);
 
+// Rows of `family` also show `counter`: their time over that of `baseline`'s row of the
+// same size and pixel size.
+void compare(const std::string& family, const std::string& counter, const std::string& baseline);
+
 }  // namespace qzrcfa::bench

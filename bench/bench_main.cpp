@@ -119,53 +119,95 @@ const bool floors = [] {
     return true;
 }();
 
+// The comparisons compare() asked for: family to (counter, baseline family).
+std::multimap<std::string, std::pair<std::string, std::string>>& comparisons() {
+    static std::multimap<std::string, std::pair<std::string, std::string>> c;
+    return c;
+}
+
+bool queued(const std::string& family) {
+    return std::any_of(queue().begin(), queue().end(), [&](const Queued& q) { return q.family == family; });
+}
+
 // Adds x_floor (time over the floor's for the same sample width, size and pixel size),
 // x_opencv (over OpenCV's bilinear conversion of the same size and pixel size, or its
-// grey conversion for one-element rows), for NAME@all, x_1thread (over NAME@1), and for
-// the camera route in one call (raw12_*), x_export8 (over the 8-bit bilinear export) and
-// x_route (over the same route through OpenCV).
+// grey conversion for one-element rows), for NAME@all x_1thread (over NAME@1), and the
+// comparisons compare() asked for. Runs whose baselines have not been reported yet
+// (repetitions interleaved at random finish in any order) are held back until they
+// have been, or until the end.
 class RatioReporter : public benchmark::ConsoleReporter {
   public:
     void ReportRuns(const std::vector<Run>& runs) override {
-        std::vector<Run> out = runs;
-        for (Run& run : out) {
-            const std::string name = run.benchmark_name();
-            const auto slash = name.find('/');
-            const std::string family = name.substr(0, slash);
-            std::string rest = slash == std::string::npos ? "" : name.substr(slash);
-            if (const auto rt = rest.find("/real_time"); rt != std::string::npos) rest.erase(rt);
-            // With --benchmark_repetitions each aggregate (mean, median) is compared with the
-            // same aggregate of its baseline; spreads (stddev, cv) have no ratio.
-            if (run.run_type == Run::RT_Aggregate) {
-                if (run.aggregate_unit != benchmark::kTime || run.aggregate_name == "stddev") continue;
-                rest += "#" + run.aggregate_name;
-            }
-            const double t = run.GetAdjustedRealTime();
-            baselines_[family + rest] = t;
-            const bool sixteen = name.find("16") != std::string::npos;
-            const bool grey = std::count(rest.begin(), rest.end(), '/') == 1;
-            ratio(run, "x_floor", (sixteen ? "floor16" : "floor8") + rest, t);
-            // NAME@all against NAME@1: the speed-up of every processor over one.
-            if (const auto at = family.find('@'); at != std::string::npos && family.substr(at) != "@1")
-                ratio(run, "x_1thread", family.substr(0, at) + "@1" + rest, t);
-            // The camera route in one call against the 8-bit bilinear export and against
-            // the route through OpenCV.
-            if (family.rfind("raw12_", 0) == 0) {
-                ratio(run, "x_export8", "Bilinear_RGGB" + rest, t);
-                ratio(run, "x_route", "opencv_raw12_route" + rest, t);
-            }
-            if (family.rfind("floor", 0) != 0)
-                ratio(run, "x_opencv", std::string(grey ? "opencv_grey" : sixteen ? "opencv_bilinear16" : "opencv_bilinear") + rest, t);
-        }
-        ConsoleReporter::ReportRuns(out);
+        for (const Run& run : runs)
+            if (const auto [family, rest] = split(run); !family.empty()) times_[family + rest] = run.GetAdjustedRealTime();
+        held_.push_back(runs);
+        report(false);
+    }
+
+    void Finalize() override {
+        report(true);
+        ConsoleReporter::Finalize();
     }
 
   private:
-    void ratio(Run& run, const char* counter, const std::string& baseline, double t) {
-        const auto it = baselines_.find(baseline);
-        if (it != baselines_.end() && it->second > 0) run.counters[counter] = benchmark::Counter(t / it->second);
+    struct Baseline {
+        std::string counter, family;
+    };
+
+    // A run's family and the rest of its name (size, pixel size and, with
+    // --benchmark_repetitions, #aggregate: each aggregate is compared with the same
+    // aggregate of its baseline); no family for spreads (stddev, cv), which have no ratio.
+    static std::pair<std::string, std::string> split(const Run& run) {
+        const std::string name = run.benchmark_name();
+        const auto slash = name.find('/');
+        std::string rest = slash == std::string::npos ? "" : name.substr(slash);
+        if (const auto rt = rest.find("/real_time"); rt != std::string::npos) rest.erase(rt);
+        if (run.run_type == Run::RT_Aggregate) {
+            if (run.aggregate_unit != benchmark::kTime || run.aggregate_name == "stddev") return {};
+            rest += "#" + run.aggregate_name;
+        }
+        return {name.substr(0, slash), rest};
     }
-    std::map<std::string, double> baselines_;
+
+    static std::vector<Baseline> baselines(const std::string& family, const std::string& rest) {
+        std::vector<Baseline> b;
+        const bool sixteen = family.find("16") != std::string::npos;
+        const bool grey = std::count(rest.begin(), rest.end(), '/') == 1;
+        b.push_back({"x_floor", sixteen ? "floor16" : "floor8"});
+        // NAME@all against NAME@1: the speed-up of every processor over one.
+        if (const auto at = family.find('@'); at != std::string::npos && family.substr(at) != "@1")
+            b.push_back({"x_1thread", family.substr(0, at) + "@1"});
+        if (family.rfind("floor", 0) != 0)
+            b.push_back({"x_opencv", grey ? "opencv_grey" : sixteen ? "opencv_bilinear16" : "opencv_bilinear"});
+        const auto range = comparisons().equal_range(family);
+        for (auto it = range.first; it != range.second; ++it) b.push_back({it->second.first, it->second.second});
+        return b;
+    }
+
+    // Reports the held runs whose awaited baselines have all been timed (every held run,
+    // at the end), in the order they came.
+    void report(bool all) {
+        std::vector<std::vector<Run>> waiting;
+        for (std::vector<Run>& runs : held_) {
+            bool ready = true;
+            for (Run& run : runs) {
+                const auto [family, rest] = split(run);
+                if (family.empty()) continue;
+                for (const Baseline& b : baselines(family, rest)) {
+                    const auto it = times_.find(b.family + rest);
+                    if (it != times_.end() && it->second > 0)
+                        run.counters[b.counter] = benchmark::Counter(run.GetAdjustedRealTime() / it->second);
+                    else if (queued(b.family)) ready = false;
+                }
+            }
+            if (ready || all) ConsoleReporter::ReportRuns(runs);
+            else waiting.push_back(std::move(runs));
+        }
+        held_ = std::move(waiting);
+    }
+
+    std::map<std::string, double> times_;
+    std::vector<std::vector<Run>> held_;
 };
 
 }  // namespace
@@ -192,6 +234,10 @@ const std::vector<std::uint8_t>& mosaic_raw12(int width, int height) {
 }
 
 void add(const std::string& family, bool colour, Body body) { queue().push_back({order_of(family), family, colour, std::move(body)}); }
+
+void compare(const std::string& family, const std::string& counter, const std::string& baseline) {
+    comparisons().emplace(family, std::make_pair(counter, baseline));
+}
 
 void register_all() {
     std::stable_sort(queue().begin(), queue().end(), [](const Queued& a, const Queued& b) { return a.order < b.order; });

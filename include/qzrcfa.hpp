@@ -14,11 +14,12 @@
 //                                       qzrcfa::OutputImage(bgr), options);
 //   if (!r) std::cerr << r.message() << "\n";
 //
-// What is checked, and why:
-//  - the combination must have a member: edge sensing 2 exists for RGGB only,
-//    Laplacian2 for RGGB top-down only, 16-bit samples for nearest neighbour and gbri,
-//    grey output for nearest neighbour only; enum values outside their lists are
-//    refused;
+// What is checked, and why (the rule, Options::rule, says which computation runs: the
+// member, or the method's general rule, which serves every pattern, order and depth):
+//  - a request for a member must have one: edge sensing 2 exists for RGGB only,
+//    Laplacian2 for RGGB top-down only, 16-bit samples for nearest neighbour only;
+//    grey output is nearest neighbour's only, whatever the rule; enum values outside
+//    their lists are refused;
 //  - the size must be at least what the member's border fill and kernel need
 //    (see minimum_size()): below it the exports read or write outside the image;
 //  - width * height * bytes per pixel must fit the signed 32-bit products the
@@ -165,9 +166,10 @@ class RawFrame {
     RawFrame(const std::uint16_t* samples, std::size_t count, int width, int height, std::ptrdiff_t stride = 0, int bits = 0)
         : data_(samples), count_(count), width_(width), height_(height), depth_(16), stride_(stride), bits_(bits) {}
     // Rows of a sensor's packed layout: `count` bytes, `stride` bytes from a row to the
-    // next (0: the layout's row bytes).
-    RawFrame(const std::uint8_t* bytes, std::size_t count, int width, int height, Packing packing, std::ptrdiff_t stride = 0)
-        : data_(bytes), count_(count), width_(width), height_(height), depth_(0), stride_(stride), packing_(packing) {}
+    // next (0: the layout's row bytes). `bits`: 0, or the layout's own (others are refused).
+    RawFrame(const std::uint8_t* bytes, std::size_t count, int width, int height, Packing packing, std::ptrdiff_t stride = 0,
+             int bits = 0)
+        : data_(bytes), count_(count), width_(width), height_(height), depth_(0), stride_(stride), bits_(bits), packing_(packing) {}
     RawFrame(std::span<const std::uint8_t> samples, int width, int height)
         : RawFrame(samples.data(), samples.size(), width, height) {}
     RawFrame(std::span<const std::uint16_t> samples, int width, int height)
@@ -289,8 +291,10 @@ inline qzrcfa_request to_request(const RawFrame& raw, const OutputImage& out, co
 
 }  // namespace detail
 
-inline Size minimum_size(const Options& options, int depth = 8) {
-    const qzrcfa_request q = detail::to_request(0, 0, options, depth);
+// Smallest frame the request accepts; output_depth 0: the samples' depth (which rule
+// the default picks, and so the minimum, can depend on it).
+inline Size minimum_size(const Options& options, int depth = 8, int output_depth = 0) {
+    const qzrcfa_request q = detail::to_request(0, 0, options, depth, output_depth);
     Size s;
     qzrcfa_minimum_size(&q, &s.width, &s.height);
     return s;
@@ -302,6 +306,38 @@ inline Size minimum_size(const Options& options, int depth = 8) {
 inline std::size_t output_elements(int width, int height, const Options& options, int depth = 8, int output_depth = 0) {
     const qzrcfa_request q = detail::to_request(width, height, options, depth, output_depth);
     return qzrcfa_output_elements(&q);
+}
+
+namespace detail {
+// A request for a frame as it will arrive (its size, depth, bits, packing and stride),
+// without buffers.
+inline qzrcfa_request to_query(const RawFrame& raw, const Options& o, int output_depth) {
+    qzrcfa_request q = to_request(raw.width(), raw.height(), o, raw.depth(), output_depth);
+    q.samples_stride = raw.stride();
+    q.bits = raw.bits();
+    q.packing = int(raw.packing());
+    return q;
+}
+}  // namespace detail
+
+// The same for a frame as it will arrive: its bits, packing and stride count too, and
+// `raw` may view no samples yet (a program asks before it reads or allocates).
+inline Size minimum_size(const RawFrame& raw, const Options& options, int output_depth = 0) {
+    const qzrcfa_request q = detail::to_query(raw, options, output_depth);
+    Size s;
+    qzrcfa_minimum_size(&q, &s.width, &s.height);
+    return s;
+}
+inline std::size_t output_elements(const RawFrame& raw, const Options& options, int output_depth = 0) {
+    const qzrcfa_request q = detail::to_query(raw, options, output_depth);
+    return qzrcfa_output_elements(&q);
+}
+
+// Threads demosaic() splits such a frame among (1: the calling thread alone); -1 when it
+// would refuse the request's fields.
+inline int threads_used(const RawFrame& raw, const Options& options, int output_depth = 0) {
+    const qzrcfa_request q = detail::to_query(raw, options, output_depth);
+    return qzrcfa_threads_used(&q);
 }
 
 // Every check demosaic() makes, without calling anything.

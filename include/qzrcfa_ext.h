@@ -35,7 +35,7 @@ extern "C" {
 
 /* Methods; the values of qzrcfa::Method. qzrcfa_names() says what each is called. */
 enum {
-    QZRCFA_METHOD_NEAREST = 0,      /* nearest neighbour (with gbri, for 16-bit frames; alone for grey output) */
+    QZRCFA_METHOD_NEAREST = 0,      /* nearest neighbour (alone for grey output) */
     QZRCFA_METHOD_BILINEAR = 1,
     QZRCFA_METHOD_EDGE_SENSING_1 = 2,
     QZRCFA_METHOD_EDGE_SENSING_2 = 3,
@@ -55,9 +55,11 @@ enum { QZRCFA_FORMAT_GREY = 0, QZRCFA_FORMAT_BGR24 = 24, QZRCFA_FORMAT_BGRA32 = 
  * (every asymmetry of the member included), or the method's general rule (the formulas
  * the method states for every pixel, on every pattern and row order, the border computed
  * from the frame mirrored about its edges, 8- or 16-bit samples of any significant bits;
- * see README). The default: the member for 8-bit samples, and for 16-bit samples where
- * one serves the request as it is (nearest neighbour, grey); the general rule otherwise.
- * gbri, the extended library's own method, has one rule. */
+ * see README). The default: the member for 8-bit samples, and for 16-bit samples of all
+ * 16 bits where one serves the request as it is (nearest neighbour, grey); the general
+ * rule otherwise. The members take samples as they are (fewer `bits` do not change what
+ * they compute), so by default a request with fewer `bits` than its depth runs the
+ * general rule. gbri, the extended library's own method, has one rule. */
 enum { QZRCFA_RULE_DEFAULT = 0, QZRCFA_RULE_MEMBER = 1, QZRCFA_RULE_GENERAL = 2 };
 
 /* How a raw frame's samples lie in its rows. NONE: 8- or 16-bit samples (`depth`); the
@@ -83,7 +85,7 @@ enum {
 
 /* White balance: the gains as given, or grey world (the red and blue gains that bring
  * the means of the frame's unsaturated red and blue samples, black level subtracted, to
- * the green one's, read over every fourth pair of rows; green 1). */
+ * the green one's, read over every fourth pair of rows, at most 64; green 1). */
 enum { QZRCFA_WHITE_BALANCE_GIVEN = 0, QZRCFA_WHITE_BALANCE_AUTO = 1 };
 
 /* The output's transfer curve: linear values as they are, the sRGB curve, or a gamma. */
@@ -131,7 +133,8 @@ typedef struct qzrcfa_request {
     int rule;
     int reserved;            /* 0 */
     /* Since the second layout: from a camera's raw frame to a picture, in the same pass.
-     * Each of these runs the general rule; all zero, the request is as before. */
+     * Each of these runs the general rule (gbri: on the frame unpacked and balanced first,
+     * then stored as asked); all zero, the request is as before. */
     float* gains_used;       /* where the call writes the red, green and blue gains it applied */
     int packing;             /* QZRCFA_PACKING_* */
     int black[4];            /* black level of the 2x2 tile's places: row 0 column 0, row 0 column 1,
@@ -168,6 +171,13 @@ QZRCFA_EXT_API int qzrcfa_check(const qzrcfa_request* request, char* message, si
  * and formats), slack included; 0 when qzrcfa_demosaic would refuse those. The buffer
  * pointers and sizes of the request are not looked at. */
 QZRCFA_EXT_API size_t qzrcfa_output_bytes(const qzrcfa_request* request);
+
+/* How the request's raw frame lies (its size, depth, packing, bits and stride): bytes of
+ * one row, bytes the whole frame spans (the last row's own bytes only, no padding after
+ * it), and the significant bits of its samples. Returns 0, or -1 when qzrcfa_demosaic
+ * would refuse those fields. The buffer pointers and sizes are not looked at: a program
+ * can check a file's size before it reads or allocates anything. Any pointer may be null. */
+QZRCFA_EXT_API int qzrcfa_raw_layout(const qzrcfa_request* request, size_t* row_bytes, size_t* frame_bytes, int* bits);
 
 /* Elements of output_depth bits the output buffer must hold for the request with rows
  * back to back (the output stride taken as 0), slack included; 0 when qzrcfa_demosaic
@@ -225,6 +235,13 @@ QZRCFA_EXT_API int qzrcfa_lookup(int kind, const char* text);
 
 /* Threads a request with threads = 0 uses: the processors this program may run on. */
 QZRCFA_EXT_API int qzrcfa_processors(void);
+
+/* Threads qzrcfa_demosaic splits the request's frame among: its thread count (0: every
+ * processor), fewer where the frame is too small for each to gain (each method has a
+ * number of pixels a thread should have at least), 1 at least; -1 when qzrcfa_demosaic
+ * would refuse its size, method, rule, formats or thread count. The buffers are not
+ * looked at. */
+QZRCFA_EXT_API int qzrcfa_threads_used(const qzrcfa_request* request);
 
 /* The instruction set whose kernels this processor runs ("avx512vbmi", "neon", ...). */
 QZRCFA_EXT_API const char* qzrcfa_instruction_set(void);

@@ -170,6 +170,12 @@ TEST(General, NearestIsTheSixteenBitMembersForm) {
             for (int x = 3; x < (w - 1) * 3; ++x) {
                 ASSERT_EQ(g[y * w * 3 + x], want[std::size_t(y * w * 3 + x)]) << p << " " << y << "," << x / 3;
             }
+        // Fewer significant bits: the default is the general rule, which takes larger
+        // values as the largest (the member would copy them).
+        r.q.rule = QZRCFA_RULE_DEFAULT;
+        r.q.bits = 12;
+        ASSERT_EQ(r.run(), 0) << r.why;
+        EXPECT_EQ(*std::max_element(g, g + std::size_t(w) * h * 3), 4095) << p;
     }
 }
 
@@ -318,7 +324,7 @@ TEST(General, PackedRowsGiveTheBytesOfTheirSamples) {
     for (const int packing : {QZRCFA_PACKING_RAW10, QZRCFA_PACKING_RAW12, QZRCFA_PACKING_P10, QZRCFA_PACKING_P12,
                               QZRCFA_PACKING_PACKED12})
         for (const int w : {37, 38, 39, 40, 133})
-            for (const int method : {QZRCFA_METHOD_BILINEAR, QZRCFA_METHOD_LAPLACIAN}) {
+            for (const int method : {QZRCFA_METHOD_BILINEAR, QZRCFA_METHOD_LAPLACIAN, QZRCFA_METHOD_GBRI}) {
                 const int bits = packing == QZRCFA_PACKING_RAW10 || packing == QZRCFA_PACKING_P10 ? 10 : 12;
                 const int h = 9;
                 const std::vector<std::uint16_t> m = random_mosaic<std::uint16_t>(w, h, (1u << bits) - 1, std::uint32_t(w + packing));
@@ -348,7 +354,7 @@ TEST(General, BlackLevelGainsMatrixAndCurveFollowTheirFormulas) {
             const float v = (float(m[std::size_t(y * w + x)]) - float(black[(y & 1) * 2 + (x & 1)])) * gain + 0.5f;
             balanced[std::size_t(y * w + x)] = std::uint16_t(v < 0 ? 0 : v > max ? max : int(v));
         }
-    for (int method = QZRCFA_METHOD_NEAREST; method <= QZRCFA_METHOD_SMOOTH_HUE; ++method) {
+    for (int method = QZRCFA_METHOD_NEAREST; method <= QZRCFA_METHOD_GBRI; ++method) {
         SCOPED_TRACE("method " + std::to_string(method));
         const std::vector<std::uint8_t> plain = picture(m, w, h, method, bits, [](qzrcfa_request&) {});
         EXPECT_EQ(picture(balanced, w, h, method, bits, [](qzrcfa_request&) {}),
@@ -378,6 +384,20 @@ TEST(General, BlackLevelGainsMatrixAndCurveFollowTheirFormulas) {
     }
 }
 
+// gbri, which reads its frame as it is, takes the same frame through the camera's route
+// (unpacked, balanced, stored as asked) with the same elements: black level 0 and gains
+// 1 change nothing, and 8-bit elements are its 16-bit ones rounded.
+TEST(General, GbriTakesCameraFramesWithTheElementsOfItsOwnFrames) {
+    const int w = 46, h = 12;
+    const std::vector<std::uint16_t> m = random_mosaic<std::uint16_t>(w, h, 65535, 6);
+    const std::vector<std::uint8_t> plain = picture(m, w, h, QZRCFA_METHOD_GBRI, 0, [](qzrcfa_request&) {});
+    EXPECT_EQ(plain, picture(m, w, h, QZRCFA_METHOD_GBRI, 0, [](qzrcfa_request& q) { q.gains[0] = q.gains[1] = q.gains[2] = 1; }));
+    const std::vector<std::uint8_t> eight =
+        picture(m, w, h, QZRCFA_METHOD_GBRI, 0, [](qzrcfa_request& q) { q.output_depth = 8; });
+    const auto* wide = reinterpret_cast<const std::uint16_t*>(plain.data());
+    for (std::size_t i = 0; i < eight.size(); ++i) ASSERT_EQ(eight[i], (wide[i] * 510 + 65535) / (2 * 65535)) << i;
+}
+
 TEST(General, AutomaticWhiteBalanceIsGreyWorldAndSaysWhatItUsed) {
     const int w = 64, h = 32;
     std::vector<std::uint16_t> m(std::size_t(w * h));
@@ -399,6 +419,10 @@ TEST(General, AutomaticWhiteBalanceIsGreyWorldAndSaysWhatItUsed) {
     r.q.bits = 12;
     ASSERT_EQ(qzrcfa_auto_white_balance(&r.q, gains, why, sizeof why), 0) << why;
     EXPECT_FLOAT_EQ(gains[2], 4.0f);
+    for (int y = 1; y < h; y += 2)  // blue almost absent: at most the largest gain a request may give
+        for (int x = 1; x < w; x += 2) m[std::size_t(y * w + x)] = 10;
+    ASSERT_EQ(qzrcfa_auto_white_balance(&r.q, gains, why, sizeof why), 0) << why;
+    EXPECT_FLOAT_EQ(gains[2], 64.0f);
     for (std::uint16_t& v : m) v = 4095;  // nothing unsaturated: refused, nothing written
     r.q.white_balance = QZRCFA_WHITE_BALANCE_AUTO;
     EXPECT_EQ(r.run(), -1);
@@ -435,7 +459,6 @@ TEST(General, BadPictureRequestsAreRefusedWithOneLine) {
         {"gamma 0.000000 is not a number above 0", [](qzrcfa_request& q, auto&) { q.curve = QZRCFA_CURVE_GAMMA; }},
         {"a gamma goes with the gamma curve", [](qzrcfa_request& q, auto&) { q.gamma = 2.2f; }},
         {"run the general rule", [](qzrcfa_request& q, auto&) { q.curve = QZRCFA_CURVE_SRGB, q.rule = QZRCFA_RULE_MEMBER, q.method = QZRCFA_METHOD_NEAREST; }},
-        {"gbri takes samples as they are", [](qzrcfa_request& q, auto&) { q.black[0] = 1, q.method = QZRCFA_METHOD_GBRI, q.bits = 0; }},
     };
     for (const Bad& b : kBad) {
         std::vector<std::uint8_t> out;

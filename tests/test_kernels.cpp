@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "catalogue/members.h"
+#include "general/general.h"
 #include "kernels/bayer.h"
 #include "kernels/kernels.h"
 
@@ -266,6 +267,264 @@ TEST_P(Kernels, EqualTheReferencesForGbri) {
                     << "gbri pass " << pass << " on " << isa_name(GetParam()) << " differs: width " << width << " variant "
                     << variant;
             }
+}
+
+// The general rule's kernels. Rows of values hold exactly their two columns of margin
+// on either side, so AddressSanitizer reports a read beyond them, and every row a
+// kernel writes is compared whole, margins included. Every width 1 .. 140 and one large,
+// every phase of a row (green at even columns or odd, in a red or a blue row), values
+// over the full range of three largest values or tiny (0 .. 3: ties everywhere), and
+// greens with zeros among them (smooth hue's 0/0 and x/0).
+using u16 = std::uint16_t;
+
+struct ValueRow {
+    std::vector<u16> v;
+    ValueRow(int width, std::uint32_t seed, unsigned max) : v(random_values<u16>(std::size_t(width) + 4, seed, max)) {}
+    u16* at0() { return v.data() + 2; }
+};
+
+std::vector<int> general_widths(int large) {
+    std::vector<int> widths;
+    for (int w = 1; w <= 140; ++w) widths.push_back(w);
+    widths.push_back(large);
+    return widths;
+}
+
+struct PlaneSlot {
+    const char* name;
+    PlaneKernel reference;
+    PlaneKernel GeneralKernels::*wide;
+    PixelKernel GeneralKernels::*pixels;  // the pass fused with the store, if it has one
+    int variant;
+    int planes;  // 3, or the one plane out[plane] that a green pass (1) or grey (0) writes
+};
+
+using K = GeneralKernels;
+const PlaneSlot kPlaneSlots[] = {
+    {"nearest", general_nearest, &K::nearest, &K::nearest_pixels, 0, 3},
+    {"bilinear", general_bilinear, &K::bilinear, &K::bilinear_pixels, 0, 3},
+    {"edge sensing 1", general_edge_sensing, &K::edge_sensing, &K::edge_sensing_pixels, 1, 3},
+    {"edge sensing 2", general_edge_sensing, &K::edge_sensing, &K::edge_sensing_pixels, 2, 3},
+    {"laplacian green", general_laplacian_green, &K::laplacian_green, nullptr, 0, kGreen},
+    {"laplacian colour", general_laplacian_colour, &K::laplacian_colour, &K::laplacian_pixels, 0, 3},
+    {"smooth hue green", general_smooth_hue_green, &K::smooth_hue_green, nullptr, 0, kGreen},
+    {"smooth hue colour", general_smooth_hue_colour, &K::smooth_hue_colour, &K::smooth_hue_pixels, 0, 3},
+    {"grey", general_grey, &K::grey, &K::grey_pixels, 0, 0},
+};
+
+TEST_P(Kernels, EqualTheGeneralRulesReferences) {
+    const GeneralKernels& set = kernel_set(GetParam()).general;
+    const char* isa = isa_name(GetParam());
+    for (const int width : general_widths(1001))
+        for (const unsigned max : {255u, 4095u, 65535u})
+            for (const unsigned range : {max, 3u}) {
+                const std::uint32_t seed = std::uint32_t(width * 17 + max + range);
+                std::vector<ValueRow> values, greens, planes;
+                for (std::uint32_t i = 0; i < 5; ++i) values.emplace_back(width, seed + i, range);
+                for (std::uint32_t i = 0; i < 3; ++i) greens.emplace_back(width, seed + 5 + i, range);
+                for (std::uint32_t i = 0; i < 3; ++i) planes.emplace_back(width, seed + 8 + i, 65535);
+                std::mt19937 rng(seed);
+                for (ValueRow& g : greens)
+                    for (u16& v : g.v)
+                        if (rng() % 8 == 0) v = 0;
+                for (const PlaneSlot& slot : kPlaneSlots)
+                    for (const RowPhase phase : {RowPhase{kRed, true}, RowPhase{kRed, false}, RowPhase{kBlue, true}, RowPhase{kBlue, false}}) {
+                        std::vector<ValueRow> want = planes, got = planes;
+                        auto row_into = [&](std::vector<ValueRow>& out) {
+                            PlaneRow row{};
+                            for (int i = 0; i < 5; ++i) row.s[i] = values[std::size_t(i)].at0();
+                            for (int i = 0; i < 3; ++i) row.g[i] = greens[std::size_t(i)].at0();
+                            for (int i = 0; i < 3; ++i) row.out[i] = slot.planes == 3 || slot.planes == i ? out[std::size_t(i)].at0() : nullptr;
+                            row.phase = phase, row.max = int(max), row.variant = slot.variant, row.x_last = width - 1;
+                            return row;
+                        };
+                        const PlaneRow reference = row_into(want), wide = row_into(got);
+                        slot.reference(reference, 0);
+                        const int x = (set.*slot.wide)(wide, 0);
+                        ASSERT_TRUE(x >= 0 && x <= width) << slot.name << " on " << isa << " returned " << x;
+                        slot.reference(wide, x);
+                        const std::string where = std::string(" on ") + isa + ": width " + std::to_string(width) + " max " +
+                                                  std::to_string(max) + " values 0.." + std::to_string(range) +
+                                                  (phase.colour == kRed ? " red" : " blue") + " row, green at " +
+                                                  (phase.green_even ? "even" : "odd") + " columns";
+                        for (int i = 0; i < 3; ++i) ASSERT_EQ(want[std::size_t(i)].v, got[std::size_t(i)].v) << slot.name << where << ", plane " << i;
+                        if (slot.pixels == nullptr) continue;
+                        // Fused with the store: the pixels the reference's planes give.
+                        for (const int elements : slot.planes == 3 ? std::vector<int>{3, 4} : std::vector<int>{1})
+                            for (const int depth : {8, 16}) {
+                                const std::size_t bytes = std::size_t(width) * std::size_t(elements) * std::size_t(depth / 8);
+                                const auto before = random_values<std::uint8_t>(bytes, seed + 3, 255);
+                                std::vector<std::uint8_t> pixels_want = before, pixels_got = before;
+                                std::vector<ValueRow> scratch = planes;
+                                StoreRow out{};
+                                for (int i = 0; i < 3; ++i) out.planes[i] = want[std::size_t(i)].at0();
+                                out.elements = elements, out.depth = depth, out.max = int(max), out.x_last = width - 1;
+                                out.out = pixels_want.data();
+                                general_store(out, 0);
+                                const PlaneRow fused = row_into(scratch);
+                                for (int i = 0; i < 3; ++i) out.planes[i] = scratch[std::size_t(i)].at0();
+                                out.out = pixels_got.data();
+                                const int left = (set.*slot.pixels)(fused, out, 0);
+                                ASSERT_TRUE(left >= 0 && left <= width) << slot.name << " pixels" << where;
+                                slot.reference(fused, left);
+                                general_store(out, left);
+                                ASSERT_EQ(pixels_want, pixels_got) << slot.name << " pixels" << where << ", " << elements << " elements of "
+                                                                   << depth << " bits";
+                            }
+                    }
+            }
+}
+
+// Raw rows to values: 8- and 16-bit samples (16-bit samples above the largest value
+// clamped) and every packed layout (rows of exactly their bytes, so that a read past
+// them shows under the address sanitizer), each as it is and with a black level and
+// gains; and planes to pixels of 1, 3 and 4 elements of 8 and 16 bits under every
+// largest value 2^b - 1 (8-bit elements round from each); the large row of every
+// store holds each value 0 .. max once.
+TEST_P(Kernels, LoadAndStoreAsTheGeneralRulesReferences) {
+    const GeneralKernels& set = kernel_set(GetParam()).general;
+    const char* isa = isa_name(GetParam());
+    const std::pair<Packing, unsigned> kLayouts[] = {{Packing::Bytes, 255}, {Packing::Words, 4095}, {Packing::Words, 65535},
+                                                     {Packing::Raw10, 1023}, {Packing::P10, 1023}, {Packing::Raw12, 4095},
+                                                     {Packing::P12, 4095},   {Packing::Packed12, 4095}};
+    for (const auto& [packing, max] : kLayouts)
+        for (const bool balance : {false, true})
+            for (const int width : general_widths(1001)) {
+                const std::uint32_t seed = std::uint32_t(width * 3 + int(packing) + max + balance);
+                const auto bytes = random_values<std::uint8_t>(general::row_bytes(packing, std::size_t(width)), seed, 255);
+                const ValueRow before(width, seed + 1, 65535);
+                ValueRow want = before, got = before;
+                LoadRow row{};
+                row.src = bytes.data();
+                row.packing = packing, row.max = int(max), row.x_last = width - 1, row.balance = balance;
+                row.black[0] = float(seed % (max / 8)), row.black[1] = float(seed % 61);
+                row.gain[0] = 1.0f + float(seed % 7) / 3.0f, row.gain[1] = 0.75f;
+                LoadRow reference = row, wide = row;
+                reference.out = want.at0(), wide.out = got.at0();
+                general_load(reference, 0);
+                general_load(wide, set.load(wide, 0));
+                ASSERT_EQ(want.v, got.v) << "load on " << isa << " differs: packing " << int(packing) << (balance ? ", balanced" : "")
+                                         << ", width " << width << " max " << max;
+            }
+    for (int bits = 8; bits <= 16; ++bits) {
+        const unsigned max = (1u << bits) - 1;
+        for (const int width : general_widths(int(max) + 1))
+            for (const unsigned range : {max, 3u}) {
+                const std::uint32_t seed = std::uint32_t(width * 5 + bits + range);
+                std::vector<ValueRow> planes;
+                for (std::uint32_t i = 0; i < 3; ++i) planes.emplace_back(width, seed + i, range);
+                if (width == int(max) + 1)
+                    for (std::uint32_t i = 0; i < 3; ++i)
+                        for (int x = 0; x < width; ++x) planes[i].at0()[x] = u16((unsigned(x) + 7 * i) % (max + 1));
+                for (const int elements : {1, 3, 4})
+                    for (const int depth : {8, 16}) {
+                        const std::size_t bytes = std::size_t(width) * std::size_t(elements) * std::size_t(depth / 8);
+                        const auto before = random_values<std::uint8_t>(bytes, seed + 3, 255);
+                        std::vector<std::uint8_t> want = before, got = before;
+                        StoreRow row{};
+                        for (int i = 0; i < 3; ++i) row.planes[i] = planes[std::size_t(i)].at0();
+                        row.elements = elements, row.depth = depth, row.max = int(max), row.x_last = width - 1;
+                        StoreRow reference = row, wide = row;
+                        reference.out = want.data(), wide.out = got.data();
+                        general_store(reference, 0);
+                        general_store(wide, set.store(wide, 0));
+                        ASSERT_EQ(want, got) << "store on " << isa << " differs: " << elements << " elements of " << depth
+                                             << " bits, width " << width << " max " << max << " values 0.." << range;
+                    }
+            }
+    }
+}
+
+// The sweep (src/general/engine.cpp) against the references applied to the frame mirrored
+// about its edge pixels, every value and green of it computed: whichever rows the sweep
+// reads in place or through its ring, however it splits rows into chunks and frames into
+// bands, its elements must be these. Frames from narrower than a block to wider than two
+// chunks, 16-bit samples of 16 bits (read in place) and of 12 bits (clamped), 8-bit
+// samples; 3, 4 and 1 elements of 8 and 16 bits, compact top-down rows or padded
+// bottom-up ones, one band or several.
+struct Serial final : Tasks {
+    int threads() const override { return 3; }
+    void run(int count, void (*task)(const void*, int), const void* context) const override {
+        for (int i = 0; i < count; ++i) task(context, i);
+    }
+};
+
+std::ptrdiff_t mirror(std::ptrdiff_t i, std::ptrdiff_t n) {
+    while (i < 0 || i >= n) i = i < 0 ? -i : 2 * (n - 1) - i;
+    return i;
+}
+
+std::vector<std::uint8_t> mirrored_model(general::Method method, const general::Frame& f, const general::Image& im) {
+    constexpr int m = 4;  // columns and rows of the mirrored frame beyond each edge
+    const int w = f.width, h = f.height, max = (1 << f.bits) - 1, pitch = w + 2 * m;
+    auto frame = [&](int rows) { return std::vector<u16>(std::size_t(pitch) * std::size_t(h + 2 * m), u16(rows)); };
+    std::vector<u16> values = frame(0), greens = frame(0), planes = frame(0);
+    auto at = [&](std::vector<u16>& v, int r) { return v.data() + std::ptrdiff_t(r + m) * pitch + m; };
+    for (int r = -m; r < h + m; ++r)
+        for (int x = -m; x < w + m; ++x) {
+            const std::uint8_t* row = f.data + mirror(r, h) * f.pitch;
+            const int v = f.packing == Packing::Bytes ? row[mirror(x, w)] : reinterpret_cast<const u16*>(row)[mirror(x, w)];
+            at(values, r)[x] = u16(std::min(v, max));
+        }
+    const bool grey = im.elements == 1, laplacian = method == general::Method::Laplacian;
+    const bool two = !grey && (laplacian || method == general::Method::SmoothHue);
+    const PlaneKernel colour = grey ? general_grey
+                               : method == general::Method::Nearest  ? general_nearest
+                               : method == general::Method::Bilinear ? general_bilinear
+                               : laplacian                           ? general_laplacian_colour
+                               : two                                 ? general_smooth_hue_colour
+                                                                     : general_edge_sensing;
+    auto row_of = [&](int r) {
+        PlaneRow row{};
+        for (int i = 0; i < 5; ++i) row.s[i] = at(values, r - 2 + i);
+        for (int i = 0; i < 3; ++i) row.g[i] = at(greens, r - 1 + i);
+        row.phase = row_phase(f.pattern, r & 1), row.max = max, row.x_last = w - 1;
+        row.variant = method == general::Method::EdgeSensing2 ? 2 : 1;
+        return row;
+    };
+    if (two)
+        for (int r = -1; r <= h; ++r) {
+            PlaneRow row = row_of(r);
+            row.out[1] = at(greens, r), row.x_last = w + 1;
+            (laplacian ? general_laplacian_green : general_smooth_hue_green)(row, -2);
+        }
+    std::vector<std::uint8_t> out(std::size_t(im.pitch) * std::size_t(h), 0x5C);
+    for (int y = 0; y < h; ++y) {
+        PlaneRow row = row_of(y);
+        for (int i = 0; i < 3; ++i) row.out[i] = at(planes, i);
+        colour(row, 0);
+        StoreRow store{};
+        for (int i = 0; i < 3; ++i) store.planes[i] = at(planes, i);
+        store.out = out.data() + (im.bottom_up ? h - 1 - y : y) * im.pitch;
+        store.elements = im.elements, store.depth = im.depth, store.max = max, store.x_last = w - 1;
+        general_store(store, 0);
+    }
+    return out;
+}
+
+TEST_P(Kernels, SweepEqualsTheReferencesOnTheMirroredFrame) {
+    const Serial bands;
+    for (int method = 0; method <= int(general::Method::SmoothHue); ++method)
+        for (const auto& [w, h] : {std::pair{5, 2}, {63, 3}, {64, 7}, {65, 9}, {1100, 5}, {70, 40}})
+            for (const int bits : {16, 12, 8})
+                for (const int elements : {3, 4, 1})
+                    for (const int depth : {8, 16})
+                        for (const bool padded : {false, true}) {
+                            const int sample_bytes = bits == 8 ? 1 : 2, pad = padded ? 6 : 0;
+                            const auto samples = random_values<std::uint8_t>(std::size_t(w * sample_bytes + pad) * std::size_t(h),
+                                                                             std::uint32_t(w * h + method + bits), 255);
+                            const general::Frame f{samples.data(), w * sample_bytes + pad, sample_bytes == 1 ? Packing::Bytes : Packing::Words, bits, w, h,
+                                                   Pattern(method % 4)};
+                            const general::Image im{nullptr, std::ptrdiff_t(w) * elements * depth / 8 + 2 * pad, elements, depth, padded};
+                            const std::vector<std::uint8_t> want = mirrored_model(general::Method(method), f, im);
+                            std::vector<std::uint8_t> got(want.size(), 0x5C);
+                            general::Image into = im;
+                            into.data = got.data();
+                            general::demosaic(general::Method(method), f, into, padded ? &bands : nullptr, GetParam());
+                            ASSERT_EQ(want, got) << "method " << method << " on " << isa_name(GetParam()) << ": " << w << "x" << h
+                                                 << " of " << bits << " bits to " << elements << " elements of " << depth << " bits"
+                                                 << (padded ? ", padded bottom-up rows in bands" : "");
+                        }
 }
 
 // Every instruction set of the dispatch table, whether or not this build or processor

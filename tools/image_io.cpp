@@ -159,7 +159,8 @@ Image read_pnm(const Source& in, bool keep_16, const ReadLimits& limits) {
     image.height = int(height);
     const bool two_bytes = maxval > 255;
     image.depth = two_bytes && keep_16 ? 16 : 8;
-    if (limits.accept) limits.accept(image.width, image.height, image.depth, image.channels);
+    if (limits.accept)
+        limits.accept(image.width, image.height, image.depth, image.depth == 16 && maxval != 65535 ? int(maxval) : 0, image.channels);
 
     const std::uint64_t samples = width * height * std::uint64_t(image.channels);
     const std::uint64_t need = samples * (two_bytes ? 2 : 1);
@@ -274,7 +275,7 @@ Image read_png(Source& in, bool keep_16, const ReadLimits& limits) {
         image.channels = int(png_get_channels(png, info));
         image.depth = wide ? 16 : 8;
         if (image.channels == 2) fail(in.name, "grey with alpha is not supported");
-        if (limits.accept) limits.accept(image.width, image.height, image.depth, image.channels);
+        if (limits.accept) limits.accept(image.width, image.height, image.depth, 0, image.channels);
         const std::size_t row_bytes = png_get_rowbytes(png, info);
         // Straight into the image's samples, in the machine's byte order.
         auto read_rows = [&](auto& samples) {
@@ -511,30 +512,45 @@ Image read_image(const std::string& path, bool keep_16, const ReadLimits& limits
     return read_image(file, input_name(path), keep_16, limits);
 }
 
-Image read_raw(std::FILE* file, const std::string& name, int width, int height, int depth, const ReadLimits& limits) {
+Image read_raw(std::FILE* file, const std::string& name, const RawLayout& layout, const ReadLimits& limits) {
     const Source in(file, name);
+    const int width = layout.width, height = layout.height, depth = layout.depth;
     if (width <= 0 || height <= 0) fail(name, "a raw frame needs a positive --width and --height");
     if (depth != 8 && depth != 16) fail(name, "unsupported depth " + std::to_string(depth) + " (8 or 16)");
     check_pixels(in, "--width and --height ask for", std::uint64_t(width), std::uint64_t(height), limits);
-    if (limits.accept) limits.accept(width, height, depth, 1);
-    const std::uint64_t need = std::uint64_t(width) * std::uint64_t(height) * std::uint64_t(depth / 8);
-    const std::string declared = "a " + dims(width, height) + " " + std::to_string(depth) + "-bit frame is " +
-                                 std::to_string(need) + " bytes, the ";
-    const std::string holder = in.size ? "file has " : "input has ";
-    if (const auto left = in.left(); left && *left != need)
-        fail(name, (*left < need ? "truncated: " : "wrong size: ") + declared + holder + std::to_string(*left));
-    Image image{width, height, 1, depth, {}, {}, 0};
-    const std::uint64_t got = depth == 8 ? read_into(in, image.pixels, need) : read_into(in, image.wide, need);
-    if (got < need) fail(name, "truncated: " + declared + holder + std::to_string(got));
-    if (std::fgetc(file) != EOF) fail(name, "wrong size: " + declared + holder + "more");
+    if (limits.accept) limits.accept(width, height, depth, 0, 1);
+    const bool packed = layout.row_bytes != 0;
+    const std::uint64_t row = packed ? layout.row_bytes : std::uint64_t(width) * std::uint64_t(depth / 8);
+    const std::uint64_t stride = layout.stride ? layout.stride : row;
+    if (!packed && depth == 16 && stride % 2 != 0) fail(name, "rows of 16-bit samples " + std::to_string(stride) + " bytes apart: an odd stride");
+    if (stride < row) fail(name, "rows " + std::to_string(stride) + " bytes apart are shorter than a row's " + std::to_string(row) + " bytes");
+    // The last row needs its samples' bytes only; its padding may be there or not.
+    const std::uint64_t least = std::uint64_t(height - 1) * stride + row, most = std::uint64_t(height) * stride;
+    std::string frame = "a " + dims(std::uint64_t(width), std::uint64_t(height)) + " " +
+                        (packed ? "frame of " + layout.packing + " rows" : std::to_string(depth) + "-bit frame");
+    if (layout.stride) frame += " " + std::to_string(stride) + " bytes apart";
+    const std::string holder = in.size ? ", the file has " : ", the input has ";
+    auto short_by = [&](std::uint64_t have) {
+        fail(name, "truncated: " + frame + (least == most ? " is " : " needs at least ") + std::to_string(least) + " bytes" + holder +
+                       std::to_string(have));
+    };
+    auto long_by = [&](const std::string& have) {
+        fail(name, "wrong size: " + frame + (least == most ? " is " : " takes at most ") + std::to_string(most) + " bytes" + holder + have);
+    };
+    if (const auto left = in.left(); left && *left < least) short_by(*left);
+    if (const auto left = in.left(); left && *left > most) long_by(std::to_string(*left));
+    Image image{width, height, 1, packed ? 8 : depth, {}, {}, 0, layout.stride ? std::size_t(stride) : 0};
+    const std::uint64_t got = image.depth == 8 ? read_into(in, image.pixels, most) : read_into(in, image.wide, most);
+    if (got < least) short_by(got);
+    if (got == most && std::fgetc(file) != EOF) long_by("more");
     to_native(image.wide, std::endian::little);
     return image;
 }
 
-Image read_raw(const std::string& path, int width, int height, int depth, const ReadLimits& limits) {
+Image read_raw(const std::string& path, const RawLayout& layout, const ReadLimits& limits) {
     std::FILE* file = nullptr;
     const File owner = open_input(path, file);
-    return read_raw(file, input_name(path), width, height, depth, limits);
+    return read_raw(file, input_name(path), layout, limits);
 }
 
 namespace {

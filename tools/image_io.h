@@ -32,15 +32,17 @@ struct Image {
     std::vector<std::uint8_t> pixels;    // depth 8
     std::vector<std::uint16_t> wide;     // depth 16
     int maxval = 0;
+    std::size_t stride = 0;              // raw frames: bytes from a row to the next (0: back to back)
 };
 
 // What a reader accepts before it allocates for a frame.
 struct ReadLimits {
     static constexpr std::uint64_t kDefaultMaxPixels = 256'000'000;
     std::uint64_t max_pixels = kDefaultMaxPixels;  // width x height
-    // Called with the declared width, height, depth (as it will be returned) and channels
-    // once the header is read, before the samples are; it may throw to refuse the frame.
-    std::function<void(int width, int height, int depth, int channels)> accept;
+    // Called with the declared width, height, depth and maxval (as they will be
+    // returned) and channels once the header is read, before the samples are; it may
+    // throw to refuse the frame.
+    std::function<void(int width, int height, int depth, int maxval, int channels)> accept;
 };
 
 // A file written under a temporary name in the destination's directory and renamed
@@ -72,10 +74,23 @@ class AtomicFile {
 Image read_image(const std::string& path, bool keep_16 = false, const ReadLimits& limits = {});
 Image read_image(std::FILE* file, const std::string& name, bool keep_16, const ReadLimits& limits);
 
-// A headerless raw frame of width x height samples, 8-bit or 16-bit little-endian. The
-// file must hold exactly that many bytes.
-Image read_raw(const std::string& path, int width, int height, int depth, const ReadLimits& limits = {});
-Image read_raw(std::FILE* file, const std::string& name, int width, int height, int depth, const ReadLimits& limits);
+// How a headerless raw frame lies in its file: height rows, each of width samples of
+// `depth` bits (8, or 16 little-endian), or of `row_bytes` bytes of a sensor's packed
+// layout (named `packing` in messages); `stride` bytes from a row to the next (0: rows
+// back to back). The file holds the rows, the last one at least its samples' bytes: from
+// (height - 1) x stride + a row's bytes to height x stride.
+struct RawLayout {
+    int width = 0, height = 0;
+    int depth = 8;              // 8 or 16: the samples' depth, or for packed rows what they unpack to
+    std::size_t row_bytes = 0;  // packed rows: a row's bytes; 0 for 8- or 16-bit samples
+    std::string packing;        // the packed layout's name
+    std::size_t stride = 0;
+};
+
+// A headerless raw frame. Its samples, or its packed rows' bytes (in `pixels`, depth 8),
+// keep the file's row stride (Image::stride).
+Image read_raw(const std::string& path, const RawLayout& layout, const ReadLimits& limits = {});
+Image read_raw(std::FILE* file, const std::string& name, const RawLayout& layout, const ReadLimits& limits);
 
 // PNG: 8- or 16-bit, grey or colour. An image with a maxval is scaled to the full range
 // and its significant bits recorded in an sBIT chunk.

@@ -3,8 +3,9 @@
 // pixel), demosaiced with every method, and compared with the original: colour PSNR
 // over the red, green and blue samples, the outer border left out.
 //
-//   qzrcfa-quality [--pattern RGGB|BGGR|GRBG|GBRG|all] [--border N] [--flip] [--markdown] IMAGE...
+//   qzrcfa-quality [--pattern RGGB|BGGR|GRBG|GBRG|all] [--border N] [--flip] [--rule member|general] [--markdown] IMAGE...
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cmath>
@@ -12,11 +13,13 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "image_io.h"
 #include "mosaic.h"
+#include "names.h"
 #include "qzrcfa.hpp"
 #include "quality.h"
 
@@ -25,27 +28,18 @@ namespace {
 using namespace qzrcfa::tools;
 
 const char kUsage[] =
-    "usage: qzrcfa-quality [--pattern RGGB|BGGR|GRBG|GBRG|all] [--border N] [--flip] [--depth 8|16] [--markdown]\n"
-    "                      [--max-megapixels N] IMAGE...\n"
+    "usage: qzrcfa-quality [--pattern RGGB|BGGR|GRBG|GBRG|all] [--border N] [--flip | --order top-down|bottom-up]\n"
+    "                      [--depth 8|16] [--rule default|member|general] [--markdown] [--max-megapixels N] IMAGE...\n"
     "Mosaics each full-colour IMAGE (PNG, PPM) with the pattern (default RGGB; 'all' averages the four),\n"
     "demosaics it with every method (bitCount 24; --flip: the bottom-up members) and prints the colour\n"
     "PSNR in dB against the original, leaving out BORDER pixels on every side (default 4). --depth 16\n"
-    "mosaics the samples times 257 and measures on the 16-bit scale (methods that take 16-bit frames).\n"
+    "mosaics the samples times 257 and measures on the 16-bit scale. --rule: the interface's members\n"
+    "(a method without one for the request gets a dash), the methods' general rule, or by default the\n"
+    "members for 8-bit mosaics and the general rule for 16-bit ones where no member takes them.\n"
+    "Names are the library's, in any case.\n"
     "--max-megapixels N: refuse images of more than N million pixels (default 256) before reading their\n"
     "samples. An image too large for a method, or too small for every one, is refused from its header too.\n"
     "--option=value is the same as --option value.\n";
-
-struct MethodRow {
-    const char* label;
-    qzrcfa::Method method;
-};
-
-constexpr MethodRow kMethods[] = {
-    {"nearest neighbour", qzrcfa::Method::NearestNeighbor}, {"bilinear", qzrcfa::Method::Bilinear},
-    {"edge sensing 1", qzrcfa::Method::EdgeSensing1},       {"edge sensing 2", qzrcfa::Method::EdgeSensing2},
-    {"laplacian", qzrcfa::Method::Laplacian},               {"laplacian 2", qzrcfa::Method::Laplacian2},
-    {"smooth hue", qzrcfa::Method::SmoothHue},              {"gbri", qzrcfa::Method::Gbri},
-};
 
 // PSNR on the 16-bit scale of a method given the mosaic with every sample times 257
 // (the 16-bit frame a sensor with the photograph's values would give): against the
@@ -105,17 +99,16 @@ std::string cell(double v) {
 // Refuses, from the declared size alone, an image that a method is too large for (the
 // library's reason), or one too small for every method: a method too small for it only
 // gets a dash in the table.
-void check_measurable(int width, int height, const std::vector<std::string>& patterns, bool flip, int depth, int border) {
+void check_measurable(int width, int height, const std::vector<qzrcfa::Pattern>& patterns, const qzrcfa::Options& options, int depth,
+                      int border) {
     int min_width = INT_MAX, min_height = INT_MAX;
     bool measurable = false;
     const bool inside = width > 2 * border && height > 2 * border;
-    for (const MethodRow& row : kMethods) {
-        for (const qzrcfa::Pattern pattern : {qzrcfa::Pattern::RGGB, qzrcfa::Pattern::BGGR, qzrcfa::Pattern::GRBG, qzrcfa::Pattern::GBRG}) {
-            if (std::find(patterns.begin(), patterns.end(), qzrcfa::to_string(pattern)) == patterns.end()) continue;
-            qzrcfa::Options o;
-            o.method = row.method;
+    for (const qzrcfa::Method method : all<qzrcfa::Method>()) {
+        for (const qzrcfa::Pattern pattern : patterns) {
+            qzrcfa::Options o = options;
+            o.method = method;
             o.pattern = pattern;
-            o.order = flip ? qzrcfa::RowOrder::BottomUp : qzrcfa::RowOrder::TopDown;
             const qzrcfa::Size min = qzrcfa::minimum_size(o, depth);
             if (min.width == 0) continue;  // no export
             min_width = std::min(min_width, min.width);
@@ -140,11 +133,12 @@ void check_measurable(int width, int height, const std::vector<std::string>& pat
 
 int main(int argc, char** argv) {
     // --option=value is --option value, for the options that take one.
+    const std::vector<std::string> valued = {"--pattern", "--border", "--depth", "--max-megapixels", "--order", "--rule"};
     std::vector<std::string> words;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         const std::string name = arg.substr(0, arg.find('='));
-        if (name.size() < arg.size() && (name == "--pattern" || name == "--border" || name == "--depth" || name == "--max-megapixels")) {
+        if (name.size() < arg.size() && std::find(valued.begin(), valued.end(), name) != valued.end()) {
             words.push_back(name);
             words.push_back(arg.substr(name.size() + 1));
         } else {
@@ -156,52 +150,59 @@ int main(int argc, char** argv) {
     argc = int(args.size());
     argv = args.data();
 
+    auto usage_error = [](const std::string& message) {
+        std::fprintf(stderr, "qzrcfa-quality: %s\n", message.c_str());
+        return 2;
+    };
     ReadLimits limits;
     std::vector<std::string> paths;
-    std::vector<std::string> patterns = {"RGGB"};
+    std::vector<qzrcfa::Pattern> patterns = {qzrcfa::Pattern::RGGB};
+    qzrcfa::Options options;
+    std::optional<qzrcfa::RowOrder> order;
     int border = 4;
-    bool flip = false, markdown = false, sixteen = false;
+    bool markdown = false, sixteen = false;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
+        const bool has_value = i + 1 < argc;
         if (arg == "-h" || arg == "--help") {
             std::fputs(kUsage, stdout);
             return 0;
-        } else if (arg == "--pattern" && i + 1 < argc) {
+        } else if (arg == "--pattern" && has_value) {
             const std::string v = argv[++i];
-            if (v == "all") patterns = {"RGGB", "BGGR", "GRBG", "GBRG"};
-            else if (v == "RGGB" || v == "BGGR" || v == "GRBG" || v == "GBRG") patterns = {v};
-            else {
-                std::fprintf(stderr, "qzrcfa-quality: unknown --pattern value '%s'\n", v.c_str());
-                return 2;
-            }
-        } else if (arg == "--border" && i + 1 < argc) {
+            std::string folded = v;
+            for (char& c : folded) c = char(std::tolower(static_cast<unsigned char>(c)));
+            if (folded == "all") patterns = all<qzrcfa::Pattern>();
+            else if (const auto p = qzrcfa::from_string<qzrcfa::Pattern>(v)) patterns = {*p};
+            else return usage_error("unknown --pattern value '" + v + "' (" + name_list<qzrcfa::Pattern>() + ", or all for the four)");
+        } else if (arg == "--border" && has_value) {
             char* end = nullptr;
             const long v = std::strtol(argv[++i], &end, 10);
-            if (*end != '\0' || v < 0 || v > 1000) {
-                std::fprintf(stderr, "qzrcfa-quality: --border takes a whole number from 0 to 1000\n");
-                return 2;
-            }
+            if (*end != '\0' || v < 0 || v > 1000) return usage_error("--border takes a whole number from 0 to 1000");
             border = int(v);
-        } else if (arg == "--flip") {
-            flip = true;
-        } else if (arg == "--depth" && i + 1 < argc) {
+        } else if (arg == "--flip" || (arg == "--order" && has_value)) {
+            const std::string v = arg == "--flip" ? "bottom-up" : argv[++i];
+            const auto o = qzrcfa::from_string<qzrcfa::RowOrder>(v);
+            if (!o) return usage_error(unknown_name<qzrcfa::RowOrder>(arg, v));
+            if (order && *order != *o) return usage_error("--flip and --order top-down ask for two row orders");
+            order = *o;
+        } else if (arg == "--rule" && has_value) {
             const std::string v = argv[++i];
-            if (v != "8" && v != "16") {
-                std::fprintf(stderr, "qzrcfa-quality: --depth takes 8 or 16\n");
-                return 2;
-            }
+            const auto r = qzrcfa::from_string<qzrcfa::Rule>(v);
+            if (!r) return usage_error(unknown_name<qzrcfa::Rule>(arg, v));
+            options.rule = *r;
+        } else if (arg == "--depth" && has_value) {
+            const std::string v = argv[++i];
+            if (v != "8" && v != "16") return usage_error("--depth takes 8 or 16");
             sixteen = v == "16";
         } else if (arg == "--markdown") {
             markdown = true;
-        } else if (arg == "--max-megapixels" && i + 1 < argc) {
+        } else if (arg == "--max-megapixels" && has_value) {
             const std::string v = argv[++i];
             char* end = nullptr;
             errno = 0;
             const long n = std::strtol(v.c_str(), &end, 10);
-            if (v.empty() || *end != '\0' || errno != 0 || n < 1 || n > 100000) {
-                std::fprintf(stderr, "qzrcfa-quality: --max-megapixels takes a whole number from 1 to 100000, not '%s'\n", v.c_str());
-                return 2;
-            }
+            if (v.empty() || *end != '\0' || errno != 0 || n < 1 || n > 100000)
+                return usage_error("--max-megapixels takes a whole number from 1 to 100000, not '" + v + "'");
             limits.max_pixels = std::uint64_t(n) * 1'000'000;
         } else if (!arg.empty() && arg[0] == '-') {
             std::fprintf(stderr, "qzrcfa-quality: unknown option '%s'\n%s", arg.c_str(), kUsage);
@@ -214,32 +215,30 @@ int main(int argc, char** argv) {
         std::fputs(kUsage, stderr);
         return 2;
     }
+    options.order = order.value_or(qzrcfa::RowOrder::TopDown);
+    const std::vector<qzrcfa::Method> methods = all<qzrcfa::Method>();
 
     // psnr[method][image]
-    std::vector<std::vector<double>> psnr(std::size(kMethods), std::vector<double>(paths.size()));
+    std::vector<std::vector<double>> psnr(methods.size(), std::vector<double>(paths.size()));
     std::vector<std::string> names;
     // Nothing is decoded for an image that cannot be measured.
-    limits.accept = [&](int width, int height, int, int channels) {
+    limits.accept = [&](int width, int height, int, int, int channels) {
         if (channels < 3) throw std::runtime_error("not a colour image");
-        check_measurable(width, height, patterns, flip, sixteen ? 16 : 8, border);
+        check_measurable(width, height, patterns, options, sixteen ? 16 : 8, border);
     };
     for (std::size_t i = 0; i < paths.size(); ++i) {
         try {
             const Image rgb = read_image(paths[i], false, limits);
             names.push_back(std::filesystem::path(paths[i]).stem().string());
-            for (std::size_t m = 0; m < std::size(kMethods); ++m) {
+            for (std::size_t m = 0; m < methods.size(); ++m) {
                 double sum = 0;
                 int n = 0;
-                for (const std::string& pattern : patterns) {
-                    qzrcfa::Options o;
-                    o.method = kMethods[m].method;
-                    o.pattern = pattern == "RGGB" ? qzrcfa::Pattern::RGGB
-                                : pattern == "BGGR" ? qzrcfa::Pattern::BGGR
-                                : pattern == "GRBG" ? qzrcfa::Pattern::GRBG
-                                                    : qzrcfa::Pattern::GBRG;
-                    o.order = flip ? qzrcfa::RowOrder::BottomUp : qzrcfa::RowOrder::TopDown;
-                    const double v = sixteen ? measure16(rgb, mosaic(rgb, pattern), o, border)
-                                             : measure(rgb, mosaic(rgb, pattern), o, border);
+                for (const qzrcfa::Pattern pattern : patterns) {
+                    qzrcfa::Options o = options;
+                    o.method = methods[m];
+                    o.pattern = pattern;
+                    const std::vector<std::uint8_t> raw = mosaic(rgb, std::string(qzrcfa::to_string(pattern)));
+                    const double v = sixteen ? measure16(rgb, raw, o, border) : measure(rgb, raw, o, border);
                     if (!std::isnan(v)) {
                         sum += v;
                         ++n;
@@ -264,7 +263,7 @@ int main(int argc, char** argv) {
         for (std::size_t i = 0; i <= names.size(); ++i) std::printf("---:|");
         std::printf("\n");
     }
-    for (std::size_t m = 0; m < std::size(kMethods); ++m) {
+    for (std::size_t m = 0; m < methods.size(); ++m) {
         double sum = 0;
         bool complete = true;
         for (double v : psnr[m]) {
@@ -272,7 +271,7 @@ int main(int argc, char** argv) {
             sum += v;
         }
         const double mean = complete ? sum / double(psnr[m].size()) : std::nan("");
-        std::printf(markdown ? "| %s |" : "%-18s", kMethods[m].label);
+        std::printf(markdown ? "| %s |" : "%-18s", std::string(label(methods[m])).c_str());
         for (double v : psnr[m]) std::printf(markdown ? " %s |" : " %10s", cell(v).c_str());
         std::printf(markdown ? " %s |\n" : " %10s\n", cell(mean).c_str());
     }

@@ -37,7 +37,7 @@ inline constexpr int kHeavy = 64 << 10;   // two passes, or much arithmetic per 
 
 inline constexpr Method kMethods[] = {
     {{QZRCFA_METHOD_NEAREST, "nearest", "nearest-neighbour, nearest-neighbor", "NearestNeighbor", "nearest neighbour",
-      "copies from a 2x2 neighbourhood; 16-bit frames and grey output too"},
+      "copies from a 2x2 neighbourhood; grey output too"},
      "NearestNeighbor", 1, kLight, false},
     {{QZRCFA_METHOD_BILINEAR, "bilinear", "", "Bilinear", "bilinear",
       "means of the two or four nearest samples of each colour"},

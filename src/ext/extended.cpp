@@ -153,16 +153,16 @@ Why resolve_member(Plan& p) {
     const std::string method(p.method->name.name);
     if (p.output_depth != q.depth)
         return "the members write elements of their samples' depth, not " + std::to_string(p.output_depth) + "-bit from " +
-               std::to_string(q.depth) + "-bit samples (the general rule does: rule general)";
+               std::to_string(q.depth) + "-bit samples (the general rule does)";
     if (!has_members(*p.method, q.format, q.depth)) {
-        if (q.format == QZRCFA_FORMAT_GREY) return "no member of " + method + " writes grey (nearest's do; or rule general)";
-        return "no member of " + method + " takes " + std::to_string(q.depth) + "-bit samples (the general rule does: rule general)";
+        if (q.format == QZRCFA_FORMAT_GREY) return "no member of " + method + " writes grey (nearest writes grey)";
+        return "no member of " + method + " takes " + std::to_string(q.depth) + "-bit samples (the general rule does)";
     }
     p.member = find_member(*p.method, q.pattern, q.order, q.format, q.depth);
     if (!p.member)
         return "no member of " + method + " for " + name_of(QZRCFA_NAMES_PATTERN, q.pattern) + " " +
                name_of(QZRCFA_NAMES_ORDER, q.order) + ": " + method + " has " + members_of(*p.method, q.format, q.depth) +
-               " (the general rule serves every pattern and order: rule general)";
+               " (the general rule serves every pattern and order)";
     p.engine = Engine::Member;
     p.facts = facts(*p.member);
     return std::nullopt;
@@ -243,7 +243,7 @@ Why resolve(Plan& p) {
         return "format " + std::to_string(q.format) + " is not one of " + name_list(QZRCFA_NAMES_FORMAT) +
                " (bitCount 24, 32, or 0 for grey)";
     if (q.rule < QZRCFA_RULE_DEFAULT || q.rule > QZRCFA_RULE_GENERAL)
-        return "unknown rule (value " + std::to_string(q.rule) + "; default, member or general)";
+        return "unknown rule (value " + std::to_string(q.rule) + "; " + name_list(QZRCFA_NAMES_RULE) + ")";
     if (Why why = resolve_samples(p)) return why;
     p.output_depth = q.output_depth ? q.output_depth : q.depth;
     if (p.output_depth != 8 && p.output_depth != 16)
@@ -253,19 +253,19 @@ Why resolve(Plan& p) {
     const std::string method(p.method->name.name);
     if (p.picture && q.rule == QZRCFA_RULE_MEMBER)
         return "the members take samples as they are: packed rows, black level, white balance, a colour matrix and a "
-               "curve run the general rule (rule general)";
+               "curve run the general rule";
     if (p.method->members.empty()) {  // the extended library's own method
         if (q.rule == QZRCFA_RULE_MEMBER) return method + " has no member: it is the extended library's own method";
-        if (p.picture) return method + " takes samples as they are (no packing, black level, white balance, matrix or curve)";
         if (q.format == QZRCFA_FORMAT_GREY) return "no grey output from " + method + " (nearest writes grey)";
-        if (p.output_depth != q.depth) return method + " writes elements of its samples' depth";
-        if (p.bits != q.depth) return method + " takes samples of their full depth (bits 16)";
         p.engine = Engine::Gbri;
         return std::nullopt;
     }
+    // The members take every sample as it is: by default, 16-bit samples of fewer
+    // significant bits, whose larger values the general rule takes as the largest, run
+    // the general rule.
     const bool member = q.rule == QZRCFA_RULE_MEMBER ||
                         (q.rule == QZRCFA_RULE_DEFAULT && !p.picture &&
-                         (q.depth == 8 || (p.output_depth == q.depth &&
+                         (q.depth == 8 || (p.output_depth == q.depth && p.bits == q.depth &&
                                            find_member(*p.method, q.pattern, q.order, q.format, q.depth))));
     if (member) return resolve_member(p);
     if (q.format == QZRCFA_FORMAT_GREY && q.method != QZRCFA_METHOD_NEAREST)
@@ -404,35 +404,50 @@ Why auto_gains(general::Frame& f) {
     return "automatic white balance found no unsaturated sample of some colour in the frame (give the gains instead)";
 }
 
+// The general rule's view of the request: the frame with its black level and gains
+// (grey world's when asked, written to gains_used), and the image with its matrix and
+// curve (the curve's table in `curve`).
+Why picture_of(const Plan& p, general::Frame& frame, general::Image& image, std::vector<std::uint16_t>& curve) {
+    const qzrcfa_request& q = p.q;
+    frame = frame_of(p);
+    if (q.white_balance == QZRCFA_WHITE_BALANCE_AUTO)
+        if (Why why = auto_gains(frame)) return why;
+    if (q.gains_used != nullptr) {
+        q.gains_used[0] = frame.gains[detail::kRed];
+        q.gains_used[1] = frame.gains[detail::kGreen];
+        q.gains_used[2] = frame.gains[detail::kBlue];
+    }
+    image = general::Image{static_cast<std::uint8_t*>(q.output), std::ptrdiff_t(p.out_stride()),
+                           int(elements_per_pixel(q.format)), p.output_depth, q.order == QZRCFA_ORDER_BOTTOM_UP};
+    if (std::any_of(std::begin(q.matrix), std::end(q.matrix), [](float m) { return m != 0; })) image.matrix = q.matrix;
+    if (q.curve != QZRCFA_CURVE_LINEAR) {
+        curve = general::curve_table(q.curve == QZRCFA_CURVE_SRGB ? general::Curve::Srgb : general::Curve::Gamma, q.gamma,
+                                     (1 << p.bits) - 1, p.output_depth);
+        image.curve = curve.data();
+    }
+    return std::nullopt;
+}
+
 Why run(const Plan& p) {
     const qzrcfa_request& q = p.q;
     const int threads = useful_threads(q.threads, q.width, q.height, *p.method);
-    const CallTasks tasks(threads);
     const bool bottom_up = q.order == QZRCFA_ORDER_BOTTOM_UP;
+    general::Frame frame{};
+    general::Image image{};
+    std::vector<std::uint16_t> curve;
     switch (p.engine) {
     case Engine::Gbri:
-        run_gbri(q.samples, p.in_stride(), q.depth, q.width, q.height, q.pattern, q.output, p.out_stride(),
-                 int(elements_per_pixel(q.format)), bottom_up, threads);
+        if (!p.picture && p.bits == q.depth && p.output_depth == q.depth) {
+            run_gbri(q.samples, p.in_stride(), q.depth, q.width, q.height, q.pattern, q.output, p.out_stride(),
+                     int(elements_per_pixel(q.format)), bottom_up, threads);
+            return std::nullopt;
+        }
+        if (Why why = picture_of(p, frame, image, curve)) return why;
+        run_gbri_picture(frame, p.bits == 8 ? 8 : 16, image, threads);
         return std::nullopt;
     case Engine::General: {
-        general::Frame frame = frame_of(p);
-        if (q.white_balance == QZRCFA_WHITE_BALANCE_AUTO)
-            if (Why why = auto_gains(frame)) return why;
-        if (q.gains_used != nullptr) {
-            q.gains_used[0] = frame.gains[detail::kRed];
-            q.gains_used[1] = frame.gains[detail::kGreen];
-            q.gains_used[2] = frame.gains[detail::kBlue];
-        }
-        general::Image image{static_cast<std::uint8_t*>(q.output), std::ptrdiff_t(p.out_stride()),
-                             int(elements_per_pixel(q.format)), p.output_depth, bottom_up};
-        const bool matrix = std::any_of(std::begin(q.matrix), std::end(q.matrix), [](float m) { return m != 0; });
-        if (matrix) image.matrix = q.matrix;
-        std::vector<std::uint16_t> curve;
-        if (q.curve != QZRCFA_CURVE_LINEAR) {
-            curve = general::curve_table(q.curve == QZRCFA_CURVE_SRGB ? general::Curve::Srgb : general::Curve::Gamma, q.gamma,
-                                         (1 << p.bits) - 1, p.output_depth);
-            image.curve = curve.data();
-        }
+        if (Why why = picture_of(p, frame, image, curve)) return why;
+        const CallTasks tasks(threads);
         general::demosaic(p.general, frame, image, &tasks);
         return std::nullopt;
     }
@@ -507,6 +522,21 @@ QZRCFA_EXT_API std::size_t qzrcfa_output_bytes(const qzrcfa_request* request) {
     }
 }
 
+QZRCFA_EXT_API int qzrcfa_raw_layout(const qzrcfa_request* request, std::size_t* row_bytes, std::size_t* frame_bytes,
+                                     int* bits) {
+    try {
+        ext::Plan p;
+        if (ext::plan(request, p)) return -1;
+        if (ext::check_stride("", p.q.samples_stride, p.in_row(), p.sample_bytes())) return -1;
+        if (row_bytes != nullptr) *row_bytes = p.in_row();
+        if (frame_bytes != nullptr) *frame_bytes = ext::span(std::size_t(p.q.height), p.in_stride(), p.in_row(), 0);
+        if (bits != nullptr) *bits = p.bits;
+        return 0;
+    } catch (...) {
+        return -1;
+    }
+}
+
 QZRCFA_EXT_API std::size_t qzrcfa_output_elements(const qzrcfa_request* request) {
     try {
         ext::Plan p;
@@ -562,6 +592,16 @@ QZRCFA_EXT_API int qzrcfa_output_defined(const qzrcfa_request* request) {
 }
 
 QZRCFA_EXT_API int qzrcfa_processors(void) { return ext::processors(); }
+
+QZRCFA_EXT_API int qzrcfa_threads_used(const qzrcfa_request* request) {
+    try {
+        ext::Plan p;
+        if (ext::plan(request, p) || p.q.threads < 0 || p.q.threads > ext::kMaxThreads) return -1;
+        return ext::useful_threads(p.q.threads, p.q.width, p.q.height, *p.method);
+    } catch (...) {
+        return -1;
+    }
+}
 
 QZRCFA_EXT_API const char* qzrcfa_instruction_set(void) { return ext::instruction_set(); }
 

@@ -6,6 +6,7 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <optional>
@@ -138,7 +139,7 @@ bool own(Id id) { return own_definition(id) == member(id).exported; }
 MemberFacts facts(Id id) { return member(described(id)).facts(); }
 
 int call_export(Id id, void* src, int width, int height, void* dst, unsigned short bitCount) {
-    const void* fn = member(id).exported;
+    void* fn = const_cast<void*>(member(id).exported);  // a function's address, held as data
     using C8 = int (*)(unsigned char*, int, int, unsigned char*, unsigned short);
     using C16 = int (*)(unsigned short*, int, int, unsigned short*, unsigned short);
     using G8 = int (*)(unsigned char*, int, int, unsigned char*);
@@ -222,6 +223,35 @@ void run_gbri(const void* raw, std::size_t src_pitch, int depth, int width, int 
     else
         gbri(static_cast<const std::uint16_t*>(raw), width, height, p, static_cast<std::uint16_t*>(out), elements, bottom_up,
              &tasks, pitches);
+}
+
+template <class T>
+void gbri_picture(const general::Frame& f, const general::Image& image, const CallTasks& tasks) {
+    const std::size_t w = std::size_t(f.width), h = std::size_t(f.height);
+    const int max = (1 << f.bits) - 1;
+    const detail::GeneralKernels& kernels = detail::kernel_set(detail::best_isa()).general;
+    std::vector<T> samples(w * h), pixels(w * h * 3);
+    std::vector<std::uint16_t> values(3 * w);
+    for (std::size_t y = 0; y < h; ++y) {
+        general::load_row(f, std::ptrdiff_t(y), values.data(), kernels);
+        std::copy(values.begin(), values.begin() + std::ptrdiff_t(w), samples.begin() + std::ptrdiff_t(y * w));
+    }
+    gbri(samples.data(), f.width, f.height, f.pattern, pixels.data(), 3, false, &tasks,
+         detail::Pitches{std::ptrdiff_t(w), std::ptrdiff_t(3 * w)});
+    const std::uint16_t* planes[3] = {values.data(), values.data() + w, values.data() + 2 * w};
+    for (std::size_t y = 0; y < h; ++y) {
+        const T* px = pixels.data() + y * w * 3;
+        for (std::size_t x = 0; x < w; ++x)
+            for (std::size_t e = 0; e < 3; ++e) values[e * w + x] = std::uint16_t(std::min<int>(px[3 * x + e], max));
+        general::store_row(image, image.bottom_up ? std::ptrdiff_t(h - 1 - y) : std::ptrdiff_t(y), planes, f.width, max,
+                           kernels);
+    }
+}
+
+void run_gbri_picture(const general::Frame& frame, int depth, const general::Image& image, int threads) {
+    const CallTasks tasks(threads);
+    if (depth == 8) gbri_picture<std::uint8_t>(frame, image, tasks);
+    else gbri_picture<std::uint16_t>(frame, image, tasks);
 }
 
 const char* instruction_set() { return detail::isa_name(detail::best_isa()); }

@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "catalogue/catalogue.h"
+#include "general/general.h"
 
 namespace qzrcfa::ext {
 
@@ -39,6 +40,12 @@ void run_member_padded(catalogue::Id id, const void* src, std::size_t src_pitch,
 // `elements` elements.
 void run_gbri(const void* raw, std::size_t src_pitch, int depth, int width, int height, int pattern, void* out,
               std::size_t dst_pitch, int elements, bool bottom_up, int threads);
+
+// gbri from a camera's frame (general.h): its samples as the general rule reads them
+// (unpacked, black level and gains applied) into a frame of `depth`-bit values, gbri on
+// that frame, its pixels clamped to the values' range and stored as the image asks
+// (matrix, curve, element depth). Throws std::bad_alloc.
+void run_gbri_picture(const general::Frame& frame, int depth, const general::Image& image, int threads);
 
 // Processors this program may run on, and the instruction set of the kernels it runs.
 int processors();

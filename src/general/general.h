@@ -68,8 +68,18 @@ std::vector<std::uint16_t> curve_table(Curve curve, double gamma, int max, int d
 
 // Grey world over the frame: the red and blue gains that bring the means of the
 // unsaturated red and blue samples (black level subtracted) to the green one's, every
-// fourth pair of rows read; green 1. False when some colour has no unsaturated sample.
+// fourth pair of rows read, at most 64; green 1. False when some colour has no
+// unsaturated sample.
 bool grey_world(const Frame& frame, float gains[3]);
+
+// Row r of the frame (0 .. height - 1) as the methods read it: width values in `out`,
+// black level and gains applied when the frame has them.
+void load_row(const Frame& frame, std::ptrdiff_t r, std::uint16_t* out, const detail::GeneralKernels& kernels);
+
+// Output row `row` of the image from planes of width values 0 .. max (blue, green, red;
+// grey: planes[0]), through the image's matrix and curve.
+void store_row(const Image& image, std::ptrdiff_t row, const std::uint16_t* const planes[3], int width, int max,
+               const detail::GeneralKernels& kernels);
 
 // Demosaics the frame into the image, on the calling thread or in bands of rows on the
 // threads of `tasks`, with the same elements. Grey output (elements 1) is the nearest

@@ -1,5 +1,6 @@
 // What the general rule needs of samples besides the methods: the bytes of packed rows,
 // output curves, and grey-world white balance.
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <vector>
@@ -52,15 +53,12 @@ bool grey_world(const Frame& f, float gains[3]) {
     const int max = (1 << f.bits) - 1;
     std::vector<std::uint16_t> values(std::size_t(f.width));
     double sum[3] = {}, count[3] = {};
+    const detail::GeneralKernels& kernels = detail::kernel_set(detail::best_isa()).general;
+    Frame unbalanced = f;  // the samples as they are; the black level is subtracted below
+    unbalanced.balance = false;
     for (int y = 0; y < f.height; ++y) {
         if ((y / 2) % 4 != 0) continue;  // every fourth pair of rows
-        detail::LoadRow row{};
-        row.src = f.data + std::ptrdiff_t(y) * f.pitch;
-        row.packing = f.packing;
-        row.out = values.data();
-        row.max = max;
-        row.x_last = f.width - 1;
-        detail::general_load(row, 0);
+        load_row(unbalanced, y, values.data(), kernels);
         for (int x = 0; x < f.width; ++x) {
             const int v = values[std::size_t(x)];
             if (v >= max) continue;  // saturated
@@ -72,10 +70,11 @@ bool grey_world(const Frame& f, float gains[3]) {
     }
     for (int e = 0; e < 3; ++e)
         if (count[e] == 0 || sum[e] == 0) return false;
+    // At most the largest gain a request may give (a colour almost absent from the frame).
     const double green = sum[1] / count[1];
-    gains[detail::kBlue] = float(green / (sum[detail::kBlue] / count[detail::kBlue]));
+    gains[detail::kBlue] = float(std::min(64.0, green / (sum[detail::kBlue] / count[detail::kBlue])));
     gains[detail::kGreen] = 1.0f;
-    gains[detail::kRed] = float(green / (sum[detail::kRed] / count[detail::kRed]));
+    gains[detail::kRed] = float(std::min(64.0, green / (sum[detail::kRed] / count[detail::kRed])));
     return true;
 }
 

@@ -1297,6 +1297,6 @@ constexpr KernelSet kKernelSet = {
     .gbri = {gbri_samples<uint8_t>, gbri_samples<uint16_t>, gbri_vertical, gbri_horizontal, gbri_across, gbri_along,
              gbri_columns5, gbri_row5, gbri_green, gbri_laplacians, gbri_model, gbri_means, gbri_pixels<uint8_t>,
              gbri_pixels<uint16_t>},
-    .general = {},
+    .general = {},  // the general rule's, from isa/general-inl.h: isa/target.h joins them in
     .smooth_hue_quotients = smooth_hue_quotients_wide,
 };

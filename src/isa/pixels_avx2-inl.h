@@ -113,6 +113,18 @@ QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r,
                           _mm256_extracti128_si256(vr, 1), white);
 }
 
+template <int P>
+QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r, Words fourth) {
+    const __m256i vb = (__m256i)b, vg = (__m256i)g, vr = (__m256i)r, va = (__m256i)fourth;
+    store_pixels16_128<P>(out, _mm256_castsi256_si128(vb), _mm256_castsi256_si128(vg), _mm256_castsi256_si128(vr),
+                          _mm256_castsi256_si128(va), false);
+    store_pixels16_128<P>(out + 8 * P, _mm256_extracti128_si256(vb, 1), _mm256_extracti128_si256(vg, 1),
+                          _mm256_extracti128_si256(vr, 1), _mm256_extracti128_si256(va, 1), false);
+}
+
+// The high 16 bits of the lanes' unsigned 32-bit products.
+QZRCFA_INLINE Words mul_high(Words a, Words b) { return (Words)_mm256_mulhi_epu16((__m256i)a, (__m256i)b); }
+
 // The mean of two lanes rounded up, (a + b + 1) >> 1, without overflow.
 QZRCFA_INLINE Bytes mean_up(Bytes a, Bytes b) { return (Bytes)_mm256_avg_epu8((__m256i)a, (__m256i)b); }
 QZRCFA_INLINE Words mean_up(Words a, Words b) { return (Words)_mm256_avg_epu16((__m256i)a, (__m256i)b); }

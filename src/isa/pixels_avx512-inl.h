@@ -227,6 +227,20 @@ QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r,
     }
 }
 
+// Element 3 of four-element pixels from `fourth`.
+template <int P>
+QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r, Words fourth) {
+    for (int v = 0; v < P; ++v) {
+        const __m512i index = _mm512_load_si512(kInterleave16<P>.index[v]);
+        const __m512i bg = _mm512_permutex2var_epi16((__m512i)b, index, (__m512i)g);
+        const __m512i px = _mm512_mask_permutexvar_epi16(bg, kRedWords<P>[v], index, (__m512i)r);
+        _mm512_storeu_si512(out + 32 * v, P == 4 ? _mm512_mask_mov_epi16(px, 0x88888888u, (__m512i)fourth) : px);
+    }
+}
+
+// The high 16 bits of the lanes' unsigned 32-bit products.
+QZRCFA_INLINE Words mul_high(Words a, Words b) { return (Words)_mm512_mulhi_epu16((__m512i)a, (__m512i)b); }
+
 // The mean of two lanes rounded up, (a + b + 1) >> 1, without overflow.
 QZRCFA_INLINE Bytes mean_up(Bytes a, Bytes b) { return (Bytes)_mm512_avg_epu8((__m512i)a, (__m512i)b); }
 QZRCFA_INLINE Words mean_up(Words a, Words b) { return (Words)_mm512_avg_epu16((__m512i)a, (__m512i)b); }

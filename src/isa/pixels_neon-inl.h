@@ -128,6 +128,23 @@ QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r,
     }
 }
 
+// Element 3 of four-element pixels from `fourth`.
+template <int P>
+QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r, Words fourth) {
+    if constexpr (P == 3) {
+        store_planes(out, uint16x8x3_t{{u16(b), u16(g), u16(r)}});
+    } else {
+        store_planes(out, uint16x8x4_t{{u16(b), u16(g), u16(r), u16(fourth)}});
+    }
+}
+
+// The high 16 bits of the lanes' unsigned 32-bit products.
+QZRCFA_INLINE Words mul_high(Words a, Words b) {
+    const uint32x4_t low = vmull_u16(vget_low_u16(u16(a)), vget_low_u16(u16(b)));
+    const uint32x4_t high = vmull_high_u16(u16(a), u16(b));
+    return (Words)vuzp2q_u16(vreinterpretq_u16_u32(low), vreinterpretq_u16_u32(high));
+}
+
 // The mean of two lanes rounded up, (a + b + 1) >> 1, and down, (a + b) >> 1, without
 // overflow: NEON's halving adds.
 QZRCFA_INLINE Bytes mean_up(Bytes a, Bytes b) { return (Bytes)vrhaddq_u8(u8(a), u8(b)); }

@@ -84,6 +84,15 @@ QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r,
     store_pixels16_128<P>(out, (__m128i)b, (__m128i)g, (__m128i)r, white);
 }
 
+// kLanes / 2 pixels of P 16-bit elements, element 3 of four-element pixels from `fourth`.
+template <int P>
+QZRCFA_INLINE void store_pixels16(std::uint16_t* out, Words b, Words g, Words r, Words fourth) {
+    store_pixels16_128<P>(out, (__m128i)b, (__m128i)g, (__m128i)r, (__m128i)fourth, false);
+}
+
+// The high 16 bits of the lanes' unsigned 32-bit products.
+QZRCFA_INLINE Words mul_high(Words a, Words b) { return (Words)_mm_mulhi_epu16((__m128i)a, (__m128i)b); }
+
 // The mean of two lanes rounded up, (a + b + 1) >> 1, without overflow.
 QZRCFA_INLINE Bytes mean_up(Bytes a, Bytes b) { return (Bytes)_mm_avg_epu8((__m128i)a, (__m128i)b); }
 QZRCFA_INLINE Words mean_up(Words a, Words b) { return (Words)_mm_avg_epu16((__m128i)a, (__m128i)b); }

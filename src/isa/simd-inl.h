@@ -8,6 +8,9 @@
 // lanes: with ab and cd the floor means of the pairs, a + b + c + d is 2 (ab + cd) plus
 // both pairs' carries, so its floor quarter is floor((ab + cd + k) / 2) with k the and
 // of the carries: the rounded-up mean of ab and cd, less (ab ^ cd) & 1 where k is 0.
+// Without a halving add that rounds down, from the rounded-up means p and q of the pairs:
+// a + b + c + d is 2 (p + q) less the pairs' carries, so the floor quarter is the
+// rounded-up mean of p and q less 1 where either pair carries or p + q is odd.
 
 template <class V>
 QZRCFA_INLINE V load(const void* p) {
@@ -34,9 +37,15 @@ QZRCFA_INLINE V mean2(const V& a, const V& b) {
 
 template <class V>
 QZRCFA_INLINE V mean4(const V& a, const V& b, const V& c, const V& d) {
-    const V ab = mean2(a, b);
-    const V cd = mean2(c, d);
-    return mean_up(ab, cd) - ((ab ^ cd) & ~((a ^ b) & (c ^ d)) & 1);
+    if constexpr (requires { mean_down(a, b); }) {
+        const V ab = mean_down(a, b);
+        const V cd = mean_down(c, d);
+        return mean_up(ab, cd) - ((ab ^ cd) & ~((a ^ b) & (c ^ d)) & 1);
+    } else {
+        const V p = mean_up(a, b);
+        const V q = mean_up(c, d);
+        return mean_up(p, q) - (((a ^ b) | (c ^ d) | (p ^ q)) & 1);
+    }
 }
 
 // Lanes of `mask` (all ones or all zeros per lane) take `yes`, the others `no`.

@@ -1,8 +1,9 @@
 // The body of every instruction-set target file (src/isa/<set>.cpp), which defines
 // QZRCFA_TARGET (its row's name in isa/targets.def) and QZRCFA_PIXELS (its pixel
 // layer) and includes this. The build compiles a target file with its row's flags; it
-// includes, inside a namespace of its own, its pixel layer, the SIMD toolkit and the
-// kernels, which become its kernel set, isa_kernels_<set>. Everything else it compiles
+// includes, inside a namespace of its own, its pixel layer, the SIMD toolkit, the
+// families' kernels and the general rule's, which become its kernel set,
+// isa_kernels_<set>. Everything else it compiles
 // has internal linkage, so nothing built for a wider instruction set can stand in for
 // code of the baseline.
 #pragma once
@@ -45,8 +46,14 @@ using namespace qzrcfa::detail;
 #include QZRCFA_PIXELS
 #include "isa/simd-inl.h"
 #include "isa/kernels-inl.h"
+#include "isa/general-inl.h"
+
+constexpr KernelSet with_general(KernelSet set, const GeneralKernels& general) {
+    set.general = general;
+    return set;
+}
 }  // namespace
 }  // namespace qzrcfa::QZRCFA_TARGET
 
 constinit const qzrcfa::detail::KernelSet qzrcfa::detail::QZRCFA_PASTE(isa_kernels_, QZRCFA_TARGET) =
-    qzrcfa::QZRCFA_TARGET::kKernelSet;
+    qzrcfa::QZRCFA_TARGET::with_general(qzrcfa::QZRCFA_TARGET::kKernelSet, qzrcfa::QZRCFA_TARGET::kGeneralKernels);

@@ -74,20 +74,19 @@ QZRCFA_INLINE __m128i gather3_128(const std::uint8_t* p) {
 }
 
 // Eight pixels of P (3 or 4) 16-bit elements from eight lanes of blue, green and red:
-// exactly 8 * P elements are stored, element 3 of four-element pixels kept, or the
-// largest value when `white`.
+// exactly 8 * P elements are stored, element 3 of four-element pixels kept (`keep`,
+// with `fourth` zero) or set to the lanes of `fourth`.
 template <int P>
-QZRCFA_INLINE void store_pixels16_128(std::uint16_t* out, __m128i b, __m128i g, __m128i r, bool white = false) {
-    const __m128i fourth = white ? _mm_set1_epi32(-1) : _mm_setzero_si128();
+QZRCFA_INLINE void store_pixels16_128(std::uint16_t* out, __m128i b, __m128i g, __m128i r, __m128i fourth, bool keep) {
     const __m128i bg_lo = _mm_unpacklo_epi16(b, g), bg_hi = _mm_unpackhi_epi16(b, g);
     const __m128i r_lo = _mm_unpacklo_epi16(r, fourth), r_hi = _mm_unpackhi_epi16(r, fourth);
     // Two pixels of four elements (the fourth 0) in each.
     const __m128i px[4] = {_mm_unpacklo_epi32(bg_lo, r_lo), _mm_unpackhi_epi32(bg_lo, r_lo),
                            _mm_unpacklo_epi32(bg_hi, r_hi), _mm_unpackhi_epi32(bg_hi, r_hi)};
     if constexpr (P == 4) {
-        const __m128i keep = _mm_set1_epi64x(white ? 0 : std::int64_t(0xFFFF000000000000ull));
+        const __m128i kept = _mm_set1_epi64x(keep ? std::int64_t(0xFFFF000000000000ull) : 0);
         for (int i = 0; i < 4; ++i)
-            store_128(out + 8 * i, _mm_or_si128(_mm_and_si128(load_128(out + 8 * i), keep), px[i]));
+            store_128(out + 8 * i, _mm_or_si128(_mm_and_si128(load_128(out + 8 * i), kept), px[i]));
     } else {
         // Each pair squeezed to its 12 bytes, then four pairs packed into 48 bytes.
         const __m128i first = _mm_set_epi32(0, 0, 0x0000FFFF, -1);
@@ -99,4 +98,10 @@ QZRCFA_INLINE void store_pixels16_128(std::uint16_t* out, __m128i b, __m128i g, 
         store_128(out + 8, _mm_or_si128(_mm_srli_si128(w[1], 4), _mm_slli_si128(w[2], 8)));
         store_128(out + 16, _mm_or_si128(_mm_srli_si128(w[2], 8), _mm_slli_si128(w[3], 4)));
     }
+}
+
+// The same with element 3 kept, or the largest value when `white`.
+template <int P>
+QZRCFA_INLINE void store_pixels16_128(std::uint16_t* out, __m128i b, __m128i g, __m128i r, bool white = false) {
+    store_pixels16_128<P>(out, b, g, r, white ? _mm_set1_epi32(-1) : _mm_setzero_si128(), !white);
 }

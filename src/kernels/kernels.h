@@ -222,10 +222,16 @@ using LoadKernel = int (*)(const LoadRow& row, int x);
 using PlaneKernel = int (*)(const PlaneRow& row, int x);
 using StoreKernel = int (*)(const StoreRow& row, int x);
 
+// A pass that gives the planes, fused with the store: columns x .. row.x_last of the
+// planes, straight to the pixels of `pixels` (whose x_last is the same; its planes are
+// not read). Its reference is the pass's reference followed by the store's.
+using PixelKernel = int (*)(const PlaneRow& row, const StoreRow& pixels, int x);
+
 template <class Row>
 int leave_row(const Row&, int x) {
     return x;
 }
+inline int leave_pixels(const PlaneRow&, const StoreRow&, int x) { return x; }
 
 // Smooth hue's quotients q[i] = a[i] / b[i] of operands that are integers 0 .. 255,
 // computed from i = 0 on as the colour pass computes them; returns the first index left.
@@ -241,6 +247,8 @@ struct GeneralKernels {
     PlaneKernel smooth_hue_green = leave_row, smooth_hue_colour = leave_row;
     PlaneKernel grey = leave_row;
     StoreKernel store = leave_row;
+    PixelKernel nearest_pixels = leave_pixels, bilinear_pixels = leave_pixels, edge_sensing_pixels = leave_pixels;
+    PixelKernel laplacian_pixels = leave_pixels, smooth_hue_pixels = leave_pixels, grey_pixels = leave_pixels;
 };
 
 // A column kernel that computes nothing: every column is left to the reference. Every

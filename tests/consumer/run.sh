@@ -69,7 +69,14 @@ fi
 if [ -e "$build/gstreamer/libgstqzrcfa.so" ] && [ -z "$flags" ] && [ ${#emulator[@]} = 0 ]; then
   [ -e "$prefix/$libdir/gstreamer-1.0/libgstqzrcfa.so" ] || fail "the GStreamer plugin was not installed into $libdir/gstreamer-1.0"
   inspect=$(command -v gst-inspect-1.0) || fail "gst-inspect-1.0 is missing"
-  env -i GST_PLUGIN_SYSTEM_PATH_1_0= GST_PLUGIN_PATH_1_0="$prefix/$libdir/gstreamer-1.0" \
-    GST_REGISTRY_1_0="$work/gst-registry.bin" "$inspect" qzrcfademosaic | grep -q 'row-order' ||
-    fail "the installed GStreamer plugin does not load"
+  # Its whole output first, then the search: piped into `grep -q` under pipefail,
+  # gst-inspect-1.0 failed whenever grep found the line and quit before the last lines
+  # were written (SIGPIPE, status 141), which comes down to how a loaded machine
+  # schedules the two. Warnings on, so that a plugin that does not load says why.
+  status=0
+  said=$(env -i GST_PLUGIN_SYSTEM_PATH_1_0= GST_PLUGIN_PATH_1_0="$prefix/$libdir/gstreamer-1.0" \
+    GST_REGISTRY_1_0="$work/gst-registry.bin" GST_DEBUG=2 GST_DEBUG_NO_COLOR=1 "$inspect" qzrcfademosaic 2>&1) || status=$?
+  if [ "$status" != 0 ] || ! grep -q 'row-order' <<<"$said"; then
+    fail "the installed GStreamer plugin does not load: gst-inspect-1.0 exited with status $status and said:"$'\n'"$said"
+  fi
 fi

@@ -20,7 +20,7 @@ using qzrcfa::tools::ReadLimits;
 ReadLimits limits() {
     ReadLimits l;
     l.max_pixels = 1 << 20;
-    l.accept = [](int width, int height, int depth, int channels) {
+    l.accept = [](int width, int height, int depth, int, int channels) {
         if (width <= 0 || height <= 0 || std::uint64_t(width) * std::uint64_t(height) > (1u << 20) || (depth != 8 && depth != 16) ||
             channels < 1 || channels > 4)
             __builtin_trap();
@@ -54,12 +54,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             }
             std::fclose(f);
         }
-        // Raw: the first three bytes choose width, height and depth; the rest is the file.
+        // Raw: the first three bytes choose width, height, depth or packed rows (of 12-bit
+        // samples, three bytes a pair), and padding after each row; the rest is the file.
         if (size < 3) continue;
         std::FILE* f = open(data + 3, size - 3, regular);
         if (!f) continue;
+        qzrcfa::tools::RawLayout layout;
+        layout.width = 1 + data[0], layout.height = 1 + data[1], layout.depth = data[2] & 1 ? 16 : 8;
+        if (data[2] & 2) layout.row_bytes = std::size_t(layout.width + 1) / 2 * 3, layout.packing = "raw12";
+        const std::size_t row = layout.row_bytes ? layout.row_bytes : std::size_t(layout.width) * std::size_t(layout.depth / 8);
+        if (data[2] & 4) layout.stride = row + (data[2] >> 3);
         try {
-            check(qzrcfa::tools::read_raw(f, "input", 1 + data[0], 1 + data[1], data[2] & 1 ? 16 : 8, limits()));
+            const qzrcfa::tools::Image im = qzrcfa::tools::read_raw(f, "input", layout, limits());
+            if (!layout.row_bytes && !layout.stride) check(im);
         } catch (const std::runtime_error&) {
         }
         std::fclose(f);
