@@ -88,6 +88,22 @@ void plan_sweep(Frame<T, Params>& f, bool own_border) {
     f.core = core;
 }
 
+// The exports allocate nothing: the ring of their sweep lives on the calling thread's
+// stack, in at most this many bytes (four rows of a few planes of a frame's width: all
+// but the widest frames fit), and a frame whose ring would not fit runs its passes one
+// after the other. The array is reserved only in calls that sweep.
+constexpr std::size_t kStackRing = 128 * 1024;
+
+template <class T, class Params>
+[[gnu::noinline]] void run_rows_with_stack_ring(Frame<T, Params>& frame) {
+    alignas(64) std::uint8_t memory[kStackRing];
+    frame.ring_memory = memory;
+    frame.ring_capacity = sizeof memory;
+    frame.run_rows(0, frame.height);
+    frame.ring_memory = nullptr;
+    frame.ring_capacity = 0;
+}
+
 // One call of a colour member: on the calling thread alone, or with the call's tasks on
 // several threads, with the same bytes (the pre-fill and the border fill stay on the
 // calling thread; schedules.h says why the passes may run in bands). Rows may be padded
@@ -128,10 +144,14 @@ int demosaic(const ColourMember<T, Params>& m, T* src, int width, int height, T*
     else m.border(src, width, height, dst, bitCount);
     if (height < m.min_height) return 0;
     if (call.tasks != nullptr && call.tasks->threads() > 1 && (stride == 3 || stride == 4)) {
+        frame.heap_rings = true;
         run_parallel(frame, *call.tasks);
         return 0;
     }
-    frame.run_rows(0, height);
+    // The extended library's calls (with tasks) may allocate their rings.
+    frame.heap_rings = call.tasks != nullptr;
+    if (frame.sweep && !frame.heap_rings) run_rows_with_stack_ring(frame);
+    else frame.run_rows(0, height);
     if (frame.stream) store_fence();
     return 0;
 }

@@ -102,6 +102,13 @@ struct Frame {
     // With a sweep (see sweep_rows()): where its kernel computes whole pixels.
     bool sweep = false;
     Region core = {};
+    // Where a sweep's ring lives: `ring_capacity` bytes at `ring_memory` (the calling
+    // thread's stack, for the exports, which allocate nothing), else on the heap when
+    // `heap_rings` (the extended library); a ring that fits neither leaves the passes to
+    // run one after the other.
+    std::uint8_t* ring_memory = nullptr;
+    std::size_t ring_capacity = 0;
+    bool heap_rings = false;
 
     Region pass_region(const Pass<T, Params>& pass) const {
         return {pass.margin + pass.shift, height - 1 - pass.margin + pass.shift, pass.margin + pass.shift,
@@ -230,7 +237,9 @@ struct Frame {
         const int k0 = std::max(core.r0, r_begin + 1), k1 = std::min(core.r1, r_end - 2);
         if (k0 > k1) return false;
         const Span all{0, width - 1, core.c0, core.c1};
-        const Ring ring(*this, all);
+        const bool fits = Ring::bytes(*this, all) <= ring_capacity;
+        if (!fits && !heap_rings) return false;
+        const Ring ring(*this, all, fits ? ring_memory : nullptr);
         const Region a = pass_region(m.passes[0]), b = pass_region(m.passes[1]);
         const int a_begin = std::max(r_begin, a.r0), a_end = std::min(r_end, a.r1 + 1);
         const int b_begin = std::max(r_begin, b.r0), b_end = std::min(r_end, b.r1 + 1);
@@ -266,22 +275,26 @@ struct Frame {
 
     // The ring of a sweep over a span (RingRow): four rows, by raw row, holding columns
     // kc0 - 1 .. kc1 + 1, with room on both sides for the loads of a block that reach
-    // past its columns.
+    // past its columns; each plane starts on a 64-byte line. In `memory` (at least
+    // bytes(f, span) bytes, 64-byte aligned), or, when null, in memory of its own.
     class Ring {
       public:
-        Ring(const Frame& f, const Span& span)
+        Ring(const Frame& f, const Span& span, std::uint8_t* memory)
             : core_(span.kc0),
-              bytes_row_(std::ptrdiff_t(f.width) + 2 * kPad),
-              class_row_((span.kc1 - span.kc0 + 1) / 4 + 2 + kPad / 4),
+              bytes_row_(bytes_row(f)),
+              class_row_(class_row(span)),
               bytes_(f.stride == 4 && f.m.sweep.bytes),
               colours_(f.stride == 4 && f.m.sweep.colours),
-              planes_(1 + 2 * int(bytes_) + 2 * int(colours_)),
+              planes_(planes(f)),
               quotients_(f.m.sweep.quotients),
-              row_(planes_ * bytes_row_ + (quotients_ ? 4 * class_row_ * std::ptrdiff_t(sizeof(float)) : 0)),
-              memory_(new std::uint8_t[std::size_t(4 * row_)]) {}
+              row_(row_bytes(f, span)),
+              owned_(memory != nullptr ? nullptr : new std::uint8_t[std::size_t(4 * row_) + 64]),
+              memory_(memory != nullptr ? memory : owned_.get() + (64 - reinterpret_cast<std::uintptr_t>(owned_.get()) % 64) % 64) {}
+
+        static std::size_t bytes(const Frame& f, const Span& span) { return std::size_t(4 * row_bytes(f, span)); }
 
         RingRow row(int q) const {
-            std::uint8_t* base = memory_.get() + (q & 3) * row_;
+            std::uint8_t* base = memory_ + (q & 3) * row_;
             RingRow r{base + kPad, {}, core_, nullptr, nullptr, nullptr, nullptr};
             std::uint8_t* plane = base + bytes_row_ + kPad;
             if (bytes_) r.left = plane, r.right = plane + bytes_row_, plane += 2 * bytes_row_;
@@ -293,13 +306,22 @@ struct Frame {
 
       private:
         static constexpr int kPad = 128;
+        static std::ptrdiff_t bytes_row(const Frame& f) { return (std::ptrdiff_t(f.width) + 2 * kPad + 63) / 64 * 64; }
+        static std::ptrdiff_t class_row(const Span& span) { return ((span.kc1 - span.kc0 + 1) / 4 + 2 + kPad / 4 + 15) / 16 * 16; }
+        static int planes(const Frame& f) {
+            return 1 + 2 * int(f.stride == 4 && f.m.sweep.bytes) + 2 * int(f.stride == 4 && f.m.sweep.colours);
+        }
+        static std::ptrdiff_t row_bytes(const Frame& f, const Span& span) {
+            return planes(f) * bytes_row(f) + (f.m.sweep.quotients ? 4 * class_row(span) * std::ptrdiff_t(sizeof(float)) : 0);
+        }
         int core_;
         std::ptrdiff_t bytes_row_, class_row_;
         bool bytes_, colours_;
         int planes_;
         bool quotients_;
         std::ptrdiff_t row_;
-        std::unique_ptr<std::uint8_t[]> memory_;
+        std::unique_ptr<std::uint8_t[]> owned_;
+        std::uint8_t* memory_;
     };
 
     // The first pass of raw row q in a sweep whose core rows are k0 .. k1, over the

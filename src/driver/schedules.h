@@ -116,7 +116,7 @@ bool sweep_in_columns(const Frame<T, Params>& f, const Tasks& tasks) {
         if (i > 0) span.left_of = kept_of(i, 0);
         if (i < count - 1) span.right_of = kept_of(i + 1, 1);
         span.row0 = k0 - 1;
-        const Ring ring(f, span);
+        const Ring ring(f, span, nullptr);
         // The ring rows the core's first row reads, and its first passes from there on.
         for (int q = std::max(k0 - 1, a.r0); q < next; ++q) f.sweep_first(q, k0, k1, span, &ring, true);
         f.keep_colours(ring, k0 - 1, span.kc0 - 1, span.kc1 + 1);
