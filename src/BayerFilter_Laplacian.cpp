@@ -236,7 +236,8 @@ constexpr Laplacian laplacian(Pattern p, bool flip, detail::ColourFn<std::uint8_
                               bool crossed, int green_shift = 0) {
     return Laplacian{p, flip, detail::Prefill::Bytes255, border, border_id, 5, detail::LaplacianParams{crossed},
                      {{detail::laplacian_green_columns, &detail::KernelSet::laplacian_green, 2, green_shift},
-                      {detail::laplacian_colour_columns, &detail::KernelSet::laplacian_colour, 2, 0}}};
+                      {detail::laplacian_colour_columns, &detail::KernelSet::laplacian_colour, 2, 0}},
+                     {&detail::KernelSet::laplacian_greens, &detail::KernelSet::laplacian_sweep, false, false, true, true}};
 }
 
 }  // namespace

@@ -164,7 +164,11 @@ constexpr SmoothHue smooth_hue(Pattern p, bool flip, Prefill fill, detail::Colou
                                catalogue::Id border_id, SmoothHueRule rule) {
     return SmoothHue{p, flip, fill, border, border_id, 3, rule,
                      {{detail::smooth_hue_green_columns, &detail::KernelSet::smooth_hue_green, 1, 0},
-                      {detail::smooth_hue_colour_columns, &detail::KernelSet::smooth_hue_colour, 1, 0}}};
+                      {detail::smooth_hue_colour_columns, &detail::KernelSet::smooth_hue_colour, 1, 0}},
+                     {&detail::KernelSet::smooth_hue_ring, &detail::KernelSet::smooth_hue_sweep, true, true, true,
+                      // A member whose green-on-blue sites take the diagonal formulas reads
+                      // the colours the row above computed at its green sites too.
+                      detail::is_green(rule.green_on_blue_as)}};
 }
 
 }  // namespace

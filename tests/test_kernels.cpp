@@ -9,6 +9,7 @@
 // and output are exactly the frame's size, so AddressSanitizer reports any read or
 // write past them. The output starts as random bytes: kernels that read it (the second
 // passes) meet every value, zero greens included.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -18,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "catalogue/members.h"
 #include "general/general.h"
 #include "kernels/bayer.h"
 #include "kernels/kernels.h"
@@ -149,6 +151,50 @@ TEST_P(Kernels, EqualTheReferences) {
                                               {smooth_hue_green_columns, &KernelSet::smooth_hue_green, rules, 1, 0, false, false});
     expect_reference_bytes<u8, SmoothHueRule>(isa, "smooth hue colour",
                                               {smooth_hue_colour_columns, &KernelSet::smooth_hue_colour, rules, 1, 0, false, false});
+}
+
+// The library's own border fills: a member's call then fuses its 255 pre-fill and runs
+// its sweep.
+const void* own_definition(catalogue::Id id) { return dlsym(RTLD_DEFAULT, catalogue::SymbolName(catalogue::entry(id)).c_str()); }
+
+// The sweeps of the two-pass members (frame.h), through the frame driver with the set's
+// kernels, against the scalar set, which has none, so that its passes run one after the
+// other on the output: every member of the families with a sweep, on frames whose
+// core's first and last rows fall on every row phase and whose core is a block wide or
+// more for every set, with either parity, and narrower than one for the wider sets;
+// three- and four-byte pixels, the 255 pre-fill fused or not; output buffers of random
+// contents, which the four-byte passes read where the members leave them.
+template <class Params>
+void expect_sweeps(Isa isa, const char* family, std::initializer_list<const ColourMember<std::uint8_t, Params>*> members) {
+    std::mt19937 rng(7);
+    int index = 0;
+    for (const auto* m : members) {
+        ++index;
+        for (int width : {22, 23, 70, 71, 72, 135})
+            for (int height = 7; height <= 12; ++height)
+                for (unsigned short bits : {24, 32, 27})
+                    for (unsigned max : {255u, 3u}) {
+                        std::vector<std::uint8_t> src(std::size_t(width) * std::size_t(height));
+                        for (auto& v : src) v = std::uint8_t(rng() % (max + 1));
+                        std::vector<std::uint8_t> swept(src.size() * 4 + 8);
+                        for (auto& v : swept) v = std::uint8_t(rng());
+                        std::vector<std::uint8_t> passes = swept;
+                        run(*m, src.data(), width, height, swept.data(), bits, Call{nullptr, own_definition, &kernel_set(isa)});
+                        run(*m, src.data(), width, height, passes.data(), bits, Call{nullptr, own_definition, &kernel_set(Isa::scalar)});
+                        ASSERT_EQ(swept, passes) << family << " member " << index << " on " << isa_name(isa) << ": " << width
+                                                 << "x" << height << " bitCount " << bits << " samples 0.." << max;
+                    }
+    }
+}
+
+TEST_P(Kernels, SweepsGiveTheBytesOfThePasses) {
+    using namespace members;
+    expect_sweeps<LaplacianParams>(GetParam(), "laplacian",
+                                   {&Laplacian_RGGB, &Laplacian_BGGR, &Laplacian_GRBG, &Laplacian_GBRG, &Laplacian_RGGB_Flip,
+                                    &Laplacian_BGGR_Flip, &Laplacian_GRBG_Flip, &Laplacian_GBRG_Flip, &Laplacian2_RGGB});
+    expect_sweeps<SmoothHueRule>(GetParam(), "smooth hue",
+                                 {&SmoothHue_RGGB, &SmoothHue_BGGR, &SmoothHue_GRBG, &SmoothHue_GBRG, &SmoothHue_RGGB_Flip,
+                                  &SmoothHue_BGGR_Flip, &SmoothHue_GRBG_Flip, &SmoothHue_GBRG_Flip});
 }
 
 // The quotient smooth hue's colour pass divides with, over every pair of operands it

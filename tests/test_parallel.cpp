@@ -26,7 +26,9 @@ using qzrcfa::Pattern;
 using qzrcfa::RowOrder;
 
 // With padding, the rows get `pad` elements after them (the raw frame's and the
-// output's), which must keep what they held; the result is returned without them.
+// output's), which must keep what they held; the result is returned without them. The
+// output's elements start as a pattern of their place in the image, which members with
+// four-byte pixels keep or read.
 template <class T>
 std::vector<T> run(const std::vector<T>& raw, int w, int h, Options o, int threads, int pad = 0) {
     o.threads = threads;
@@ -34,6 +36,7 @@ std::vector<T> run(const std::vector<T>& raw, int w, int h, Options o, int threa
     const std::size_t in_pitch = std::size_t(w + pad), out_pitch = row + std::size_t(pad);
     std::vector<T> in(in_pitch * std::size_t(h)), out(out_pitch * std::size_t(h) + tail, T(0x5A5A));
     for (int y = 0; y < h; ++y) std::copy_n(&raw[std::size_t(y) * w], w, &in[y * in_pitch]);
+    for (std::size_t i = 0; i < n; ++i) out[i / row * out_pitch + i % row] = T(i * 2654435761u >> 11);
     const qzrcfa::Result r =
         qzrcfa::demosaic(qzrcfa::RawFrame(in.data(), in.size(), w, h, std::ptrdiff_t(in_pitch * sizeof(T))),
                          qzrcfa::OutputImage(out.data(), out.size(), std::ptrdiff_t(out_pitch * sizeof(T))), o);
@@ -75,7 +78,7 @@ TEST(Parallel, EveryColourMemberGivesTheBytesOfOneCall) {
     expect_same_bytes<std::uint8_t>({Method::NearestNeighbor, Method::Bilinear, Method::EdgeSensing1, Method::EdgeSensing2,
                                      Method::Laplacian, Method::Laplacian2, Method::SmoothHue, Method::Gbri},
                                     {Format::Bgr24, Format::Bgra32}, 601);
-    // Four-byte pixels of the two-pass methods on rows wide enough for their wavefront.
+    // Four-byte pixels of the two-pass methods on rows wide enough for bands of columns.
     expect_same_bytes<std::uint8_t>({Method::Laplacian, Method::Laplacian2, Method::SmoothHue}, {Format::Bgra32}, 2113, {131, 134});
 }
 

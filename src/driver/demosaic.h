@@ -21,6 +21,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "driver/fill.h"
 #include "driver/frame.h"
@@ -52,6 +53,57 @@ bool plan_fused_fill(const ColourMember<T, Params>& m, bool own_border, int widt
     return covered.r0 <= covered.r1 && covered.c0 <= covered.c1;
 }
 
+// Whether the passes run in a sweep (Frame::sweep_rows), and its core: the member has
+// one and the kernel set its kernels, pixels are three or four bytes, the border fill
+// the call runs is the library's own and a 255 pre-fill is fused, and the core holds at
+// least a block of columns. The core's columns are a multiple of four, so that its
+// blocks all start on sites of the same parity and on the same class of column (smooth
+// hue's quotients, RingRow).
+template <class T, class Params>
+void plan_sweep(Frame<T, Params>& f, bool own_border) {
+    const ColourMember<T, Params>& m = f.m;
+    if constexpr (std::is_same_v<T, std::uint8_t>) {
+        if (m.sweep.greens == nullptr || f.kernels.*m.sweep.greens == nullptr || f.kernels.*m.sweep.colour == nullptr) return;
+    }
+    if ((f.stride != 3 && f.stride != 4) || !own_border || !f.runs_second() || f.height < m.min_height) return;
+    if (m.prefill == Prefill::Bytes255 && !f.fused) return;
+    const Region a = f.pass_region(m.passes[0]), b = f.pass_region(m.passes[1]);
+    const Region whole = f.fused ? f.covered
+                                 : Region{std::max(a.r0, b.r0), std::min(a.r1, b.r1), std::max(a.c0, b.c0), std::min(a.c1, b.c1)};
+    Region core{whole.r0 + 1, whole.r1 - 1, whole.c0 + 1, whole.c1 - 1};
+    // With four-byte pixels the second pass of a red or blue site reads, of all the other
+    // colours the row above computed, only that of one diagonal neighbour: in blue rows
+    // the site to the right (red rows' site c + 1 feeds blue rows' site c), in red rows the
+    // site to the left. So the columns fall into pairs, a blue rows' site and the red rows'
+    // site to its right, whose other colours depend on no other columns; the core begins
+    // with a pair, so that columns of pairs may run apart (schedules.h).
+    if (f.stride == 4 && m.sweep.colours) {
+        const int blue_row = row_phase(m.pattern, 0).colour == kBlue ? 0 : 1;
+        const int blue_sites = row_phase(m.pattern, blue_row).green_even ? 1 : 0;  // their column parity
+        core.c0 += (core.c0 - blue_sites) & 1;
+    }
+    core.c1 -= (core.c1 - core.c0 + 1) & 3;
+    if (core.r0 > core.r1 || core.c1 - core.c0 + 1 < f.kernels.lanes + 4) return;
+    f.sweep = true;
+    f.core = core;
+}
+
+// The exports allocate nothing: the ring of their sweep lives on the calling thread's
+// stack, in at most this many bytes (four rows of a few planes of a frame's width: all
+// but the widest frames fit), and a frame whose ring would not fit runs its passes one
+// after the other. The array is reserved only in calls that sweep.
+constexpr std::size_t kStackRing = 128 * 1024;
+
+template <class T, class Params>
+[[gnu::noinline]] void run_rows_with_stack_ring(Frame<T, Params>& frame) {
+    alignas(64) std::uint8_t memory[kStackRing];
+    frame.ring_memory = memory;
+    frame.ring_capacity = sizeof memory;
+    frame.run_rows(0, frame.height);
+    frame.ring_memory = nullptr;
+    frame.ring_capacity = 0;
+}
+
 // One call of a colour member: on the calling thread alone, or with the call's tasks on
 // several threads, with the same bytes (the pre-fill and the border fill stay on the
 // calling thread; schedules.h says why the passes may run in bands). Rows may be padded
@@ -60,7 +112,7 @@ bool plan_fused_fill(const ColourMember<T, Params>& m, bool own_border, int widt
 template <class T, class Params>
 int demosaic(const ColourMember<T, Params>& m, T* src, int width, int height, T* dst, unsigned short bitCount,
              const Call& call, Pitches pitches) {
-    const KernelSet& kernels = kernel_set(best_isa());
+    const KernelSet& kernels = call.kernels != nullptr ? *call.kernels : kernel_set(best_isa());
     const int stride = pixel_stride(bitCount);
     const bool padded = pitches.src != width || pitches.dst != std::ptrdiff_t(width) * stride;
     Frame<T, Params> frame{m, kernels, src, width, height, dst, stride, pitches, false, {}, false};
@@ -85,16 +137,21 @@ int demosaic(const ColourMember<T, Params>& m, T* src, int width, int height, T*
     } else if (m.prefill == Prefill::ZeroRgb) {
         fill_prefix(bytes, row_bytes, pitch_bytes, zero_fill_bytes(width, height), 0);
     }
+    plan_sweep(frame, own_border);
     // Through the exported entry point, so that an interposed border fill is honoured;
     // padded rows, which it cannot take, the library's own.
     if (padded) own_border_fill(m.border_id, src, width, height, dst, bitCount, pitches);
     else m.border(src, width, height, dst, bitCount);
     if (height < m.min_height) return 0;
     if (call.tasks != nullptr && call.tasks->threads() > 1 && (stride == 3 || stride == 4)) {
+        frame.heap_rings = true;
         run_parallel(frame, *call.tasks);
         return 0;
     }
-    frame.run_rows(0, height);
+    // The extended library's calls (with tasks) may allocate their rings.
+    frame.heap_rings = call.tasks != nullptr;
+    if (frame.sweep && !frame.heap_rings) run_rows_with_stack_ring(frame);
+    else frame.run_rows(0, height);
     if (frame.stream) store_fence();
     return 0;
 }

@@ -3,8 +3,8 @@
 #pragma once
 
 #include <algorithm>
-#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 
 #include "driver/frame.h"
@@ -18,6 +18,9 @@ inline void store_fence() {
     __builtin_ia32_sfence();
 #endif
 }
+
+// The narrowest band of columns a sweep on several threads runs.
+inline constexpr int kBandColumns = 256;
 
 template <class T, class Params>
 Bands row_bands(const Frame<T, Params>& f, const Tasks& tasks) {
@@ -60,44 +63,76 @@ void two_passes_in_bands(const Frame<T, Params>& f, const Tasks& tasks) {
     });
 }
 
-// Columns of a wavefront chunk: a row waits for the row above chunk by chunk.
-inline constexpr int kWavefrontChunk = 512;
-
-// Two passes, four-byte pixels: the second pass reads bytes that the second pass
-// writes in the row above (the red and blue of pixels c - 1 and c + 1) and bytes the
-// first pass left in the row below, which the second pass of that row must not have
-// overwritten yet. The rows of the second pass are taken in order by whichever thread
-// is free. The task of row r first runs the first pass of row r + 1 (which no other
-// task reads before this one, and whose second pass waits for this row), then row r
-// from left to right in chunks, a chunk ending at column x only once the row above is
-// done up to x + 1. So every byte a chunk reads in the row above is final, and the row
-// below holds what its first pass left, short of the columns its own second pass has
-// passed, which stop before x - 1: that row waits, in turn, for this one.
+// Two passes, four-byte pixels, in a sweep whose ring carries the red and blue each row's
+// second pass leaves (RingRow::red and blue): the second pass of a row reads no output
+// row but its own, and of what it computed in the row above only the colours of its
+// own pair of columns (plan_sweep), in members whose pairs run apart (SweepSlots). So
+// the core's rows run as the sweep runs them, in bands of columns of whole pairs, each
+// band on its own ring: first, on the calling thread, everything the sweep does before
+// the second pass of the core's first row; then the bands, each from that row to the
+// core's last, the first band with the columns left of the core and the last with
+// those right of it; then the rest, again on the calling thread. A band's first passes
+// read only samples and write only its own columns; its second passes write only its
+// own columns, and read the output only in its own columns. What the first pass leaves
+// in the output next to a band, and a band reads (smooth hue's bytes around a pixel,
+// RingRow::left and right), is kept before the bands run.
 template <class T, class Params>
-void two_passes_in_a_wavefront(const Frame<T, Params>& f, const Tasks& tasks) {
-    const Region a = f.pass_region(f.m.passes[0]);
-    const Region b = f.pass_region(f.m.passes[1]);
-    const int rows = b.r1 - b.r0 + 1, columns = b.c1 - b.c0 + 1;
-    std::unique_ptr<std::atomic<int>[]> done(new std::atomic<int>[std::size_t(rows)]);
-    for (int i = 0; i < rows; ++i) done[i].store(0, std::memory_order_relaxed);
-    RowProgress progress{done.get(), b.r0};
-    std::atomic<int> next_row{b.r0};
-    tasks.for_each(tasks.threads(), [&](int) {
-        for (int r = next_row.fetch_add(1); r <= b.r1; r = next_row.fetch_add(1)) {
-            // First the first-pass rows up to r + 1, which the task of row r - 1 has not
-            // computed (the first task: all from the pass's first row).
-            for (int g = r == b.r0 ? a.r0 : r + 1; g <= std::min(r + 1, a.r1); ++g) f.run_row(0, g);
-            for (int x0 = 0; x0 < columns; x0 += kWavefrontChunk) {
-                const int x1 = std::min(x0 + kWavefrontChunk, columns) - 1;
-                if (r > b.r0) progress.await(r - 1, std::min(columns, x1 + 2));
-                f.run(f.m.passes[1], r, b.c0 + x0, b.c0 + x1, false);
-                progress.publish(r, x1 + 1);
+bool sweep_in_columns(const Frame<T, Params>& f, const Tasks& tasks) {
+    using Span = typename Frame<T, Params>::Span;
+    using Ring = typename Frame<T, Params>::Ring;
+    const Region core = f.core;
+    const int columns = core.c1 - core.c0 + 1;
+    const int count = std::min(2 * tasks.threads(), columns / std::max(kBandColumns, 2 * f.kernels.lanes));
+    if (count < 2) return false;
+    const int k0 = std::max(core.r0, 1), k1 = std::min(core.r1, f.height - 2);
+    // Band i: core columns first(i) .. first(i + 1) - 1, each band whole pairs and a
+    // multiple of four columns.
+    auto first = [&](int i) { return i == count ? core.c1 + 1 : core.c0 + 4 * int(std::int64_t(columns / 4) * i / count); };
+    // The bytes next to the bands (Span), rows k0 - 1 .. k1 + 1: what the first pass
+    // leaves there is what the output holds before the bands run.
+    const int rows = k1 - k0 + 3;
+    std::unique_ptr<std::uint8_t[]> kept;
+    if (f.m.sweep.bytes) {
+        kept.reset(new std::uint8_t[std::size_t(2 * count) * std::size_t(rows)]);
+        for (int i = 1; i < count; ++i)
+            for (int q = k0 - 1; q <= k1 + 1; ++q) {
+                kept[std::size_t(2 * i) * std::size_t(rows) + std::size_t(q - k0 + 1)] = std::uint8_t(f.pixel(q, first(i) - 1)[kRed]);
+                kept[std::size_t(2 * i + 1) * std::size_t(rows) + std::size_t(q - k0 + 1)] = std::uint8_t(f.pixel(q, first(i))[kBlue]);
             }
-            // The last task: the first-pass rows that no second-pass row reads.
-            if (r == b.r1)
-                for (int g = std::max(r + 2, a.r0); g <= a.r1; ++g) f.run_row(0, g);
+    }
+    auto kept_of = [&](int i, int which) -> const std::uint8_t* {
+        return kept ? kept.get() + std::size_t(2 * i + which) * std::size_t(rows) : nullptr;
+    };
+    const Region a = f.pass_region(f.m.passes[0]), b = f.pass_region(f.m.passes[1]);
+    const Span all{0, f.width - 1, core.c0, core.c1};
+    // Before the core's first row: the sweep's steps up to the second pass of row k0 - 1.
+    int next = a.r0;
+    for (int r = b.r0; r < k0; ++r) {
+        for (; next < std::min(a.r1 + 1, r + 2); ++next) f.sweep_first(next, k0, k1, all, nullptr, false);
+        f.sweep_second(r, k0, k1, all, nullptr);
+    }
+    tasks.for_each(count, [&](int i) {
+        Span span{i == 0 ? 0 : first(i), i == count - 1 ? f.width - 1 : first(i + 1) - 1, first(i), first(i + 1) - 1};
+        if (i > 0) span.left_of = kept_of(i, 0);
+        if (i < count - 1) span.right_of = kept_of(i + 1, 1);
+        span.row0 = k0 - 1;
+        const Ring ring(f, span, nullptr);
+        // The ring rows the core's first row reads, and its first passes from there on.
+        for (int q = std::max(k0 - 1, a.r0); q < next; ++q) f.sweep_first(q, k0, k1, span, &ring, true);
+        f.keep_colours(ring, k0 - 1, span.kc0 - 1, span.kc1 + 1);
+        for (int r = k0, q = next; r <= k1; ++r) {
+            for (; q < std::min(a.r1 + 1, r + 2); ++q) f.sweep_first(q, k0, k1, span, &ring, false);
+            f.sweep_second(r, k0, k1, span, &ring);
         }
     });
+    // After the core's last row.
+    next = std::max(next, std::min(a.r1 + 1, k1 + 2));
+    for (int r = k1 + 1; r <= b.r1; ++r) {
+        for (; next < std::min(a.r1 + 1, r + 2); ++next) f.sweep_first(next, k0, k1, all, nullptr, false);
+        f.sweep_second(r, k0, k1, all, nullptr);
+    }
+    for (; next <= a.r1; ++next) f.sweep_first(next, k0, k1, all, nullptr, false);
+    return true;
 }
 
 // The frame's passes on the threads of `tasks`, with the bytes of run_rows(0, height).
@@ -106,10 +141,11 @@ void run_parallel(const Frame<T, Params>& f, const Tasks& tasks) {
     if (f.width <= 2 * f.m.passes[0].margin) return;
     if (!f.runs_second()) return one_pass_in_bands(f, tasks);
     if (f.stride == 3) return two_passes_in_bands(f, tasks);
-    // Below a few chunks a row, waiting would cost more than the threads give.
-    const Region b = f.pass_region(f.m.passes[1]);
-    if (b.r1 < b.r0 || b.c1 - b.c0 + 1 < 4 * kWavefrontChunk) return f.run_rows(0, f.height);
-    two_passes_in_a_wavefront(f, tasks);
+    // Four-byte pixels: the second pass of a row reads what it wrote in the row above.
+    // Rows that waited for the row above, chunk by chunk, on two threads took four to
+    // six times one thread's time on a shared 2-core AMD EPYC (Zen 5), so without a
+    // sweep whose pairs of columns run apart the frame runs on the calling thread.
+    if (!f.sweep || !f.m.sweep.columns_apart || !sweep_in_columns(f, tasks)) f.run_rows(0, f.height);
 }
 
 }  // namespace qzrcfa::detail

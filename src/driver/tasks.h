@@ -1,9 +1,7 @@
 // The threads of a call, as the frame drivers see them: a set of tasks run on up to a
-// number of threads, bands of rows, and the progress of rows computed by several threads
-// at once.
+// number of threads, and bands of rows.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 
 namespace qzrcfa::detail {
@@ -30,27 +28,6 @@ class Tasks {
 struct Bands {
     int begin, end, count;
     int first(int i) const { return begin + int(std::int64_t(end - begin) * i / count); }
-};
-
-// Progress of the rows of a pass computed by several threads at once, each row by one
-// thread from left to right: how many of its columns are done. A thread that waits for
-// a row spins a little (the row above is usually a chunk away), then sleeps until the
-// row's thread publishes: a waiter whose processor the system takes away costs the
-// other thread nothing, and a descheduled publisher costs the waiter no spinning.
-struct RowProgress {
-    std::atomic<int>* done;  // per row of the pass, from its first row
-    int first_row;
-    void publish(int r, int columns) {
-        done[r - first_row].store(columns, std::memory_order_release);
-        done[r - first_row].notify_all();
-    }
-    void await(int r, int columns) const {
-        std::atomic<int>& row = done[r - first_row];
-        for (int spins = 0; spins < 256; ++spins)
-            if (row.load(std::memory_order_acquire) >= columns) return;
-        for (int seen = row.load(std::memory_order_acquire); seen < columns; seen = row.load(std::memory_order_acquire))
-            row.wait(seen, std::memory_order_acquire);
-    }
 };
 
 }  // namespace qzrcfa::detail

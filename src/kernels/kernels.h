@@ -39,11 +39,53 @@ struct Row {
                             // method leaves alone (the 255 pre-fill, fused into the row)
     bool stream;            // whole pixels may be stored past the cache: nothing reads this
                             // row back during the call, and the output outgrows the cache
+    std::ptrdiff_t fetch;   // elements from s to the raw row the walk reads next, whose
+                            // samples a kernel may fetch into the cache ahead (0: none)
+    std::ptrdiff_t ahead;   // elements from d to the output row the walk writes next
 };
 
 // Computes columns c .. (returned column) - 1 of the row.
 template <class T, class Params>
 using ColumnKernel = int (*)(const Row<T>& row, const Params& params, int c);
+
+// A two-pass member's sweep (driver/frame.h) keeps what its first pass computes for a
+// raw row, and its second pass reads in that row and the rows around it, in a ring of a
+// few rows, one element per column, instead of reading it back out of the output's
+// pixels; its second pass writes each pixel once, whole. Columns c .. c_last of a row:
+struct RingRow {
+    std::uint8_t* greens;  // greens[c]: the first pass's green
+    // Smooth hue: the quotients sample / green the second pass divides by, by class of
+    // column: quotients[j][1 + i] is that of column first + 4 i + j, quotients[3][0]
+    // that of column first - 1 and quotients[0][1 + (c_last - first + 1) / 4] that of
+    // column c_last + 1. Null for the other families.
+    float* quotients[4];
+    int first;
+    // Smooth hue, four-byte pixels: the bytes two before and four after each pixel (the
+    // red of the pixel before, the blue of the pixel after) as the first pass leaves
+    // them, left[c] and right[c], for the columns of the second pass; the driver puts in
+    // those the core's edges read outside it (left[first], right[c_last - 1]). Null
+    // otherwise.
+    std::uint8_t* left;
+    std::uint8_t* right;
+    // Four-byte pixels: the red and the blue of each pixel as the second pass leaves them,
+    // red[c] and blue[c], which the second pass of the row below reads there instead of
+    // in the output. Null otherwise.
+    std::uint8_t* red;
+    std::uint8_t* blue;
+};
+
+// The first pass of raw row row.r, columns c .. row.c_last, into the ring row; no output
+// is written. A kernel takes the whole range or leaves all of it (returns c).
+template <class Params>
+using GreensKernel = int (*)(const Row<std::uint8_t>& row, const Params& params, const RingRow& ring, int c);
+
+// The second pass of raw row row.r over columns c .. row.c_last, from the ring rows of
+// raw rows r - 1, r and r + 1 (ring[0 .. 2]), as whole pixels. Every byte it reads in the
+// output, and every element of the ring, was computed by the first pass or lies inside
+// the region the first pass covers whole (the 255 pre-fill fused, where the member has
+// one). Whole range or nothing.
+template <class Params>
+using SweepKernel = int (*)(const Row<std::uint8_t>& row, const Params& params, const RingRow* ring, int c);
 
 // Grey and bilinear have nothing per member; each its own type, so that no kernel of one
 // can stand in another's slot.
@@ -236,6 +278,13 @@ struct KernelSet {
     ColumnKernel<std::uint8_t, LaplacianParams> laplacian_colour = leave_all;
     ColumnKernel<std::uint8_t, SmoothHueRule> smooth_hue_green = leave_all;
     ColumnKernel<std::uint8_t, SmoothHueRule> smooth_hue_colour = leave_all;
+    // The sweeps' kernels (null: the set has none, and the passes run one after the
+    // other), and the columns of one block, below which a sweep is not worth its ring.
+    GreensKernel<LaplacianParams> laplacian_greens = nullptr;
+    SweepKernel<LaplacianParams> laplacian_sweep = nullptr;
+    GreensKernel<SmoothHueRule> smooth_hue_ring = nullptr;
+    SweepKernel<SmoothHueRule> smooth_hue_sweep = nullptr;
+    int lanes = 1;
     std::array<GbriKernel, kGbriPasses> gbri = gbri_leave_all_passes();
     GeneralKernels general;
     QuotientKernel smooth_hue_quotients = quotients_leave_all;
