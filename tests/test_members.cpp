@@ -70,7 +70,9 @@ std::vector<std::pair<int, int>> sizes(const Member& m) {
     // tall enough for the two-pass members' sweeps to have a core, ending on either row
     // parity.
     for (int W = 68; W < 132; ++W) out.emplace_back(W, 9 + W % 2);
-    out.insert(out.end(), {{300, 7}, {300, 2}, {37, 29}});
+    // And one so wide that four-byte smooth hue's sweep would need more stack than the
+    // exports take: its passes then run one after the other.
+    out.insert(out.end(), {{300, 7}, {300, 2}, {37, 29}, {7200, 9}});
     return out;
 }
 

@@ -89,16 +89,19 @@ void plan_sweep(Frame<T, Params>& f, bool own_border) {
 }
 
 // The exports allocate nothing: the ring of their sweep lives on the calling thread's
-// stack, in at most this many bytes (four rows of a few planes of a frame's width: all
-// but the widest frames fit), and a frame whose ring would not fit runs its passes one
-// after the other. The array is reserved only in calls that sweep.
-constexpr std::size_t kStackRing = 128 * 1024;
+// stack, in just the bytes it needs (four rows of one to five planes of a frame's width
+// and, for smooth hue, its quotients: from 4 to about 38 bytes a column), at most this
+// many; a frame whose ring would not fit runs its passes one after the other.
+constexpr std::size_t kStackRing = 256 * 1024;
 
 template <class T, class Params>
 [[gnu::noinline]] void run_rows_with_stack_ring(Frame<T, Params>& frame) {
-    alignas(64) std::uint8_t memory[kStackRing];
-    frame.ring_memory = memory;
-    frame.ring_capacity = sizeof memory;
+    const std::size_t bytes = Frame<T, Params>::Ring::bytes(frame, {0, frame.width - 1, frame.core.c0, frame.core.c1});
+    if (bytes <= kStackRing) {
+        auto* memory = static_cast<std::uint8_t*>(__builtin_alloca(bytes + 64));
+        frame.ring_memory = memory + (64 - reinterpret_cast<std::uintptr_t>(memory) % 64) % 64;
+        frame.ring_capacity = bytes;
+    }
     frame.run_rows(0, frame.height);
     frame.ring_memory = nullptr;
     frame.ring_capacity = 0;
