@@ -554,34 +554,53 @@ QZRCFA_INLINE void matrix_chunk(const StoreRow& row, const uint16_t* const in[3]
     }
 }
 
-template <int Depth>
+template <int Depth, int N, bool Curve>
 QZRCFA_INLINE int store_graded(const StoreRow& row, int x) {
     using Element = std::conditional_t<Depth == 8, uint8_t, uint16_t>;
-    const int n = row.elements, max = row.max;
+    const int max = row.max;
     const Element fourth = Element(Depth == 8 ? 255 : max);
     const uint16_t* const curve = row.curve;
-    const auto narrow = [max](int v) { return Depth == 16 || max == 255 ? v : (v * 510 + max) / (2 * max); };
+    const auto element = [max, curve](int v) QZRCFA_LAMBDA_INLINE {
+        if constexpr (Curve) return Element(curve[v]);
+        else return Element(Depth == 16 || max == 255 ? v : (v * 510 + max) / (2 * max));
+    };
     uint16_t v[3][kGradeChunk];
     while (row.x_last - x + 1 >= kQuarter) {
         const int count = std::min(kGradeChunk, (row.x_last - x + 1) / kQuarter * kQuarter);
         const uint16_t* in[3];
-        for (int e = 0; e < 3; ++e) in[e] = row.planes[n == 1 ? 0 : e] + x;
+        for (int e = 0; e < 3; ++e) in[e] = row.planes[N == 1 ? 0 : e] + x;
         if (row.matrix != nullptr) {
             matrix_chunk(row, in, count, v);
             for (int e = 0; e < 3; ++e) in[e] = v[e];
         }
-        Element* out = static_cast<Element*>(row.out) + std::ptrdiff_t(x) * n;
-        for (int c = 0; c < count; ++c, out += n)
-            for (int e = 0; e < n; ++e)
-                out[e] = e == 3 ? fourth : Element(curve != nullptr ? curve[in[e][c]] : narrow(in[e][c]));
+        Element* out = static_cast<Element*>(row.out) + std::ptrdiff_t(x) * N;
+        for (int c = 0; c < count; ++c, out += N) {
+            out[0] = element(in[0][c]);
+            if constexpr (N >= 3) out[1] = element(in[1][c]), out[2] = element(in[2][c]);
+            if constexpr (N == 4) out[3] = fourth;
+        }
         x += count;
     }
     return x;
 }
 
+template <int Depth, bool Curve>
+QZRCFA_INLINE int store_graded(const StoreRow& row, int x) {
+    switch (row.elements) {
+    case 1: return store_graded<Depth, 1, Curve>(row, x);
+    case 3: return store_graded<Depth, 3, Curve>(row, x);
+    case 4: return store_graded<Depth, 4, Curve>(row, x);
+    default: return x;
+    }
+}
+
+template <int Depth>
+QZRCFA_INLINE int store_graded(const StoreRow& row, int x) {
+    return row.curve != nullptr ? store_graded<Depth, true>(row, x) : store_graded<Depth, false>(row, x);
+}
+
 int general_store_wide(const StoreRow& row, int x) {
     if (row.matrix != nullptr || row.curve != nullptr) {
-        if (row.elements != 1 && row.elements != 3 && row.elements != 4) return x;
         return row.depth == 8 ? store_graded<8>(row, x) : row.depth == 16 ? store_graded<16>(row, x) : x;
     }
     if (!plain(row)) return x;
