@@ -226,6 +226,10 @@ TEST(CheckedApi, RequestsCanGrowAndTheirFieldsAreReadInFull) {
     EXPECT_NE(run(sizeof(FirstRequest)).find("format 65560"), std::string::npos);
     q.first.format = QZRCFA_FORMAT_BGR24, q.first.bits = 12;
     EXPECT_NE(run(sizeof(FirstRequest)).find("bits 12 given with 8-bit samples"), std::string::npos);
+    q.first.bits = 0, q.first.threads = 1024;  // the most threads a request may ask for
+    EXPECT_EQ(run(sizeof(FirstRequest)), "ok");
+    q.first.threads = 1025;
+    EXPECT_NE(run(sizeof(FirstRequest)).find("thread count 1025 is above the limit of 1024"), std::string::npos);
     char why[64];
     EXPECT_EQ(qzrcfa_demosaic(nullptr, why, sizeof why), -1);
     EXPECT_STREQ(why, "the request is null");
