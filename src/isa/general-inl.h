@@ -560,7 +560,7 @@ QZRCFA_INLINE int store_graded(const StoreRow& row, int x) {
     const int max = row.max;
     const Element fourth = Element(Depth == 8 ? 255 : max);
     const uint16_t* const curve = row.curve;
-    const auto element = [max, curve](int v) QZRCFA_LAMBDA_INLINE {
+    const auto element = [&](int v) QZRCFA_LAMBDA_INLINE {
         if constexpr (Curve) return Element(curve[v]);
         else return Element(Depth == 16 || max == 255 ? v : (v * 510 + max) / (2 * max));
     };
