@@ -23,6 +23,17 @@
 namespace qzrcfa::bench {
 namespace {
 
+// Times one request, checked first (a refusal skips the row with its message).
+void time_request(const qzrcfa_request& request, benchmark::State& state) {
+    char message[256];
+    if (qzrcfa_check(&request, message, sizeof message) != 0) return state.SkipWithError(message);
+    for (auto _ : state) {
+        qzrcfa_demosaic(&request, nullptr, 0);
+        benchmark::DoNotOptimize(request.output);
+        benchmark::ClobberMemory();
+    }
+}
+
 // What a request asks beyond its method and threads.
 struct Options {
     int rule = QZRCFA_RULE_DEFAULT;
@@ -57,13 +68,7 @@ void demosaic(int method, int threads, const Size& s, int bits, benchmark::State
     std::vector<std::uint64_t> out((qzrcfa_output_bytes(&request) + 7) / 8);  // aligned as the caller's buffers are
     request.output = out.data();
     request.output_bytes = qzrcfa_output_bytes(&request);
-    char message[256];
-    if (qzrcfa_check(&request, message, sizeof message) != 0) return state.SkipWithError(message);
-    for (auto _ : state) {
-        qzrcfa_demosaic(&request, nullptr, 0);
-        benchmark::DoNotOptimize(out.data());
-        benchmark::ClobberMemory();
-    }
+    time_request(request, state);
 }
 
 // A CSI-2 RAW12 frame with black level and gains to 8-bit output with bilinear, in one
@@ -92,13 +97,7 @@ void raw12(bool display, const Size& s, int bits, benchmark::State& state) {
     std::vector<std::uint8_t> out(qzrcfa_output_bytes(&request));
     request.output = out.data();
     request.output_bytes = out.size();
-    char message[256];
-    if (qzrcfa_check(&request, message, sizeof message) != 0) return state.SkipWithError(message);
-    for (auto _ : state) {
-        qzrcfa_demosaic(&request, nullptr, 0);
-        benchmark::DoNotOptimize(out.data());
-        benchmark::ClobberMemory();
-    }
+    time_request(request, state);
 }
 
 void gbri_on(detail::Isa isa, const Size& s, int bits, benchmark::State& state) {
