@@ -218,7 +218,6 @@ int general_grey(const PlaneRow& row, int x) {
 int general_store(const StoreRow& row, int x) {
     const int max = row.max;
     const float top = float(max);
-    auto narrow = [max](int v) { return max == 255 ? v : (v * 510 + max) / (2 * max); };
     for (; x <= row.x_last; ++x) {
         int v[3];
         for (int e = 0; e < 3; ++e) v[e] = row.planes[row.elements == 1 ? 0 : e][x];
@@ -233,7 +232,7 @@ int general_store(const StoreRow& row, int x) {
         for (int e = 0; e < row.elements; ++e) {
             const std::size_t at = std::size_t(x) * std::size_t(row.elements) + std::size_t(e);
             const int element = e == 3 ? (row.depth == 8 ? 255 : max)
-                                       : row.curve != nullptr ? row.curve[v[e]] : row.depth == 8 ? narrow(v[e]) : v[e];
+                                       : row.curve != nullptr ? row.curve[v[e]] : row.depth == 8 ? narrowed_to_8(v[e], max) : v[e];
             if (row.depth == 8) static_cast<std::uint8_t*>(row.out)[at] = std::uint8_t(element);
             else static_cast<u16*>(row.out)[at] = u16(element);
         }

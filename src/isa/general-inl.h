@@ -562,7 +562,7 @@ QZRCFA_INLINE int store_graded(const StoreRow& row, int x) {
     const uint16_t* const curve = row.curve;
     const auto element = [&](int v) QZRCFA_LAMBDA_INLINE {
         if constexpr (Curve) return Element(curve[v]);
-        else return Element(Depth == 16 || max == 255 ? v : (v * 510 + max) / (2 * max));
+        else return Element(Depth == 16 ? v : detail::narrowed_to_8(v, max));
     };
     uint16_t v[3][kGradeChunk];
     while (row.x_last - x + 1 >= kQuarter) {

@@ -218,6 +218,9 @@ struct StoreRow {
     int x_last;
 };
 
+// A value 0 .. max as an 8-bit element, rounded to nearest (halves up).
+inline int narrowed_to_8(int v, int max) { return max == 255 ? v : (v * 510 + max) / (2 * max); }
+
 using LoadKernel = int (*)(const LoadRow& row, int x);
 using PlaneKernel = int (*)(const PlaneRow& row, int x);
 using StoreKernel = int (*)(const StoreRow& row, int x);
