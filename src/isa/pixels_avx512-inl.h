@@ -1,9 +1,11 @@
 // Pixel layer of AVX-512 (BW, with VL): sixty-four byte lanes. See pixels_sse2-inl.h for
 // what a pixel layer does. Stores that keep some elements are masked stores, which never
-// read the output, but for whole four-byte pixels that keep their fourth element: those
-// load, blend and store, because a masked store to a line the cache does not hold waits
-// for memory far longer (on an AMD EPYC, Zen 5, nearest neighbour's 4000 x 3000 frames
-// to four-byte pixels took 7.2 ms so, 4.5 ms blended). Where the processor has VBMI
+// read the output. A masked store to a line the cache does not hold waits for memory
+// far longer than a whole one; the column kernels fetch the lines of their stores ahead
+// (kernels-inl.h, fetch_ahead), and so, for whole four-byte pixels that keep their
+// fourth element, the masked store beat loading, blending and storing the whole vector:
+// on an AMD EPYC (Zen 5), edge sensing's 4000 x 3000 frames took 2.3 to 3.2 ms masked,
+// 2.8 to 3.7 ms blended, measured alternately on each core. Where the processor has VBMI
 // (byte permutes across the whole vector, compiled in when __AVX512VBMI__ is defined) a
 // plane of three-byte pixels moves in two permutes per vector; without it, in byte
 // shuffles within 128-bit lanes and a rearrangement of the lanes.
@@ -126,7 +128,7 @@ QZRCFA_INLINE void store_pixels(std::uint8_t* out, Bytes b, Bytes g, Bytes r, bo
     if (stream) {
         for (int i = 0; i < P; ++i) _mm512_stream_si512(reinterpret_cast<__m512i*>(out + 64 * i), px[i]);
     } else if (P == 4 && !white) {
-        for (int i = 0; i < P; ++i) store_512(out + 64 * i, _mm512_mask_blend_epi8(0x7777777777777777ull, load_512(out + 64 * i), px[i]));
+        for (int i = 0; i < P; ++i) _mm512_mask_storeu_epi8(out + 64 * i, 0x7777777777777777ull, px[i]);
     } else {
         for (int i = 0; i < P; ++i) store_512(out + 64 * i, px[i]);
     }
