@@ -419,6 +419,10 @@ TEST(General, AutomaticWhiteBalanceIsGreyWorldAndSaysWhatItUsed) {
     r.q.bits = 12;
     ASSERT_EQ(qzrcfa_auto_white_balance(&r.q, gains, why, sizeof why), 0) << why;
     EXPECT_FLOAT_EQ(gains[2], 4.0f);
+    for (int y = 1; y < h; y += 2)  // only every fourth pair of rows is read
+        for (int x = 1; x < w; x += 2) m[std::size_t(y * w + x)] = (y / 2) % 4 == 0 ? 500 : 100;
+    ASSERT_EQ(qzrcfa_auto_white_balance(&r.q, gains, why, sizeof why), 0) << why;
+    EXPECT_FLOAT_EQ(gains[2], 4.0f);
     for (int y = 1; y < h; y += 2)  // blue almost absent: at most the largest gain a request may give
         for (int x = 1; x < w; x += 2) m[std::size_t(y * w + x)] = 10;
     ASSERT_EQ(qzrcfa_auto_white_balance(&r.q, gains, why, sizeof why), 0) << why;
