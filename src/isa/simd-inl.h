@@ -12,10 +12,34 @@
 // a + b + c + d is 2 (p + q) less the pairs' carries, so the floor quarter is the
 // rounded-up mean of p and q less 1 where either pair carries or p + q is odd.
 
+// The widest vector one register holds.
+#if defined(__AVX512F__)
+inline constexpr std::size_t kRegisterBytes = 64;
+#elif defined(__AVX__)
+inline constexpr std::size_t kRegisterBytes = 32;
+#else
+inline constexpr std::size_t kRegisterBytes = 16;
+#endif
+
+// A loaded vector is held in a register: the empty asm keeps the compiler from folding
+// the load into each operation that uses it, which loads it again for every use, and
+// the kernels use most vectors of samples two to four times. Loaded once, on an AMD
+// EPYC (Zen 5), 4000 x 3000 frames: bilinear 1.7 ms instead of 2.6 to 2.9 with AVX-512
+// and 2.6 instead of 3.05 with AVX2, grey 1.1 instead of 1.4 to 1.75, the Laplacian
+// 3.5 to 3.7 instead of 3.7 to 4.4; nothing measured slower.
 template <class V>
 QZRCFA_INLINE V load(const void* p) {
     V v;
     std::memcpy(&v, p, sizeof v);
+    if constexpr (sizeof(V) >= 16 && sizeof(V) <= kRegisterBytes && requires { v[0]; }) {
+#if defined(__AVX512F__)
+        asm("" : "+v"(v));
+#elif defined(__x86_64__)
+        asm("" : "+x"(v));
+#elif defined(__aarch64__)
+        asm("" : "+w"(v));
+#endif
+    }
     return v;
 }
 
