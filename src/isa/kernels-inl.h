@@ -1281,7 +1281,7 @@ int gbri_pixels(const GbriRow& row, int x) {
 constexpr KernelSet kKernelSet = {
     .nearest = nearest8_columns,
     .nearest16 = nearest16_columns,
-    .grey = grey_wide<Bytes, uint8_t>,
+    .grey = grey_wide<GreyVector, uint8_t>,
     .grey16 = grey_wide<Words, uint16_t>,
     .bilinear = bilinear_wide,
     .edge_sensing = edge_sensing_wide,

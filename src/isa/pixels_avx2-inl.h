@@ -6,6 +6,7 @@
 
 constexpr int kLanes = 32;
 typedef std::uint8_t Bytes __attribute__((vector_size(32)));
+using GreyVector = Bytes;  // the vector grey runs on
 typedef std::uint16_t Words __attribute__((vector_size(32)));
 typedef std::int16_t Wide __attribute__((vector_size(32)));  // kLanes / 2 lanes
 typedef float Floats __attribute__((vector_size(32)));  // kLanes / 4 lanes

@@ -10,6 +10,7 @@
 
 constexpr int kLanes = 16;  // columns of one block
 typedef std::uint8_t Bytes __attribute__((vector_size(16)));
+using GreyVector = Bytes;  // the vector grey runs on
 typedef std::uint16_t Words __attribute__((vector_size(16)));  // kLanes / 2 lanes
 typedef std::int16_t Wide __attribute__((vector_size(16)));  // kLanes / 2 lanes
 typedef float Floats __attribute__((vector_size(16)));  // kLanes / 4 lanes
