@@ -214,10 +214,7 @@ template <class V>
 QZRCFA_INLINE V quieter_pair(const V& a, const V& b, const V& c, const V& d) {
     const V d1 = greater(a, b) - lesser(a, b);
     const V d2 = greater(c, d) - lesser(c, d);
-    const V least = lesser(d1, d2);
-    const V first = (V)(d1 == least);   // d1 <= d2
-    const V second = (V)(d2 == least);  // d2 <= d1
-    return select(first & second, mean4(a, b, c, d), select(first, mean2(a, b), mean2(c, d)));
+    return where_less(d1, d2, mean2(a, b), where_less(d2, d1, mean2(c, d), mean4(a, b, c, d)));
 }
 
 template <class V>
@@ -278,7 +275,7 @@ QZRCFA_INLINE Wide divide_pow2(const Wide& x) {
 
 // `first` where a < b, `second` where b < a, `tie` elsewhere.
 QZRCFA_INLINE Wide pick(const Wide& a, const Wide& b, const Wide& first, const Wide& second, const Wide& tie) {
-    return select(a < b, first, select(b < a, second, tie));
+    return where_less(a, b, first, where_less(b, a, second, tie));
 }
 
 // Last red or blue column of the row's range. Blocks end there, so that no load

@@ -250,6 +250,13 @@ QZRCFA_INLINE Words mul_high(Words a, Words b) { return (Words)_mm512_mulhi_epu1
 // The mean of two lanes rounded up, (a + b + 1) >> 1, without overflow.
 QZRCFA_INLINE Bytes mean_up(Bytes a, Bytes b) { return (Bytes)_mm512_avg_epu8((__m512i)a, (__m512i)b); }
 QZRCFA_INLINE Words mean_up(Words a, Words b) { return (Words)_mm512_avg_epu16((__m512i)a, (__m512i)b); }
+// `yes` where a < b (unsigned bytes, signed 16-bit lanes), `no` elsewhere.
+QZRCFA_INLINE Bytes blend_less(Bytes a, Bytes b, Bytes yes, Bytes no) {
+    return (Bytes)_mm512_mask_blend_epi8(_mm512_cmplt_epu8_mask((__m512i)a, (__m512i)b), (__m512i)no, (__m512i)yes);
+}
+QZRCFA_INLINE Wide blend_less(Wide a, Wide b, Wide yes, Wide no) {
+    return (Wide)_mm512_mask_blend_epi16(_mm512_cmplt_epi16_mask((__m512i)a, (__m512i)b), (__m512i)no, (__m512i)yes);
+}
 QZRCFA_INLINE GreyVector mean_up(GreyVector a, GreyVector b) { return (GreyVector)_mm256_avg_epu8((__m256i)a, (__m256i)b); }
 
 // a / b for lanes that hold integers 0 .. 255, as IEEE division gives it (see
