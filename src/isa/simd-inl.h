@@ -1,7 +1,7 @@
 // The instruction-set-neutral half of the SIMD toolkit: arithmetic on the pixel layer's
-// vectors with the compiler's vector extensions. Included inside an instruction set's
-// namespace after its pixel layer, so every function is compiled for that instruction
-// set alone.
+// vectors with the compiler's vector extensions (and, in load(), the register class of
+// each architecture). Included inside an instruction set's namespace after its pixel
+// layer, so every function is compiled for that instruction set alone.
 //
 // Means are floors, formed in the lanes' own width without widening, from the pixel
 // layer's mean rounded up: floor((a + b) / 2) is it less the carry (a ^ b) & 1. Four
