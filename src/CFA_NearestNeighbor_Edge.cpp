@@ -9,6 +9,7 @@
 // read as if the width were even, and is written as the three elements that end the
 // output row, whatever the pixel stride. A member is its pattern's table, its row order
 // and, for the 8-bit bottom-up RGGB and BGGR members, one changed entry.
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -86,12 +87,33 @@ inline void copy_taps(T* out, const Raw<T>& raw, std::ptrdiff_t r, std::ptrdiff_
 }
 
 // Fills one whole row (top or bottom) from raw row s, choosing the case by column parity.
+// The columns whose taps all fall inside the row read their samples straight from the
+// tap rows, a pair of columns at a time; the others, at the row's ends, through Raw.
 template <class T>
 void edge1_full_row(const Raw<T>& raw, int s, T* out, int stride, const Taps (&cases)[3]) {
-    for (int c = 0; c < raw.width; ++c) {
-        const Taps& taps = c == 0 ? cases[0] : (c & 1) ? cases[1] : cases[2];
-        copy_taps(out + std::ptrdiff_t(c) * stride, raw, s, c, taps);
+    const int width = int(raw.width);
+    int reach_left = 0, reach_right = 0;
+    for (int k = 1; k <= 2; ++k)
+        for (const Tap& t : cases[k]) reach_left = std::max(reach_left, -int(t.dc)), reach_right = std::max(reach_right, int(t.dc));
+    // Odd columns from `first` up to `last`, and the even column after each.
+    const int first = std::max(1, reach_left) | 1;
+    const int pairs = std::max(0, (width - reach_right - first) / 2);
+    const int last = first + 2 * pairs;  // the first column after the pairs
+    auto ends = [&](int c) { copy_taps(out + std::ptrdiff_t(c) * stride, raw, s, c, c == 0 ? cases[0] : (c & 1) ? cases[1] : cases[2]); };
+    for (int c = 0; c < std::min(first, width); ++c) ends(c);
+    const T* odd[3];
+    const T* even[3];
+    for (int i = 0; i < 3; ++i) {
+        odd[i] = raw.base + (s + cases[1][i].dr) * raw.pitch + cases[1][i].dc;
+        even[i] = raw.base + (s + cases[2][i].dr) * raw.pitch + cases[2][i].dc + 1;
     }
+    for (int c = first; c < last; c += 2) {
+        T* px = out + std::ptrdiff_t(c) * stride;
+        // Pixel by pixel: with fewer than three elements per pixel, pixels overlap.
+        for (int i = 0; i < 3; ++i) px[i] = odd[i][c];
+        for (int i = 0; i < 3; ++i) px[stride + i] = even[i][c];
+    }
+    for (int c = std::max(first, last); c < width; ++c) ends(c);
 }
 
 template <class T>
