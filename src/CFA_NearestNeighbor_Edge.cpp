@@ -129,7 +129,7 @@ int edge1(const Edge1Member& m, const T* src, int width, int height, T* dst, uns
         for (int s = 1; s <= height - 2; ++s) {
             T* out = out_row(s);
             copy_taps(out, raw, s, 0, t.middle[s & 1][0]);
-            copy_taps(out + row_elements - 3, raw, s, width - 1, t.middle[s & 1][1]);
+            copy_taps(out + row_elements - border_side_elements(1), raw, s, width - 1, t.middle[s & 1][1]);
         }
     }
     // With fewer than three rows the bottom row is raw row 1, whatever the height.
@@ -265,11 +265,11 @@ int edge2(const Edge2Member& m, const std::uint8_t* src, int width, int height, 
             // Left pair: one value written twice, three bytes apart.
             std::uint8_t v[3];
             copy_taps(v, raw, r, 0, left[r & 1]);
-            for (int i = 0; i < 6; ++i) out[i] = v[i % 3];
+            for (int i = 0; i < border_side_elements(2); ++i) out[i] = v[i % 3];
             // Right pair: the six bytes that end the output row.
             const RowPhase ph = row_phase(p, r);
             const bool green_row = ph.green_even;
-            std::uint8_t* tail = out + row_bytes - 6;
+            std::uint8_t* tail = out + row_bytes - border_side_elements(2);
             put_pick(tail, raw, r, ph, green_row ? kGreenRowInner : m.colour_row_inner);
             put_pick(tail + 3, raw, r, ph, green_row ? kGreenRowOuter : kColourRowOuter);
         }

@@ -43,6 +43,11 @@ struct Edge2Member {
     RightPick colour_row_inner;  // colour row, pixel width - 2: each pattern's own choice
 };
 
+// The bytes a border fill `ring` pixels wide writes at each end of each of its middle
+// rows (rows ring .. height - 1 - ring): its side pixels as three elements each,
+// whatever the pixel stride.
+constexpr int border_side_elements(int ring) { return 3 * ring; }
+
 // Runs a border fill on rows `pitches` elements apart (the exports: their width and
 // width * bitCount / 8).
 int border_fill(const Edge1Member& m, const std::uint8_t* src, int width, int height, std::uint8_t* dst,

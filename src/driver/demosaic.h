@@ -23,6 +23,7 @@
 #include <cstring>
 #include <type_traits>
 
+#include "driver/border.h"
 #include "driver/fill.h"
 #include "driver/frame.h"
 #include "driver/schedules.h"
@@ -133,7 +134,10 @@ int demosaic(const ColourMember<T, Params>& m, T* src, int width, int height, T*
         const std::size_t fill = fill255_bytes(width, height, bitCount);
         if constexpr (sizeof(T) == 1) frame.fused = plan_fused_fill(m, own_border, width, height, stride, frame.covered);
         if (frame.fused) {
-            fill255_outside(bytes, width, height, m.flip, stride, pitch_bytes, fill, frame.covered);
+            // The rows of `covered` lie inside the border fill's ring (plan_fused_fill),
+            // which writes their ends after the fill.
+            fill255_outside(bytes, width, height, m.flip, stride, pitch_bytes, fill, frame.covered,
+                            std::size_t(border_side_elements(m.passes[0].margin)));
         } else {
             fill_prefix(bytes, row_bytes, pitch_bytes, fill, 255);
         }

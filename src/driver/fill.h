@@ -60,10 +60,11 @@ struct Region {
 };
 
 // Fills with 255 every byte of the first `fill` bytes of the image except the pixels of
-// `covered`, which a pass writes whole. Output rows lie `pitch` bytes apart; with rows
-// back to back the fill may reach past the image (bitCount 25..31).
+// `covered`, which a pass writes whole, and the first and last `sides` bytes of its
+// rows, which the border fill writes after it. Output rows lie `pitch` bytes apart; with
+// rows back to back the fill may reach past the image (bitCount 25..31).
 inline void fill255_outside(std::uint8_t* dst, int width, int height, bool flip, int stride, std::ptrdiff_t pitch,
-                            std::size_t fill, const Region& covered) {
+                            std::size_t fill, const Region& covered, std::size_t sides) {
     const std::size_t row = std::size_t(width) * std::size_t(stride);
     const int first = std::min(output_row(covered.r0, height, flip), output_row(covered.r1, height, flip));
     const int last = std::max(output_row(covered.r0, height, flip), output_row(covered.r1, height, flip));
@@ -74,8 +75,9 @@ inline void fill255_outside(std::uint8_t* dst, int width, int height, bool flip,
         if (y < first || y > last) {
             std::memset(line, 255, row);
         } else {
-            std::memset(line, 255, left);
-            std::memset(line + right, 255, row - right);
+            const std::size_t head = std::min(sides, left), tail = row - std::min(sides, row - right);
+            std::memset(line + head, 255, left - head);
+            std::memset(line + right, 255, tail - right);
         }
     }
     const std::size_t image = std::size_t(height) * row;
