@@ -99,12 +99,12 @@ QZRCFA_INLINE V where_less(const V& a, const V& b, const V& yes, const V& no) {
 
 template <class V>
 QZRCFA_INLINE V lesser(const V& a, const V& b) {
-    return select(a < b, a, b);
+    return a < b ? a : b;
 }
 
 template <class V>
 QZRCFA_INLINE V greater(const V& a, const V& b) {
-    return select(a > b, a, b);
+    return a > b ? a : b;
 }
 
 // All ones in the lanes k with (k & 1) == parity.
