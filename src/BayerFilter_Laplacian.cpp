@@ -237,7 +237,7 @@ constexpr Laplacian laplacian(Pattern p, bool flip, detail::ColourFn<std::uint8_
     return Laplacian{p, flip, detail::Prefill::Bytes255, border, border_id, 5, detail::LaplacianParams{crossed},
                      {{detail::laplacian_green_columns, &detail::KernelSet::laplacian_green, 2, green_shift},
                       {detail::laplacian_colour_columns, &detail::KernelSet::laplacian_colour, 2, 0}},
-                     {&detail::KernelSet::laplacian_greens, &detail::KernelSet::laplacian_sweep, false, false, true, true}};
+                     {&detail::KernelSet::laplacian_greens, &detail::KernelSet::laplacian_sweep, false, false, true, true, true}};
 }
 
 }  // namespace

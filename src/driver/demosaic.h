@@ -71,7 +71,8 @@ void plan_sweep(Frame<T, Params>& f, bool own_border) {
     const Region a = f.pass_region(m.passes[0]), b = f.pass_region(m.passes[1]);
     const Region whole = f.fused ? f.covered
                                  : Region{std::max(a.r0, b.r0), std::min(a.r1, b.r1), std::max(a.c0, b.c0), std::min(a.c1, b.c1)};
-    Region core{whole.r0 + 1, whole.r1 - 1, whole.c0 + 1, whole.c1 - 1};
+    const bool edge_greens = f.stride == 3 && m.sweep.greens_only;
+    Region core{whole.r0 + 1, whole.r1 - 1, whole.c0 + !edge_greens, whole.c1 - !edge_greens};
     // With four-byte pixels the second pass of a red or blue site reads, of all the other
     // colours the row above computed, only that of one diagonal neighbour: in blue rows
     // the site to the right (red rows' site c + 1 feeds blue rows' site c), in red rows the
@@ -87,6 +88,7 @@ void plan_sweep(Frame<T, Params>& f, bool own_border) {
     if (core.r0 > core.r1 || core.c1 - core.c0 + 1 < f.kernels.lanes + 4) return;
     f.sweep = true;
     f.core = core;
+    f.edge_greens = edge_greens;
 }
 
 // The exports allocate nothing: the ring of their sweep lives on the calling thread's

@@ -65,6 +65,10 @@ struct SweepSlots {
     // only the colours of its own pair of columns (plan_sweep()), so that bands of
     // columns may run on threads apart (schedules.h).
     bool columns_apart = false;
+    // With three-byte pixels the second pass reads, of the output, only the greens of
+    // its diagonal neighbours, so its core may reach the edges of the region the first
+    // pass covers whole (Frame::edge_greens).
+    bool greens_only = false;
 };
 
 // Everything the driver needs to know about one colour member.
@@ -102,6 +106,9 @@ struct Frame {
     // With a sweep (see sweep_rows()): where its kernel computes whole pixels.
     bool sweep = false;
     Region core = {};
+    // The core's columns reach the edges of `covered`, and the ring holds, just outside
+    // them, the greens the output has there (SweepSlots::greens_only).
+    bool edge_greens = false;
     // Where a sweep's ring lives: `ring_capacity` bytes at `ring_memory` (the calling
     // thread's stack, for the exports, which allocate nothing), else on the heap when
     // `heap_rings` (the extended library); a ring that fits neither leaves the passes to
@@ -324,13 +331,18 @@ struct Frame {
         std::uint8_t* memory_;
     };
 
+    static constexpr int kEdgeAhead = 8;
+
     // The first pass of raw row q in a sweep whose core rows are k0 .. k1, over the
-    // span: on the output unless `done`, and into the ring (when not null).
+    // span: on the output unless `done`, and into the ring (when not null). In a core
+    // row it writes the output outside the core, and the core's first and last columns
+    // where the second pass runs beside the core and reads them.
     void sweep_first(int q, int k0, int k1, const Span& span, const Ring* ring, bool done) const {
+        const Region b = pass_region(m.passes[1]);
         if (!done) {
             if (q > k0 && q < k1) {
-                if (span.x0 == 0) run_part(0, q, 0, core.c0);
-                if (span.x1 == width - 1) run_part(0, q, core.c1, width - 1);
+                if (span.x0 == 0) run_part(0, q, 0, edge_greens && b.c0 >= core.c0 ? core.c0 - 1 : core.c0);
+                if (span.x1 == width - 1) run_part(0, q, edge_greens && b.c1 <= core.c1 ? core.c1 + 1 : core.c1, width - 1);
             } else {
                 run_part(0, q, span.x0, span.x1);
             }
@@ -338,7 +350,20 @@ struct Frame {
         if constexpr (std::is_same_v<T, std::uint8_t>) {
             if (ring == nullptr || q < k0 - 1 || q > k1 + 1) return;
             const RingRow row = ring->row(q);
-            (kernels.*m.sweep.greens)(row_of(q, span.kc0 - 1, span.kc1 + 1, false), m.params, row, span.kc0 - 1);
+            if (edge_greens) {
+                (kernels.*m.sweep.greens)(row_of(q, span.kc0, span.kc1, false), m.params, row, span.kc0);
+                // Outside the core, what the border fill, the pre-fill or this row's
+                // first pass (above) left in the output, which no pass writes after.
+                row.greens[span.kc0 - 1] = pixel(q, span.kc0 - 1)[kGreen];
+                row.greens[span.kc1 + 1] = pixel(q, span.kc1 + 1)[kGreen];
+                const int ahead = descending() ? q - kEdgeAhead : q + kEdgeAhead;
+                if (ahead >= 0 && ahead < height) {
+                    __builtin_prefetch(pixel(ahead, span.kc0 - 1), 1);
+                    __builtin_prefetch(pixel(ahead, span.kc1 + 1), 1);
+                }
+            } else {
+                (kernels.*m.sweep.greens)(row_of(q, span.kc0 - 1, span.kc1 + 1, false), m.params, row, span.kc0 - 1);
+            }
             if (row.left != nullptr) {
                 const T* out = pixel(q, 0);
                 row.left[span.kc0] = span.left_of ? span.left_of[q - span.row0] : out[std::ptrdiff_t(span.kc0 - 1) * stride + kRed];
