@@ -232,12 +232,15 @@ struct Frame {
     // second pass reads them there and writes the core's pixels whole, once. Around the
     // core the passes run as in run_rows, on the output, when they run there: the first
     // pass of a core row writes its columns outside the core and the core's first and
-    // last columns, which the second pass reads across the core's edges; that of the
+    // last columns where the second pass runs beside the core and reads them; that of the
     // core's first and last rows all of their columns, which the rows next to them read;
     // and the second pass of a core row computes its columns outside the core itself,
     // left of the core first. So every output byte a pass reads holds what it holds
     // when the passes run one after the other, and the core's kernel reads those bytes
-    // and greens. The first and last rows of the range stay outside the core: with
+    // and greens. With edge_greens the core's columns are those of the region itself:
+    // its second pass reads of the output only greens, and those just outside the
+    // region, which no pass writes after the first pass of their row, the ring takes
+    // from the output. The first and last rows of the range stay outside the core: with
     // several threads, other bands read them (schedules.h). Returns false, having done
     // nothing, when the rows r_begin .. r_end - 1 hold no core row.
     bool sweep_rows(int r_begin, int r_end, int done_a, int done_b) const {
