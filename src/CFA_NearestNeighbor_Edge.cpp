@@ -98,7 +98,7 @@ void edge1_full_row(const Raw<T>& raw, int s, T* out, int stride, const Taps (&c
     // Odd columns from `first` up to `last`, and the even column after each.
     const int first = std::max(1, reach_left) | 1;
     const int pairs = std::max(0, (width - reach_right - first) / 2);
-    const int last = first + 2 * pairs;  // the first column after the pairs
+    const int last = first + 2 * pairs;  // the first column after the pairs (first when none)
     auto ends = [&](int c) { copy_taps(out + std::ptrdiff_t(c) * stride, raw, s, c, c == 0 ? cases[0] : (c & 1) ? cases[1] : cases[2]); };
     for (int c = 0; c < std::min(first, width); ++c) ends(c);
     const T* odd[3];
@@ -113,7 +113,7 @@ void edge1_full_row(const Raw<T>& raw, int s, T* out, int stride, const Taps (&c
         for (int i = 0; i < 3; ++i) px[i] = odd[i][c];
         for (int i = 0; i < 3; ++i) px[stride + i] = even[i][c];
     }
-    for (int c = std::max(first, last); c < width; ++c) ends(c);
+    for (int c = last; c < width; ++c) ends(c);
 }
 
 template <class T>

@@ -334,6 +334,9 @@ struct Frame {
         std::uint8_t* memory_;
     };
 
+    // How many rows ahead a sweep with edge_greens fetches the output lines whose greens
+    // its ring takes from the output: the border fill wrote them long before, and a read
+    // that misses the cache holds up the row.
     static constexpr int kEdgeAhead = 8;
 
     // The first pass of raw row q in a sweep whose core rows are k0 .. k1, over the
